@@ -1,0 +1,467 @@
+/*
+ * orvel.h -- the public C interface of the Orvel library.
+ *
+ * Orvel builds, compiles and queries Bayesian networks and influence
+ * diagrams. Every function has the prefix ov_, reports failure in one way
+ * (ov_error_code() after the call) and returns a failure value of its result
+ * type: a status function returns the error code, a handle function NULL, a
+ * count, index or predicate -1, a floating query -1.0.
+ *
+ * Handles stay the library's unless a function says that the caller owns the
+ * result. Calls on one domain must never overlap; different domains are
+ * independent; the current error belongs to the calling thread.
+ *
+ * This header is plain C99 and compiles as C++ as well.
+ */
+#ifndef ORVEL_H
+#define ORVEL_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#if defined(_WIN32)
+#define OV_API __declspec(dllexport)
+#elif defined(__GNUC__)
+#define OV_API __attribute__((visibility("default")))
+#else
+#define OV_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------
+ * Numeric types and handles
+ * ------------------------------------------------------------------------ */
+
+typedef float ov_number_t;    /* table data, findings, beliefs, utilities */
+typedef double ov_double_t;   /* CG data, means, variances, constants */
+typedef int ov_status_t;      /* 0 on success, else the error code */
+typedef int64_t ov_count_t;   /* counts and sizes; -1 on failure */
+typedef int64_t ov_index_t;   /* indices; -1 on failure or "none" */
+typedef const char *ov_string_t;
+
+typedef struct ov_domain_s *ov_domain_t;
+typedef struct ov_node_s *ov_node_t;
+typedef struct ov_table_s *ov_table_t;
+typedef struct ov_expression_s *ov_expression_t;
+typedef struct ov_model_s *ov_model_t;
+typedef struct ov_class_s *ov_class_t;
+typedef struct ov_class_collection_s *ov_class_collection_t;
+typedef struct ov_junction_tree_s *ov_junction_tree_t;
+typedef struct ov_clique_s *ov_clique_t;
+typedef struct ov_attribute_s *ov_attribute_t;
+
+/* ------------------------------------------------------------------------
+ * Constants
+ * ------------------------------------------------------------------------ */
+
+typedef enum {
+  ov_error_none = 0,
+  ov_error_usage = 1,
+  ov_error_io = 2,
+  ov_error_no_memory = 3,
+  ov_error_cg_influence_diagrams_not_supported = 4,
+  ov_error_twice = 5,
+  ov_error_invalid_name = 6,
+  ov_error_cyclic_network = 7,
+  ov_error_size_too_large = 8,
+  ov_error_fast_retraction = 9,
+  ov_error_rounding = 10,
+  ov_error_invalid_password = 11,
+  ov_error_bad_file = 12,
+  ov_error_bad_version = 13,
+  ov_error_format = 14,
+  ov_error_not_compiled = 15,
+  ov_error_invalid_probability_potential = 16,
+  ov_error_zero_sum = 17,
+  ov_error_negative_probability = 18,
+  ov_error_chain_graph = 19,
+  ov_error_enumeration = 20,
+  ov_error_decision_order = 21,
+  ov_error_no_equilibrium = 22,
+  ov_error_inconsistency_or_underflow = 23,
+  ov_error_overflow = 24,
+  ov_error_low_density = 25,
+  ov_error_zero_variance = 26,
+  ov_error_cg_evidence_incorporated = 27,
+  ov_error_normalization = 28,
+  ov_error_compressed = 29,
+  ov_error_table_too_large = 30,
+  ov_error_case_state_too_large = 31,
+  ov_error_no_value = 32,
+  ov_error_parse = 33,
+  ov_error_locale = 34,
+  ov_error_invalid_expression = 35,
+  ov_error_syntax = 36,
+  ov_error_division_by_zero = 37,
+  ov_error_inappropriate_arguments = 38,
+  ov_error_computation_failed = 39,
+  ov_error_insufficient_state_range = 40,
+  ov_error_invalid_state_values = 41,
+  ov_error_cyclic_instance_hierarchy = 42,
+  ov_error_illegal_binding = 43,
+  ov_error_invalid_license = 44,
+  ov_error_expired_license = 45,
+  ov_error_demo = 46,
+  ov_error_error = 47
+} ov_error_t;
+
+/* Node categories. */
+typedef enum {
+  ov_category_error = -1,
+  ov_category_instance = 6,
+  ov_category_chance = 7,
+  ov_category_decision = 8,
+  ov_category_utility = 9
+} ov_category_t;
+
+/* Node kinds; ov_kind_error (2) is the failure value of ov_node_get_kind. */
+typedef enum {
+  ov_kind_discrete = 0,
+  ov_kind_continuous = 1,
+  ov_kind_error = 2
+} ov_kind_t;
+
+/* Subtypes of discrete chance and decision nodes; ov_subtype_error (34) is
+ * the failure value of ov_node_get_subtype. */
+typedef enum {
+  ov_subtype_label = 30,
+  ov_subtype_boolean = 31,
+  ov_subtype_number = 32,
+  ov_subtype_interval = 33,
+  ov_subtype_error = 34
+} ov_subtype_t;
+
+/* Equilibria of a junction tree; ov_equilibrium_none marks a tree that holds
+ * no equilibrium. */
+typedef enum {
+  ov_equilibrium_none = 10,
+  ov_equilibrium_sum = 11,
+  ov_equilibrium_max = 12
+} ov_equilibrium_t;
+
+/* Evidence modes of propagation. */
+typedef enum {
+  ov_mode_normal = 20,
+  ov_mode_fast_retraction = 21
+} ov_evidence_mode_t;
+
+/* Triangulation methods. */
+typedef enum {
+  ov_tm_clique_size = 15,
+  ov_tm_clique_weight = 16,
+  ov_tm_fill_in_size = 17,
+  ov_tm_fill_in_weight = 18,
+  ov_tm_total_weight = 19
+} ov_triangulation_method_t;
+
+/* Edge constraints for structure learning; ov_constraint_error (107) is the
+ * failure value of ov_node_get_edge_constraint. */
+typedef enum {
+  ov_constraint_none = 100,
+  ov_constraint_edge_required = 101,
+  ov_constraint_forward_edge_required = 102,
+  ov_constraint_backward_edge_required = 103,
+  ov_constraint_edge_forbidden = 104,
+  ov_constraint_forward_edge_forbidden = 105,
+  ov_constraint_backward_edge_forbidden = 106,
+  ov_constraint_error = 107
+} ov_edge_constraint_t;
+
+/* Expression operators. The numbering is fixed: files and callers depend on
+ * it. 60-71 build distributions, 72-104 compute values, 105-108 are leaves
+ * and 109 is returned on error. */
+typedef enum {
+  ov_op_normal = 60,
+  ov_op_beta = 61,
+  ov_op_gamma = 62,
+  ov_op_exponential = 63,
+  ov_op_weibull = 64,
+  ov_op_uniform = 65,
+  ov_op_binomial = 66,
+  ov_op_poisson = 67,
+  ov_op_negative_binomial = 68,
+  ov_op_geometric = 69,
+  ov_op_distribution = 70,
+  ov_op_noisy_or = 71,
+  ov_op_min = 72,
+  ov_op_max = 73,
+  ov_op_log = 74,
+  ov_op_log2 = 75,
+  ov_op_log10 = 76,
+  ov_op_exp = 77,
+  ov_op_sin = 78,
+  ov_op_cos = 79,
+  ov_op_tan = 80,
+  ov_op_sinh = 81,
+  ov_op_cosh = 82,
+  ov_op_tanh = 83,
+  ov_op_sqrt = 84,
+  ov_op_abs = 85,
+  ov_op_floor = 86,
+  ov_op_ceil = 87,
+  ov_op_mod = 88,
+  ov_op_if = 89,
+  ov_op_and = 90,
+  ov_op_or = 91,
+  ov_op_not = 92,
+  ov_op_add = 93,
+  ov_op_subtract = 94,
+  ov_op_multiply = 95,
+  ov_op_divide = 96,
+  ov_op_power = 97,
+  ov_op_negate = 98,
+  ov_op_equals = 99,
+  ov_op_less_than = 100,
+  ov_op_greater_than = 101,
+  ov_op_not_equals = 102,
+  ov_op_less_than_or_equals = 103,
+  ov_op_greater_than_or_equals = 104,
+  ov_op_number = 105,
+  ov_op_label = 106,
+  ov_op_node = 107,
+  ov_op_boolean = 108,
+  ov_op_error = 109
+} ov_operator_t;
+
+/* Value types of expressions. ov_value_node is a node reference whose type
+ * is not yet known. */
+typedef enum {
+  ov_value_number = 0,
+  ov_value_boolean = 1,
+  ov_value_label = 2,
+  ov_value_distribution = 3,
+  ov_value_node = 4
+} ov_value_type_t;
+
+/* What the numbers of a table are. */
+typedef enum {
+  ov_table_kind_probability = 0,
+  ov_table_kind_utility = 1,
+  ov_table_kind_experience = 2,
+  ov_table_kind_fading = 3
+} ov_table_kind_t;
+
+/* ------------------------------------------------------------------------
+ * Callback types
+ * ------------------------------------------------------------------------ */
+
+/* Receives each parse message with its location: the line for a file, the
+ * number of bytes consumed for a string. */
+typedef void (*ov_parse_error_handler_t)(uint32_t location, ov_string_t message, void *data);
+/* The same without the caller's pointer. */
+typedef void (*ov_simple_error_handler_t)(uint32_t location, ov_string_t message);
+/* Called by ov_net_parse_classes for a class named by an instance that is not
+ * yet in the collection; it should put that class in. */
+typedef void (*ov_class_loader_t)(ov_string_t class_name, ov_class_collection_t collection, void *data);
+/* Progress of compilation: receives the name of each stage. */
+typedef void (*ov_progress_function_t)(ov_string_t stage);
+
+/* ------------------------------------------------------------------------
+ * Errors and identification
+ * ------------------------------------------------------------------------ */
+
+/* The error recorded by the most recent call on this thread. */
+OV_API ov_error_t ov_error_code(void);
+/* The short name of an error code; "no_such_error" outside 0..47. */
+OV_API ov_string_t ov_error_name(ov_error_t code);
+/* The long description of an error code; "No such error." outside 0..47. */
+OV_API ov_string_t ov_error_description(ov_error_t code);
+/* Name of the licensee (a constant string). */
+OV_API ov_string_t ov_get_user_name(void);
+/* Organisation of the licensee (a constant string). */
+OV_API ov_string_t ov_get_organization(void);
+/* Name and version of this package (a constant string). */
+OV_API ov_string_t ov_get_package_name(void);
+
+/* ------------------------------------------------------------------------
+ * Domains
+ * ------------------------------------------------------------------------ */
+
+/* A new empty domain, owned by the caller (free with ov_domain_delete). */
+OV_API ov_domain_t ov_new_domain(void);
+/* Deletes a domain with its nodes and every table still on it. */
+OV_API ov_status_t ov_domain_delete(ov_domain_t domain);
+/* Releases the junction forest and the triangulation. */
+OV_API ov_status_t ov_domain_uncompile(ov_domain_t domain);
+/* 1 if compiled, 0 if not; -1 with usage for NULL. */
+OV_API int ov_domain_is_compiled(ov_domain_t domain);
+/* 1 if compressed, 0 if not; -1 with usage for NULL. */
+OV_API int ov_domain_is_compressed(ov_domain_t domain);
+/* 1 if triangulated, 0 if not (an empty domain is not); -1 on failure. */
+OV_API int ov_domain_is_triangulated(ov_domain_t domain);
+/* The newest node, or NULL for an empty domain. */
+OV_API ov_node_t ov_domain_get_first_node(ov_domain_t domain);
+/* The node of that name, or NULL (with none) if there is none. */
+OV_API ov_node_t ov_domain_get_node_by_name(ov_domain_t domain, ov_string_t name);
+/* Stores the caller's pointer. */
+OV_API ov_status_t ov_domain_set_user_data(ov_domain_t domain, void *data);
+/* The caller's pointer, or NULL. */
+OV_API void *ov_domain_get_user_data(ov_domain_t domain);
+/* The file the domain was read from, owned by the domain, or NULL. */
+OV_API ov_string_t ov_domain_get_file_name(ov_domain_t domain);
+/* Alias of ov_domain_get_file_name. */
+OV_API ov_string_t ov_domain_get_filename(ov_domain_t domain);
+/* Stores the node size for a drawing application. */
+OV_API ov_status_t ov_domain_set_node_size(ov_domain_t domain, int width, int height);
+/* Reads the node size; usage for NULL or identical result pointers. */
+OV_API ov_status_t ov_domain_get_node_size(ov_domain_t domain, int *width, int *height);
+/* Least work per thread of the table kernels; usage for 0. */
+OV_API ov_status_t ov_domain_set_grain_size(ov_domain_t domain, uint32_t size);
+/* The grain size, or -1. */
+OV_API ov_count_t ov_domain_get_grain_size(ov_domain_t domain);
+/* Most threads of the table kernels; usage for 0. */
+OV_API ov_status_t ov_domain_set_concurrency_level(ov_domain_t domain, uint32_t level);
+/* The concurrency level, or -1. */
+OV_API ov_count_t ov_domain_get_concurrency_level(ov_domain_t domain);
+/* Test level of structure learning (default 0.05). */
+OV_API ov_status_t ov_domain_set_significance_level(ov_domain_t domain, ov_double_t level);
+/* The significance level, or -1.0. */
+OV_API ov_double_t ov_domain_get_significance_level(ov_domain_t domain);
+/* Stopping rule of EM learning (default 0.0001). */
+OV_API ov_status_t ov_domain_set_log_likelihood_tolerance(ov_domain_t domain, ov_double_t tolerance);
+/* The log-likelihood tolerance, or -1.0. */
+OV_API ov_double_t ov_domain_get_log_likelihood_tolerance(ov_domain_t domain);
+/* Limit of EM iterations; 0 is no limit. */
+OV_API ov_status_t ov_domain_set_max_number_of_em_iterations(ov_domain_t domain, uint32_t count);
+/* The limit of EM iterations, or -1. */
+OV_API ov_count_t ov_domain_get_max_number_of_em_iterations(ov_domain_t domain);
+/* Sets the stream that reports go to; NULL switches logging off. The stream
+ * stays the caller's. */
+OV_API ov_status_t ov_domain_set_log_file(ov_domain_t domain, FILE *log);
+
+/* ------------------------------------------------------------------------
+ * Nodes
+ * ------------------------------------------------------------------------ */
+
+/* A new node of a category (chance, decision, utility) and kind (discrete,
+ * continuous); the domain owns it. */
+OV_API ov_node_t ov_domain_new_node(ov_domain_t domain, ov_category_t category, ov_kind_t kind);
+/* Deletes a node; its children's tables lose it. */
+OV_API ov_status_t ov_node_delete(ov_node_t node);
+/* The next older node, or NULL. */
+OV_API ov_node_t ov_node_get_next(ov_node_t node);
+/* The category, or -1 (ov_category_error). */
+OV_API ov_category_t ov_node_get_category(ov_node_t node);
+/* The kind, or ov_kind_error. */
+OV_API ov_kind_t ov_node_get_kind(ov_node_t node);
+/* The subtype of a discrete chance or decision node, or ov_subtype_error. */
+OV_API ov_subtype_t ov_node_get_subtype(ov_node_t node);
+/* Sets the subtype (boolean needs exactly two states). */
+OV_API ov_status_t ov_node_set_subtype(ov_node_t node, ov_subtype_t subtype);
+/* States of a discrete chance or decision node, or -1. */
+OV_API ov_count_t ov_node_get_number_of_states(ov_node_t node);
+/* The parents, NULL-terminated, owned by the node; never NULL for a node. */
+OV_API ov_node_t *ov_node_get_parents(ov_node_t node);
+/* The children, NULL-terminated, owned by the node; never NULL for a node. */
+OV_API ov_node_t *ov_node_get_children(ov_node_t node);
+/* The domain of a node; usage if its home is a class. */
+OV_API ov_domain_t ov_node_get_domain(ov_node_t node);
+/* Alias of ov_node_get_domain. */
+OV_API ov_domain_t ov_node_get_home_domain(ov_node_t node);
+/* The name; an unnamed node is given an automatic name first. */
+OV_API ov_string_t ov_node_get_name(ov_node_t node);
+/* Sets the name: twice if another node holds it, invalid_name unless it has
+ * the form of a C identifier. */
+OV_API ov_status_t ov_node_set_name(ov_node_t node, ov_string_t name);
+/* The label, "" when none was set. */
+OV_API ov_string_t ov_node_get_label(ov_node_t node);
+/* Sets the label (copied). */
+OV_API ov_status_t ov_node_set_label(ov_node_t node, ov_string_t label);
+/* Stores a position for a drawing application. */
+OV_API ov_status_t ov_node_set_position(ov_node_t node, int x, int y);
+/* Reads the position; usage for NULL or identical result pointers. */
+OV_API ov_status_t ov_node_get_position(ov_node_t node, int *x, int *y);
+/* Stores the caller's pointer. */
+OV_API ov_status_t ov_node_set_user_data(ov_node_t node, void *data);
+/* The caller's pointer, or NULL. */
+OV_API void *ov_node_get_user_data(ov_node_t node);
+/* The label of a state: the stored one, "false"/"true" for a boolean node,
+ * else "". */
+OV_API ov_string_t ov_node_get_state_label(ov_node_t node, ov_index_t state);
+/* Sets the label of a state (copied). */
+OV_API ov_status_t ov_node_set_state_label(ov_node_t node, ov_index_t state, ov_string_t label);
+/* The only state with that label, or -1 (with none) for none or several. */
+OV_API ov_index_t ov_node_get_state_index_from_label(ov_node_t node, ov_string_t label);
+/* The value of a state of a numbered or interval node; -1.0 on failure. */
+OV_API ov_double_t ov_node_get_state_value(ov_node_t node, ov_index_t state);
+/* Sets the value of a state (or bound, for an interval node). */
+OV_API ov_status_t ov_node_set_state_value(ov_node_t node, ov_index_t state, ov_double_t value);
+/* The state that holds a value, or -1. */
+OV_API ov_index_t ov_node_get_state_index_from_value(ov_node_t node, ov_double_t value);
+/* Marks the node's table as changed so that the next propagation reloads it. */
+OV_API ov_status_t ov_node_touch_table(ov_node_t node);
+
+/* ------------------------------------------------------------------------
+ * Tables
+ * ------------------------------------------------------------------------ */
+
+/* The conditional table of a chance node or the table of a utility node,
+ * built at first need; owned by the node. */
+OV_API ov_table_t ov_node_get_table(ov_node_t node);
+/* The table's data array (allocated on first need); writes change the table. */
+OV_API ov_number_t *ov_table_get_data(ov_table_t table);
+/* The table's nodes, NULL-terminated, owned by the table. */
+OV_API ov_node_t *ov_table_get_nodes(ov_table_t table);
+/* The number of discrete configurations; -1 with size_too_large if it does
+ * not fit. */
+OV_API ov_count_t ov_table_get_size(ov_table_t table);
+/* The mean of a continuous node in a configuration; -1.0 on failure. */
+OV_API ov_double_t ov_table_get_mean(ov_table_t table, ov_index_t configuration, ov_node_t node);
+/* The covariance of two continuous nodes in a configuration. */
+OV_API ov_double_t ov_table_get_covariance(ov_table_t table, ov_index_t configuration, ov_node_t node1,
+                                           ov_node_t node2);
+/* The variance of a continuous node in a configuration. */
+OV_API ov_double_t ov_table_get_variance(ov_table_t table, ov_index_t configuration, ov_node_t node);
+/* Puts the table's nodes in a new order, moving the numbers with them. */
+OV_API ov_status_t ov_table_reorder_nodes(ov_table_t table, ov_node_t *order);
+/* Deletes a table the caller owns, or an experience or fading table. */
+OV_API ov_status_t ov_table_delete(ov_table_t table);
+/* Stores the caller's pointer. */
+OV_API ov_status_t ov_table_set_user_data(ov_table_t table, void *data);
+/* The caller's pointer, or NULL. */
+OV_API void *ov_table_get_user_data(ov_table_t table);
+/* Sets the intercept of a continuous chance node in a configuration. */
+OV_API ov_status_t ov_node_set_alpha(ov_node_t node, ov_double_t alpha, ov_index_t configuration);
+/* The intercept, or -1.0. */
+OV_API ov_double_t ov_node_get_alpha(ov_node_t node, ov_index_t configuration);
+/* Sets the regression coefficient on a continuous parent. */
+OV_API ov_status_t ov_node_set_beta(ov_node_t node, ov_double_t beta, ov_node_t parent, ov_index_t configuration);
+/* The regression coefficient, or -1.0. */
+OV_API ov_double_t ov_node_get_beta(ov_node_t node, ov_node_t parent, ov_index_t configuration);
+/* Sets the conditional variance (not negative). */
+OV_API ov_status_t ov_node_set_gamma(ov_node_t node, ov_double_t gamma, ov_index_t configuration);
+/* The conditional variance, or -1.0. */
+OV_API ov_double_t ov_node_get_gamma(ov_node_t node, ov_index_t configuration);
+
+/* ------------------------------------------------------------------------
+ * Attributes
+ * ------------------------------------------------------------------------ */
+
+/* Sets (or with a NULL value removes) a key of the domain. */
+OV_API ov_status_t ov_domain_set_attribute(ov_domain_t domain, ov_string_t key, ov_string_t value);
+/* The value of a key, or NULL. */
+OV_API ov_string_t ov_domain_get_attribute(ov_domain_t domain, ov_string_t key);
+/* The newest attribute, or NULL. */
+OV_API ov_attribute_t ov_domain_get_first_attribute(ov_domain_t domain);
+/* Sets (or with a NULL value removes) a key of the node. */
+OV_API ov_status_t ov_node_set_attribute(ov_node_t node, ov_string_t key, ov_string_t value);
+/* The value of a key, or NULL. */
+OV_API ov_string_t ov_node_get_attribute(ov_node_t node, ov_string_t key);
+/* The newest attribute, or NULL. */
+OV_API ov_attribute_t ov_node_get_first_attribute(ov_node_t node);
+/* The key of an attribute. */
+OV_API ov_string_t ov_attribute_get_key(ov_attribute_t attribute);
+/* The value of an attribute. */
+OV_API ov_string_t ov_attribute_get_value(ov_attribute_t attribute);
+/* The next (older) attribute, or NULL. */
+OV_API ov_attribute_t ov_attribute_get_next(ov_attribute_t attribute);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ORVEL_H */

@@ -1,0 +1,150 @@
+// Exported calls on domains.
+#include "api/boundary.h"
+#include "model/domain.h"
+
+using namespace orvel;
+
+extern "C" {
+
+ov_domain_t ov_new_domain(void) {
+  set_error(ov_error_none);
+  return guarded<ov_domain_t>(nullptr, [] { return new ov_domain_s; });
+}
+
+ov_status_t ov_domain_delete(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  domain_uncompile(domain);
+  delete domain;
+  return ov_error_none;
+}
+
+ov_status_t ov_domain_uncompile(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  domain_uncompile(domain);
+  return ov_error_none;
+}
+
+int ov_domain_is_compiled(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1;
+  return domain->compiled != 0;
+}
+
+int ov_domain_is_compressed(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1;
+  return domain->compressed != 0;
+}
+
+int ov_domain_is_triangulated(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1;
+  return domain_is_triangulated(domain);
+}
+
+ov_node_t ov_domain_get_first_node(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return nullptr;
+  return domain->first_node();
+}
+
+ov_node_t ov_domain_get_node_by_name(ov_domain_t domain, ov_string_t name) {
+  if (check_usage(domain == nullptr || name == nullptr)) return nullptr;
+  return guarded<ov_node_t>(nullptr, [&] {
+    ov_node_t node = domain_find_node(domain, name);
+    set_error(ov_error_none);
+    return node;
+  });
+}
+
+ov_status_t ov_domain_set_user_data(ov_domain_t domain, void *data) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  domain->user_data = data;
+  return ov_error_none;
+}
+
+void *ov_domain_get_user_data(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return nullptr;
+  return domain->user_data;
+}
+
+ov_string_t ov_domain_get_file_name(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return nullptr;
+  return domain->file_name ? domain->file_name->c_str() : nullptr;
+}
+
+ov_string_t ov_domain_get_filename(ov_domain_t domain) { return ov_domain_get_file_name(domain); }
+
+ov_status_t ov_domain_set_node_size(ov_domain_t domain, int width, int height) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  domain->node_width = width;
+  domain->node_height = height;
+  return ov_error_none;
+}
+
+ov_status_t ov_domain_get_node_size(ov_domain_t domain, int *width, int *height) {
+  if (check_usage(domain == nullptr || width == nullptr || height == nullptr || width == height))
+    return ov_error_usage;
+  *width = domain->node_width;
+  *height = domain->node_height;
+  return ov_error_none;
+}
+
+ov_status_t ov_domain_set_grain_size(ov_domain_t domain, uint32_t size) {
+  if (check_usage(domain == nullptr || size == 0)) return ov_error_usage;
+  domain->grain_size = size;
+  return ov_error_none;
+}
+
+ov_count_t ov_domain_get_grain_size(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1;
+  return domain->grain_size;
+}
+
+ov_status_t ov_domain_set_concurrency_level(ov_domain_t domain, uint32_t level) {
+  if (check_usage(domain == nullptr || level == 0)) return ov_error_usage;
+  domain->concurrency_level = level;
+  return ov_error_none;
+}
+
+ov_count_t ov_domain_get_concurrency_level(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1;
+  return domain->concurrency_level;
+}
+
+ov_status_t ov_domain_set_significance_level(ov_domain_t domain, ov_double_t level) {
+  if (check_usage(domain == nullptr || !(level > 0.0 && level < 1.0))) return ov_error_usage;
+  domain->significance_level = level;
+  return ov_error_none;
+}
+
+ov_double_t ov_domain_get_significance_level(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1.0;
+  return domain->significance_level;
+}
+
+ov_status_t ov_domain_set_log_likelihood_tolerance(ov_domain_t domain, ov_double_t tolerance) {
+  if (check_usage(domain == nullptr || !(tolerance >= 0.0))) return ov_error_usage;
+  domain->log_likelihood_tolerance = tolerance;
+  return ov_error_none;
+}
+
+ov_double_t ov_domain_get_log_likelihood_tolerance(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1.0;
+  return domain->log_likelihood_tolerance;
+}
+
+ov_status_t ov_domain_set_max_number_of_em_iterations(ov_domain_t domain, uint32_t count) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  domain->max_em_iterations = count;
+  return ov_error_none;
+}
+
+ov_count_t ov_domain_get_max_number_of_em_iterations(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1;
+  return domain->max_em_iterations;
+}
+
+ov_status_t ov_domain_set_log_file(ov_domain_t domain, FILE *log) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  domain->log_file = log;
+  return ov_error_none;
+}
+
+} // extern "C"

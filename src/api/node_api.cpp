@@ -1,0 +1,236 @@
+// Exported calls on nodes.
+#include <cmath>
+#include <cfloat>
+#include <cstring>
+
+#include "api/boundary.h"
+#include "model/domain.h"
+#include "model/node.h"
+
+using namespace orvel;
+
+namespace {
+
+bool is_state_node(const ov_node_s *node) noexcept { return node != nullptr && node->has_states(); }
+
+bool valid_state(const ov_node_s *node, ov_index_t state) noexcept {
+  return is_state_node(node) && state >= 0 && static_cast<std::uint64_t>(state) < node->state_count;
+}
+
+// A state value index: below the count for numbered nodes, up to the count
+// for interval nodes (which have one bound more than states).
+bool valid_value_index(const ov_node_s *node, ov_index_t state) noexcept {
+  if (!is_state_node(node) || state < 0) return false;
+  if (node->subtype == ov_subtype_number) return static_cast<std::uint64_t>(state) < node->state_count;
+  if (node->subtype == ov_subtype_interval) return static_cast<std::uint64_t>(state) <= node->state_count;
+  return false;
+}
+
+bool is_finite_bound(double bound) noexcept { return std::isfinite(bound) && std::fabs(bound) != DBL_MAX; }
+
+} // namespace
+
+extern "C" {
+
+ov_node_t ov_domain_new_node(ov_domain_t domain, ov_category_t category, ov_kind_t kind) {
+  if (check_usage(domain == nullptr ||
+                  !(category == ov_category_chance || category == ov_category_decision ||
+                    category == ov_category_utility) ||
+                  !(kind == ov_kind_discrete || kind == ov_kind_continuous)))
+    return nullptr;
+  return guarded<ov_node_t>(nullptr,
+                            [&] { return node_create(domain, category, kind, ov_subtype_label, false); });
+}
+
+ov_status_t ov_node_delete(ov_node_t node) {
+  if (check_usage(node == nullptr || node->master != nullptr || node->chain_component != nullptr))
+    return ov_error_usage;
+  return guarded_status([&] { return node_delete(node); });
+}
+
+ov_node_t ov_node_get_next(ov_node_t node) {
+  if (check_usage(node == nullptr)) return nullptr;
+  return node->home->next_node(node);
+}
+
+ov_category_t ov_node_get_category(ov_node_t node) {
+  if (check_usage(node == nullptr)) return ov_category_error;
+  return node->category;
+}
+
+ov_kind_t ov_node_get_kind(ov_node_t node) {
+  if (check_usage(node == nullptr)) return ov_kind_error;
+  return node->kind;
+}
+
+ov_subtype_t ov_node_get_subtype(ov_node_t node) {
+  if (check_usage(!is_state_node(node))) return ov_subtype_error;
+  return node->subtype;
+}
+
+ov_status_t ov_node_set_subtype(ov_node_t node, ov_subtype_t subtype) {
+  if (check_usage(!is_state_node(node) || node->master != nullptr || subtype < ov_subtype_label ||
+                  subtype > ov_subtype_interval))
+    return ov_error_usage;
+  if (node->subtype == subtype) return ov_error_none;
+  if (subtype == ov_subtype_boolean && node->state_count != 2) return fail(ov_error_usage);
+  node->subtype = subtype;
+  invalidate_dependants(node);
+  refresh_clones(node);
+  return ov_error_none;
+}
+
+ov_count_t ov_node_get_number_of_states(ov_node_t node) {
+  if (check_usage(!is_state_node(node))) return -1;
+  return node->state_count;
+}
+
+ov_node_t *ov_node_get_parents(ov_node_t node) {
+  if (check_usage(node == nullptr)) return nullptr;
+  return node->parents.data();
+}
+
+ov_node_t *ov_node_get_children(ov_node_t node) {
+  if (check_usage(node == nullptr)) return nullptr;
+  return node->children.data();
+}
+
+ov_domain_t ov_node_get_domain(ov_node_t node) {
+  if (check_usage(node == nullptr || node->home->is_class())) return nullptr;
+  return node->home;
+}
+
+ov_domain_t ov_node_get_home_domain(ov_node_t node) { return ov_node_get_domain(node); }
+
+ov_string_t ov_node_get_name(ov_node_t node) {
+  if (check_usage(node == nullptr)) return nullptr;
+  return guarded<ov_string_t>(nullptr, [&] { return node_get_name(node); });
+}
+
+ov_status_t ov_node_set_name(ov_node_t node, ov_string_t name) {
+  if (check_usage(node == nullptr || name == nullptr)) return ov_error_usage;
+  return guarded_status([&] { return node_set_name(node, name); });
+}
+
+ov_string_t ov_node_get_label(ov_node_t node) {
+  if (check_usage(node == nullptr)) return nullptr;
+  return node->label.c_str();
+}
+
+ov_status_t ov_node_set_label(ov_node_t node, ov_string_t label) {
+  if (check_usage(node == nullptr || label == nullptr)) return ov_error_usage;
+  return guarded_status([&] {
+    node->label = label;
+    return ov_error_none;
+  });
+}
+
+ov_status_t ov_node_set_position(ov_node_t node, int x, int y) {
+  if (check_usage(node == nullptr)) return ov_error_usage;
+  node->position_x = x;
+  node->position_y = y;
+  return ov_error_none;
+}
+
+ov_status_t ov_node_get_position(ov_node_t node, int *x, int *y) {
+  if (check_usage(node == nullptr || x == nullptr || y == nullptr || x == y)) return ov_error_usage;
+  *x = node->position_x;
+  *y = node->position_y;
+  return ov_error_none;
+}
+
+ov_status_t ov_node_set_user_data(ov_node_t node, void *data) {
+  if (check_usage(node == nullptr)) return ov_error_usage;
+  node->user_data = data;
+  return ov_error_none;
+}
+
+void *ov_node_get_user_data(ov_node_t node) {
+  if (check_usage(node == nullptr)) return nullptr;
+  return node->user_data;
+}
+
+ov_string_t ov_node_get_state_label(ov_node_t node, ov_index_t state) {
+  if (check_usage(!valid_state(node, state))) return nullptr;
+  return state_label(node, static_cast<std::uint32_t>(state));
+}
+
+ov_status_t ov_node_set_state_label(ov_node_t node, ov_index_t state, ov_string_t label) {
+  if (check_usage(!valid_state(node, state) || label == nullptr || node->master != nullptr)) return ov_error_usage;
+  auto index = static_cast<std::uint32_t>(state);
+  if (std::strcmp(state_label(node, index), label) == 0) return ov_error_none;
+  return guarded_status([&] {
+    std::string copy(label);
+    if (!node->state_labels) {
+      node->state_labels = std::make_shared<StateLabels>(node->state_count);
+      refresh_clones(node);
+    }
+    (*node->state_labels)[index] = std::move(copy);
+    if (node->subtype == ov_subtype_label) invalidate_dependants(node);
+    return ov_error_none;
+  });
+}
+
+ov_index_t ov_node_get_state_index_from_label(ov_node_t node, ov_string_t label) {
+  if (check_usage(!is_state_node(node) || label == nullptr)) return -1;
+  ov_index_t found = -1;
+  for (std::uint32_t i = 0; i < node->state_count; ++i) {
+    if (std::strcmp(state_label(node, i), label) != 0) continue;
+    if (found >= 0) return -1;
+    found = i;
+  }
+  return found;
+}
+
+ov_double_t ov_node_get_state_value(ov_node_t node, ov_index_t state) {
+  if (check_usage(!valid_value_index(node, state))) return -1.0;
+  return state_value(node, static_cast<std::uint32_t>(state));
+}
+
+ov_status_t ov_node_set_state_value(ov_node_t node, ov_index_t state, ov_double_t value) {
+  if (check_usage(!valid_value_index(node, state) || node->master != nullptr)) return ov_error_usage;
+  auto index = static_cast<std::uint32_t>(state);
+  if (state_value(node, index) == value) return ov_error_none;
+  return guarded_status([&] {
+    if (!node->state_values) {
+      auto values = std::make_shared<StateValues>(node->state_count + 1, -1.0);
+      if (node->subtype == ov_subtype_interval) {
+        values->front() = -DBL_MAX;
+        values->back() = DBL_MAX;
+      }
+      node->state_values = std::move(values);
+      refresh_clones(node);
+    }
+    (*node->state_values)[index] = value;
+    invalidate_dependants(node);
+    return ov_error_none;
+  });
+}
+
+ov_index_t ov_node_get_state_index_from_value(ov_node_t node, ov_double_t value) {
+  if (check_usage(!is_state_node(node) || !node->state_values ||
+                  !(node->subtype == ov_subtype_number ||
+                    (node->subtype == ov_subtype_interval && values_increase(node)))))
+    return -1;
+  if (std::isnan(value)) return -1;
+  const StateValues &v = *node->state_values;
+  const std::uint32_t n = node->state_count;
+  if (node->subtype == ov_subtype_number) {
+    for (std::uint32_t i = 0; i < n; ++i)
+      if (std::fabs(value - v[i]) <= std::fabs(value) * 1e-10) return i;
+    return -1;
+  }
+  if (value < v[0] && is_finite_bound(v[0])) return -1;
+  if (value > v[n] && is_finite_bound(v[n])) return -1;
+  for (std::uint32_t i = 0; i + 1 < n; ++i)
+    if (value < v[i + 1]) return i;
+  return n - 1;
+}
+
+ov_status_t ov_node_touch_table(ov_node_t node) {
+  if (check_usage(node == nullptr)) return ov_error_usage;
+  touch_table(node);
+  return ov_error_none;
+}
+
+} // extern "C"

@@ -1,0 +1,137 @@
+// The node record and the operations on nodes shared by the subsystems.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "model/attribute.h"
+#include "model/node_list.h"
+#include "orvel.h"
+
+#include "model/forward.h"
+
+namespace orvel {
+
+// State labels of a discrete node; an absent label is a state that has none.
+// Shared between a class output and its clones.
+using StateLabels = std::vector<std::optional<std::string>>;
+// State values, state_count + 1 of them; shared like the labels.
+using StateValues = std::vector<double>;
+
+struct TableDeleter {
+  void operator()(Table *table) const noexcept;
+};
+using TablePtr = std::unique_ptr<Table, TableDeleter>;
+struct ModelDeleter {
+  void operator()(ov_model_s *model) const noexcept;
+};
+using ModelPtr = std::unique_ptr<ov_model_s, ModelDeleter>;
+} // namespace orvel
+
+struct ov_node_s {
+  orvel::Domain *home = nullptr;
+  ov_category_t category = ov_category_chance;
+  ov_kind_t kind = ov_kind_discrete;
+  std::uint32_t number = 0; // position counted from the oldest node, from 1
+  std::optional<std::string> name;
+  orvel::NodeList parents; // discrete parents first, the latest first
+  orvel::NodeList children;
+  std::int8_t mark = 0; // scratch mark of graph walks; 0 between operations
+  std::string label;
+  int position_x = 0, position_y = 0;
+
+  ov_table_s *table = nullptr; // conditional or utility table, on the domain's list
+  orvel::ChainComponent *chain_component = nullptr;
+
+  // Compilation and inference (owned by the forest).
+  ov_junction_tree_s *junction_tree = nullptr;
+  ov_clique_s *home_clique = nullptr;
+  orvel::KernelPlan *table_plan = nullptr;
+  orvel::KernelPlan *extra_table_plan = nullptr;
+  std::uint32_t elimination_number = 0; // non-zero means triangulated
+  ov_table_s *belief_table = nullptr;
+  ov_table_s *utility_table = nullptr;
+  ov_clique_s *conflict_clique = nullptr;
+
+  // Edge constraints towards other nodes: (other node, value), one per node.
+  std::vector<std::pair<ov_node_s *, int>> edge_constraints;
+
+  ov_table_s *experience_table = nullptr;
+  ov_table_s *fading_table = nullptr;
+  void *user_data = nullptr;
+  orvel::AttributeList attributes;
+  orvel::ModelPtr model;
+
+  // Object-oriented networks.
+  ov_domain_s *instance_class = nullptr; // for an instance node: its class
+  ov_node_s *master = nullptr;           // for a clone: the class node it stands for
+  ov_node_s *instance = nullptr;         // for a clone: its instance node
+  orvel::NodeList output_clones;         // for an instance node
+  std::vector<ov_node_s *> input_bindings;
+
+  // Discrete nodes.
+  std::uint32_t state_count = 1;
+  std::shared_ptr<orvel::StateLabels> state_labels; // null until a label is set
+  std::vector<ov_number_t> entered_finding;         // empty: no finding
+  bool has_entered_finding = false;
+  ov_table_s *propagated_finding = nullptr;
+  std::int32_t instantiated_state = -1;
+  std::int32_t simulated_state = -1;
+  ov_subtype_t subtype = ov_subtype_label;
+  std::shared_ptr<orvel::StateValues> state_values; // null until set
+
+  // Continuous nodes.
+  bool value_entered = false;
+  bool value_propagated = false;
+  double entered_value = 0.0;
+  double propagated_value = 0.0;
+  double simulated_value = 0.0;
+
+  bool is_discrete() const noexcept { return kind == ov_kind_discrete; }
+  bool has_states() const noexcept {
+    return kind == ov_kind_discrete && (category == ov_category_chance || category == ov_category_decision);
+  }
+};
+
+namespace orvel {
+
+// Creates a node at the head of the domain's list; null on failure (usage,
+// no_memory or cg_influence_diagrams_not_supported), with the domain as it was.
+Node *node_create(Domain *domain, ov_category_t category, ov_kind_t kind, ov_subtype_t subtype, bool is_clone);
+
+// The label of a state: stored, or "false"/"true" for a boolean node, or "".
+const char *state_label(const Node *node, std::uint32_t state) noexcept;
+// The value of a state or bound, with the infinite bounds of an unset
+// interval node and -1.0 otherwise.
+double state_value(const Node *node, std::uint32_t state) noexcept;
+// Whether the state values form a strictly increasing sequence.
+bool values_increase(const Node *node) noexcept;
+// Whether a name has the form of a C identifier (checked in the "C" locale by
+// the caller).
+bool name_is_valid(const char *name) noexcept;
+
+// Invalidation cascades: see the domain header for what each reaches.
+void touch_table(Node *node) noexcept;
+void invalidate_model(Node *node) noexcept;
+void invalidate_dependants(Node *node) noexcept;
+void refresh_clones(Node *node) noexcept;
+
+// Gives a node a name, keeping the domain's name table up to date.
+ov_status_t node_set_name(Node *node, const char *name);
+// The node's name, generating one if it has none; null on failure.
+const char *node_get_name(Node *node);
+
+// Deletes a node, reshaping its neighbours' tables.
+ov_status_t node_delete(Node *node);
+
+// Inserts a node into a parent list: discrete ones at the front, continuous
+// ones at the end.
+void node_list_insert_by_kind(NodeList &list, Node *node);
+// Whether each entry belongs to the domain and none occurs twice.
+bool node_list_is_set_of(const NodeList &list, const Domain *domain) noexcept;
+bool node_list_is_set_of(Node *const *list, const Domain *domain) noexcept;
+
+} // namespace orvel
