@@ -334,6 +334,17 @@ OV_API ov_count_t ov_domain_get_max_number_of_em_iterations(ov_domain_t domain);
 OV_API ov_status_t ov_domain_set_log_file(ov_domain_t domain, FILE *log);
 
 /* ------------------------------------------------------------------------
+ * Random numbers
+ * ------------------------------------------------------------------------ */
+
+/* Seeds the domain's generator; seeds equal modulo 2^30 give one sequence. */
+OV_API ov_status_t ov_domain_seed_random(ov_domain_t domain, uint32_t seed);
+/* The next uniform deviate in [0, 1), or -1.0. */
+OV_API ov_double_t ov_domain_get_uniform_deviate(ov_domain_t domain);
+/* A normal deviate; usage for a negative variance. -1.0 on failure. */
+OV_API ov_double_t ov_domain_get_normal_deviate(ov_domain_t domain, ov_double_t mean, ov_double_t variance);
+
+/* ------------------------------------------------------------------------
  * Nodes
  * ------------------------------------------------------------------------ */
 

@@ -6,6 +6,12 @@
 #include "api/error.h"
 #include "table/table.h"
 
+namespace orvel {
+constexpr std::uint32_t default_random_seed = 310952;
+}
+
+ov_domain_s::ov_domain_s() { orvel::random_seed(random, orvel::default_random_seed); }
+
 ov_domain_s::~ov_domain_s() {
   // Nodes refer to tables and to each other only through borrowed pointers,
   // so the members can go in any order.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "api/memory.h"
+#include "learn/random.h"
 #include "model/attribute.h"
 #include "model/node.h"
 #include "model/node_list.h"
@@ -63,6 +64,8 @@ struct ov_domain_s {
   double log_likelihood = 0.0;
   std::uint32_t log_likelihood_valid = 0;
 
+  orvel::RandomState random; // seeded with the default seed at creation
+
   void *user_data = nullptr;
   orvel::AttributeList attributes;
 
@@ -72,7 +75,7 @@ struct ov_domain_s {
   orvel::NodeList class_inputs, class_outputs, class_instances;
   std::uint32_t class_mark = 0;
 
-  ov_domain_s() = default;
+  ov_domain_s();
   ov_domain_s(const ov_domain_s &) = delete;
   ov_domain_s &operator=(const ov_domain_s &) = delete;
   ~ov_domain_s();

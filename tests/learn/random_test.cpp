@@ -1,0 +1,119 @@
+// The domain's random number generator.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "learn/random.h"
+#include "orvel.h"
+
+namespace orvel {
+namespace {
+
+// The check value that the generator's author published: after seeding
+// with 310952 and computing 2009 batches of 1009 numbers, the first lag
+// entry is 0.36410514377569680455.
+TEST(Random, MatchesThePublishedCheckValue) {
+  RandomState state;
+  random_seed(state, 310952);
+  for (int i = 0; i < 2009 * 100; ++i) random_uniform(state);
+  EXPECT_EQ(state.lags[0], 0.36410514377569680455);
+}
+
+TEST(Random, NewDomainUsesTheDefaultSeed) {
+  ov_domain_t a = ov_new_domain();
+  ov_domain_t b = ov_new_domain();
+  ov_domain_seed_random(b, 310952);
+  for (int i = 0; i < 500; ++i) ASSERT_EQ(ov_domain_get_uniform_deviate(a), ov_domain_get_uniform_deviate(b));
+  ov_domain_delete(a);
+  ov_domain_delete(b);
+}
+
+TEST(Random, SeedsEqualModulo2To30GiveOneSequence) {
+  ov_domain_t a = ov_new_domain();
+  ov_domain_t b = ov_new_domain();
+  ov_domain_seed_random(a, 12345);
+  ov_domain_seed_random(b, 12345u + (1u << 30));
+  bool differs_from_default = false;
+  ov_domain_t c = ov_new_domain();
+  for (int i = 0; i < 300; ++i) {
+    double x = ov_domain_get_uniform_deviate(a);
+    ASSERT_EQ(x, ov_domain_get_uniform_deviate(b));
+    ASSERT_GE(x, 0.0);
+    ASSERT_LT(x, 1.0);
+    if (x != ov_domain_get_uniform_deviate(c)) differs_from_default = true;
+  }
+  EXPECT_TRUE(differs_from_default);
+  ov_domain_delete(a);
+  ov_domain_delete(b);
+  ov_domain_delete(c);
+}
+
+TEST(Random, UniformDeviatesLookUniform) {
+  RandomState state;
+  random_seed(state, 7);
+  const int n = 200000;
+  std::vector<int> bins(10, 0);
+  double sum = 0;
+  for (int i = 0; i < n; ++i) {
+    double x = random_uniform(state);
+    sum += x;
+    ++bins[static_cast<int>(x * 10)];
+  }
+  EXPECT_NEAR(sum / n, 0.5, 0.005);
+  for (int count : bins) EXPECT_NEAR(count, n / 10, 5 * std::sqrt(n / 10.0));
+}
+
+TEST(Random, NormalDeviates) {
+  ov_domain_t domain = ov_new_domain();
+  // A zero variance draws nothing.
+  ov_domain_seed_random(domain, 99);
+  EXPECT_EQ(ov_domain_get_normal_deviate(domain, 3.5, 0.0), 3.5);
+  double first = ov_domain_get_uniform_deviate(domain);
+  ov_domain_seed_random(domain, 99);
+  EXPECT_EQ(ov_domain_get_uniform_deviate(domain), first);
+
+  EXPECT_EQ(ov_domain_get_normal_deviate(domain, 0.0, -1.0), -1.0);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_domain_get_normal_deviate(domain, 0.0, NAN), -1.0);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+
+  const int n = 100000;
+  double sum = 0, squares = 0;
+  for (int i = 0; i < n; ++i) {
+    double x = ov_domain_get_normal_deviate(domain, 2.0, 4.0);
+    sum += x;
+    squares += x * x;
+  }
+  double mean = sum / n, variance = squares / n - mean * mean;
+  EXPECT_NEAR(mean, 2.0, 0.05);
+  EXPECT_NEAR(variance, 4.0, 0.1);
+  ov_domain_delete(domain);
+}
+
+TEST(Random, ChoosingAStateFollowsTheWeights) {
+  RandomState state;
+  random_seed(state, 2024);
+  const float weights[] = {0.1f, 0.0f, 0.6f, 0.3f};
+  std::vector<int> counts(4, 0);
+  const int n = 100000;
+  for (int i = 0; i < n; ++i) ++counts[random_choose(state, weights, 4, 1.0f)];
+  EXPECT_EQ(counts[1], 0) << "a state of weight zero is never chosen";
+  EXPECT_NEAR(counts[0] / double(n), 0.1, 0.01);
+  EXPECT_NEAR(counts[2] / double(n), 0.6, 0.01);
+  EXPECT_NEAR(counts[3] / double(n), 0.3, 0.01);
+  // Unnormalised weights work the same.
+  const float scaled[] = {2.0f, 6.0f};
+  int first = 0;
+  for (int i = 0; i < n; ++i) first += random_choose(state, scaled, 2, 8.0f) == 0;
+  EXPECT_NEAR(first / double(n), 0.25, 0.01);
+}
+
+TEST(Random, NullDomain) {
+  EXPECT_EQ(ov_domain_seed_random(nullptr, 1), ov_error_usage);
+  EXPECT_EQ(ov_domain_get_uniform_deviate(nullptr), -1.0);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+}
+
+} // namespace
+} // namespace orvel
