@@ -407,6 +407,35 @@ OV_API ov_index_t ov_node_get_state_index_from_value(ov_node_t node, ov_double_t
 OV_API ov_status_t ov_node_touch_table(ov_node_t node);
 
 /* ------------------------------------------------------------------------
+ * Graph editing
+ * ------------------------------------------------------------------------ */
+
+/* Makes parent a parent of child; the child's table ignores the new parent
+ * (cyclic_network if a cycle would arise). */
+OV_API ov_status_t ov_node_add_parent(ov_node_t child, ov_node_t parent);
+/* Removes a parent; the child's table keeps the slice of its state 0. */
+OV_API ov_status_t ov_node_remove_parent(ov_node_t node, ov_node_t parent);
+/* Replaces a parent by an interchangeable node, keeping the table numbers. */
+OV_API ov_status_t ov_node_switch_parent(ov_node_t node, ov_node_t old_parent, ov_node_t new_parent);
+/* Reverses the link between two chance nodes, keeping the joint distribution. */
+OV_API ov_status_t ov_node_reverse_edge(ov_node_t node1, ov_node_t node2);
+/* Sets the number of states, resizing tables (new states copy state 0) and
+ * discarding the entered finding. */
+OV_API ov_status_t ov_node_set_number_of_states(ov_node_t node, ov_count_t count);
+/* The constraint of node1 towards node2 for structure learning
+ * (ov_constraint_none if none); ov_constraint_error on failure. */
+OV_API ov_edge_constraint_t ov_node_get_edge_constraint(ov_node_t node1, ov_node_t node2);
+/* Sets the constraint of node1 towards node2 and its mirror on node2. */
+OV_API ov_status_t ov_node_set_edge_constraint(ov_node_t node1, ov_node_t node2, ov_edge_constraint_t constraint);
+/* The nodes d-connected to the source nodes given hard and soft evidence (all
+ * three NULL-terminated); the result is overwritten by the next such query. */
+OV_API ov_node_t *ov_domain_get_d_connected_nodes(ov_domain_t domain, ov_node_t *source, ov_node_t *hard_evidence,
+                                                  ov_node_t *soft_evidence);
+/* The nodes d-separated from the source nodes, as the query above. */
+OV_API ov_node_t *ov_domain_get_d_separated_nodes(ov_domain_t domain, ov_node_t *source, ov_node_t *hard_evidence,
+                                                  ov_node_t *soft_evidence);
+
+/* ------------------------------------------------------------------------
  * Tables
  * ------------------------------------------------------------------------ */
 

@@ -12,6 +12,7 @@
 #include "api/memory.h"
 #include "learn/random.h"
 #include "model/attribute.h"
+#include "model/chain_component.h"
 #include "model/node.h"
 #include "model/node_list.h"
 #include "orvel.h"
@@ -47,6 +48,8 @@ struct ov_domain_s {
   std::uint32_t discrete_count = 0, continuous_count = 0;
   std::uint32_t chance_count = 0, decision_count = 0, utility_count = 0, instance_count = 0;
   orvel::NameTable names;
+  // Undirected components of a chain graph, made by the NET parser.
+  std::vector<std::unique_ptr<orvel::ChainComponent>> chain_components;
 
   std::uint32_t grain_size = 10000;
   std::uint32_t concurrency_level = 1;
