@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "api/error.h"
+#include "table/plan.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -27,6 +28,9 @@ bool domain_is_triangulated(const Domain *domain) noexcept {
 void release_forest(Domain *domain, bool drop_triangulation) noexcept {
   domain->clique_count = 0;
   domain->junction_tree_count = 0;
+
+  // All kernel plans go first: they refer to the tables of the forest.
+  domain->kernel_plans.clear();
 
   // Tables of the forest and of queries go; node tables, experience and
   // fading tables stay.

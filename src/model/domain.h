@@ -19,6 +19,12 @@
 
 namespace orvel {
 
+// Kernel plans are owned by their domain (see table/plan.h).
+struct KernelPlanDeleter {
+  void operator()(KernelPlan *plan) const noexcept;
+};
+using KernelPlanPtr = std::unique_ptr<KernelPlan, KernelPlanDeleter>;
+
 // Chained hash table from names to nodes, built on demand by the lookup.
 struct NameTable {
   std::vector<std::vector<Node *>> buckets; // empty: no table
@@ -33,6 +39,10 @@ struct ov_domain_s {
   // Every table the domain owns, oldest first: a table's serial is its
   // position here from 1.
   std::vector<orvel::TablePtr> tables;
+
+  // Every kernel plan the domain owns, oldest first: a plan's serial is its
+  // position here from 1. Plans belong to the compiled state and go with it.
+  std::vector<orvel::KernelPlanPtr> kernel_plans;
 
   // The ring of format_count.
   char count_text[8][64] = {};
@@ -84,6 +94,7 @@ struct ov_domain_s {
   ~ov_domain_s();
 
   std::uint32_t node_count() const noexcept { return static_cast<std::uint32_t>(nodes.size()); }
+  std::uint32_t kernel_plan_count() const noexcept { return static_cast<std::uint32_t>(kernel_plans.size()); }
   bool is_class() const noexcept { return class_collection != nullptr; }
   // The newest node, or null.
   ov_node_s *first_node() const noexcept { return nodes.empty() ? nullptr : nodes.back().get(); }

@@ -25,8 +25,8 @@ std::vector<Size> discrete_strides(const Table *table) {
 } // namespace
 
 Table *table_reorder(Table *table, const NodeList &order) {
-  Table *result = table_new(table->domain, order.data(), table->value_kind, role_returned, false,
-                            static_cast<bool>(table->data));
+  Table *result =
+      table_new(table->domain, order.data(), table->value_kind, role_returned, false, static_cast<bool>(table->data));
   if (result == nullptr) return nullptr;
   const std::uint32_t d = table->discrete_count, c = table->continuous_count;
 

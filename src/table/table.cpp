@@ -110,18 +110,16 @@ ov_status_t table_allocate(Table *table) noexcept {
   }
   table->data = std::move(data);
   table->cg_data = std::move(cg);
-  ov_number_t fresh = table->value_kind == ov_table_kind_probability || table->value_kind == ov_table_kind_fading
-                          ? 1.0f
-                          : 0.0f;
+  ov_number_t fresh =
+      table->value_kind == ov_table_kind_probability || table->value_kind == ov_table_kind_fading ? 1.0f : 0.0f;
   std::fill_n(table->data.get(), table->size, fresh);
   if (table->cg_data) std::fill_n(table->cg_data.get(), static_cast<std::size_t>(table->size) * table->cg_stride, 0.0);
   return set_error(ov_error_none);
 }
 
 void table_fill(Table *table) noexcept {
-  ov_number_t fresh = table->value_kind == ov_table_kind_probability || table->value_kind == ov_table_kind_fading
-                          ? 1.0f
-                          : 0.0f;
+  ov_number_t fresh =
+      table->value_kind == ov_table_kind_probability || table->value_kind == ov_table_kind_fading ? 1.0f : 0.0f;
   if (table->data) std::fill_n(table->data.get(), table->size, fresh);
   if (table->cg_data) std::fill_n(table->cg_data.get(), static_cast<std::size_t>(table->size) * table->cg_stride, 0.0);
   fill_roles(table);
