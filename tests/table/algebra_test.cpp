@@ -1,0 +1,505 @@
+// Marginalisation, multiplication, division and normalisation, against a
+// naive per-cell reference and at every concurrency level.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numeric>
+#include <random>
+
+#include "api/error.h"
+#include "table/algebra.h"
+#include "table/plan.h"
+#include "table_helpers.h"
+
+namespace orvel {
+namespace {
+
+using test::data_of;
+using test::Net;
+using test::project;
+
+// Reference results by a per-cell index loop.
+std::vector<float> reference_sum(const Table *fine, const Table *coarse) {
+  std::vector<double> acc(coarse->size, 0.0);
+  for (std::uint32_t i = 0; i < fine->size; ++i) acc[project(fine, i, coarse)] += fine->data[i];
+  return std::vector<float>(acc.begin(), acc.end());
+}
+
+std::vector<float> reference_max(const Table *fine, const Table *coarse) {
+  std::vector<float> best(coarse->size, -INFINITY);
+  for (std::uint32_t i = 0; i < fine->size; ++i) {
+    float &b = best[project(fine, i, coarse)];
+    b = std::max(b, fine->data[i]);
+  }
+  return best;
+}
+
+std::vector<float> reference_multiply(const Table *fine, const Table *coarse) {
+  std::vector<float> out = data_of(fine);
+  for (std::uint32_t i = 0; i < fine->size; ++i) out[i] *= coarse->data[project(fine, i, coarse)];
+  return out;
+}
+
+// The three division rules: one-to-one cells divide by a divisor above 0;
+// a block with no shared node is scaled by the reciprocal of a divisor above
+// 0; a block under a shared cell is scaled unless the divisor is exactly 0.
+std::vector<float> reference_divide(const Table *fine, const Table *coarse) {
+  std::vector<float> out = data_of(fine);
+  const bool one_to_one = fine->discrete_count == coarse->discrete_count;
+  const bool no_shared = coarse->discrete_count == 0;
+  for (std::uint32_t i = 0; i < fine->size; ++i) {
+    float d = coarse->data[project(fine, i, coarse)];
+    if (one_to_one) {
+      if (d > 0) out[i] = out[i] / d;
+    } else if (no_shared) {
+      if (d > 0) out[i] *= 1.0f / d;
+    } else if (!(d == 0)) {
+      out[i] *= 1.0f / d;
+    }
+  }
+  return out;
+}
+
+void expect_same(const std::vector<float> &expected, const Table *table, const char *what, std::uint32_t level) {
+  ASSERT_EQ(expected.size(), table->size) << what;
+  for (std::uint32_t i = 0; i < table->size; ++i) {
+    if (std::isnan(expected[i])) {
+      EXPECT_TRUE(std::isnan(table->data[i])) << what << " level " << level << " cell " << i;
+      continue;
+    }
+    // Bit for bit: the split over threads changes only who does which cell.
+    EXPECT_EQ(expected[i], table->data[i]) << what << " level " << level << " cell " << i;
+  }
+}
+
+// Random shapes: up to 8 nodes of 1 to 5 states in random order, a random
+// subset of them in another random order, at most 20000 cells.
+struct Shape {
+  std::vector<Node *> fine, coarse;
+};
+
+Shape random_shape(Net &net, std::mt19937 &rng) {
+  std::uniform_int_distribution<std::uint32_t> states(1, 5), count(0, 8);
+  Shape shape;
+  std::uint32_t n = count(rng);
+  std::uint32_t size = 1;
+  for (std::uint32_t i = 0; i < n; ++i) {
+    std::uint32_t s = states(rng);
+    if (size * s > 20000) s = 1;
+    size *= s;
+    shape.fine.push_back(net.discrete(s));
+  }
+  std::shuffle(shape.fine.begin(), shape.fine.end(), rng);
+  for (Node *node : shape.fine)
+    if (rng() % 2 == 0) shape.coarse.push_back(node);
+  std::shuffle(shape.coarse.begin(), shape.coarse.end(), rng);
+  return shape;
+}
+
+TEST(TableAlgebraProperty, MatchesTheNaiveReferenceAtEveryLevel) {
+  std::mt19937 rng(20240611);
+  for (int round = 0; round < 150; ++round) {
+    Net net;
+    Shape shape = random_shape(net, rng);
+    Table *fine = net.table(shape.fine);
+    Table *coarse = net.table(shape.coarse);
+    test::fill_random(fine, rng, 0.1);
+    test::fill_random(coarse, rng, 0.3);
+    const std::vector<float> fine_data = data_of(fine), coarse_data = data_of(coarse);
+    const std::vector<float> sum = reference_sum(fine, coarse), max = reference_max(fine, coarse);
+    const std::vector<float> product = reference_multiply(fine, coarse), quotient = reference_divide(fine, coarse);
+
+    for (std::uint32_t level : test::levels()) {
+      SCOPED_TRACE("round " + std::to_string(round));
+      test::set_level(net, level);
+      Table *out = net.table(shape.coarse);
+      ASSERT_EQ(marginalize_tables(fine, out, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+      expect_same(sum, out, "sum", level);
+      ASSERT_EQ(marginalize_tables(fine, out, ov_equilibrium_max, ov_mode_normal, false), ov_error_none);
+      expect_same(max, out, "max", level);
+      EXPECT_EQ(data_of(fine), fine_data);
+
+      Table *target = table_clone(fine);
+      ASSERT_EQ(multiply_tables(target, coarse), ov_error_none);
+      expect_same(product, target, "multiply", level);
+      std::memcpy(target->data.get(), fine_data.data(), sizeof(float) * fine->size);
+      ASSERT_EQ(divide_tables(target, coarse), ov_error_none);
+      expect_same(quotient, target, "divide", level);
+      EXPECT_EQ(data_of(coarse), coarse_data);
+      table_delete(target);
+      table_delete(out);
+    }
+    EXPECT_EQ(net.domain->kernel_plan_count(), 0u) << "the shorthand forms delete their plans";
+  }
+}
+
+TEST(TableAlgebraProperty, LargeTablesAgreeAcrossLevelsWithTheDefaultGrain) {
+  // Big enough that the default grain of 10000 lets workers start.
+  Net net;
+  Node *a = net.discrete(16), *b = net.discrete(12), *c = net.discrete(10), *d = net.discrete(9);
+  std::mt19937 rng(7);
+  Table *fine = net.table({a, b, c, d});
+  test::fill_random(fine, rng);
+  Table *coarse = net.table({c, a});
+  test::fill_random(coarse, rng);
+  const std::vector<float> sum = reference_sum(fine, coarse), product = reference_multiply(fine, coarse);
+  for (std::uint32_t level : test::levels()) {
+    test::set_level(net, level, 10000);
+    Table *out = net.table({c, a});
+    ASSERT_EQ(marginalize_tables(fine, out, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+    expect_same(sum, out, "sum", level);
+    Table *target = table_clone(fine);
+    ASSERT_EQ(multiply_tables(target, coarse), ov_error_none);
+    expect_same(product, target, "multiply", level);
+    table_delete(target);
+    table_delete(out);
+  }
+}
+
+TEST(Division, ZeroByZeroIsZeroAndXByZeroStaysX) {
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(2);
+  // One to one.
+  Table *t = net.filled({a}, {0.0f, 5.0f});
+  Table *s = net.filled({a}, {0.0f, 0.0f});
+  ASSERT_EQ(divide_tables(t, s), ov_error_none);
+  EXPECT_EQ(data_of(t), (std::vector<float>{0.0f, 5.0f}));
+  // A block with no shared node.
+  Table *t2 = net.filled({a, b}, {0, 5, 0, 5});
+  Table *empty = net.filled({}, {0.0f});
+  ASSERT_EQ(divide_tables(t2, empty), ov_error_none);
+  EXPECT_EQ(data_of(t2), (std::vector<float>{0, 5, 0, 5}));
+  // Blocks under shared cells, with the shared node last in the target (the
+  // contiguous run) and first.
+  Table *t3 = net.filled({a, b}, {0, 5, 0, 5});
+  Table *s3 = net.filled({b}, {0.0f, 0.0f});
+  ASSERT_EQ(divide_tables(t3, s3), ov_error_none);
+  EXPECT_EQ(data_of(t3), (std::vector<float>{0, 5, 0, 5}));
+  Table *t4 = net.filled({a, b}, {0, 5, 5, 0});
+  Table *s4 = net.filled({a}, {0.0f, 2.0f});
+  ASSERT_EQ(divide_tables(t4, s4), ov_error_none);
+  EXPECT_EQ(data_of(t4), (std::vector<float>{0, 5, 2.5f, 0}));
+}
+
+TEST(Division, NegativeDivisorDependsOnTheShape) {
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(3);
+  Table *t = net.filled({a}, {4.0f, 6.0f});
+  Table *s = net.filled({a}, {-2.0f, 2.0f});
+  ASSERT_EQ(divide_tables(t, s), ov_error_none);
+  EXPECT_EQ(data_of(t), (std::vector<float>{4.0f, 3.0f})) << "one to one: left unchanged";
+
+  Table *t2 = net.filled({a, b}, {1, 2, 3, 4, 5, 6});
+  Table *empty = net.filled({}, {-2.0f});
+  ASSERT_EQ(divide_tables(t2, empty), ov_error_none);
+  EXPECT_EQ(data_of(t2), (std::vector<float>{1, 2, 3, 4, 5, 6})) << "no shared dimension: unchanged";
+
+  Table *t3 = net.filled({a, b}, {1, 2, 3, 4, 5, 6});
+  Table *s3 = net.filled({a}, {-2.0f, 0.0f});
+  ASSERT_EQ(divide_tables(t3, s3), ov_error_none);
+  EXPECT_EQ(data_of(t3), (std::vector<float>{-0.5f, -1.0f, -1.5f, 4, 5, 6})) << "shared and inner: scaled";
+
+  // NaN scales a block under a shared cell too, and never a one-to-one cell.
+  Table *t4 = net.filled({a, b}, {1, 2, 3, 4, 5, 6});
+  Table *s4 = net.filled({a}, {NAN, 1.0f});
+  ASSERT_EQ(divide_tables(t4, s4), ov_error_none);
+  EXPECT_TRUE(std::isnan(t4->data[0]) && std::isnan(t4->data[2]));
+  Table *t5 = net.filled({a}, {4.0f, 6.0f});
+  Table *s5 = net.filled({a}, {NAN, 2.0f});
+  ASSERT_EQ(divide_tables(t5, s5), ov_error_none);
+  EXPECT_EQ(data_of(t5), (std::vector<float>{4.0f, 3.0f}));
+}
+
+TEST(Division, BlocksMultiplyByTheReciprocal) {
+  Net net;
+  Node *a = net.discrete(1), *b = net.discrete(2);
+  const float x = 1.0f, d = 3.0f;
+  Table *one = net.filled({a}, {x});
+  Table *divisor = net.filled({a}, {d});
+  ASSERT_EQ(divide_tables(one, divisor), ov_error_none);
+  EXPECT_EQ(one->data[0], x / d);
+  Table *block = net.filled({a, b}, {x, x});
+  ASSERT_EQ(divide_tables(block, divisor), ov_error_none);
+  EXPECT_EQ(block->data[0], x * (1.0f / d));
+}
+
+TEST(Division, CompressedDomainIsRefused) {
+  Net net;
+  Node *a = net.discrete(2);
+  Table *t = net.filled({a}, {1, 2});
+  Table *s = net.filled({a}, {1, 2});
+  KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
+  ASSERT_NE(plan, nullptr);
+  net.domain->compiled = 1;
+  net.domain->compressed = 1;
+  EXPECT_EQ(table_divide_into(plan), ov_error_compressed);
+  EXPECT_EQ(ov_error_code(), ov_error_compressed);
+  net.domain->compressed = 0;
+  net.domain->compiled = 0;
+  EXPECT_EQ(table_divide_into(nullptr), ov_error_usage);
+}
+
+TEST(Multiplication, TablesDifferingOnlyInOrderUseTheOneToOneLoop) {
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(3);
+  Table *t = net.filled({a, b}, {1, 2, 3, 4, 5, 6});
+  Table *s = net.filled({b, a}, {10, 20, 30, 40, 50, 60});
+  KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
+  ASSERT_NE(plan, nullptr);
+  plan_prepare(plan, false);
+  EXPECT_EQ(plan->inner_count, 0u);
+  EXPECT_EQ(plan->shared_count, 2u);
+  ASSERT_EQ(table_multiply_into(plan, false), ov_error_none);
+  // t(a,b) * s(b,a): s is indexed b*2 + a.
+  EXPECT_EQ(data_of(t), (std::vector<float>{10, 60, 150, 80, 200, 360}));
+}
+
+TEST(Multiplication, ContiguousRunsWithRemainder) {
+  // The shared node last in the target gives the unrolled run; 7 states
+  // leave a remainder of 3.
+  Net net;
+  Node *a = net.discrete(3), *b = net.discrete(7);
+  Table *t = net.table({a, b});
+  Table *s = net.table({b});
+  for (Size i = 0; i < t->size; ++i) t->data[i] = static_cast<float>(i + 1);
+  for (Size i = 0; i < s->size; ++i) s->data[i] = static_cast<float>(i + 2);
+  ASSERT_EQ(multiply_tables(t, s), ov_error_none);
+  for (Size i = 0; i < t->size; ++i) EXPECT_EQ(t->data[i], static_cast<float>((i + 1) * (i % 7 + 2)));
+}
+
+TEST(Multiplication, UtilitiesAddWhereProbabilitiesMultiply) {
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(2);
+  Table *tp = net.filled({a, b}, {1, 1, 1, 1});
+  Table *tu = net.filled({a, b}, {1, 2, 3, 4}, ov_table_kind_utility);
+  Table *sp = net.filled({b}, {0.5f, 2.0f});
+  Table *su = net.filled({b}, {10, 20}, ov_table_kind_utility);
+  KernelPlan *plan = plan_new(tp, tu, sp, su);
+  ASSERT_NE(plan, nullptr);
+  for (std::uint32_t level : test::levels()) {
+    test::set_level(net, level);
+    std::fill_n(tp->data.get(), 4, 1.0f);
+    const float start[] = {1, 2, 3, 4};
+    std::copy(start, start + 4, tu->data.get());
+    ASSERT_EQ(table_multiply_into(plan, false), ov_error_none);
+    EXPECT_EQ(data_of(tu), (std::vector<float>{11, 22, 13, 24}));
+    EXPECT_EQ(data_of(tp), (std::vector<float>{0.5f, 2, 0.5f, 2}));
+  }
+  plan_delete(plan);
+}
+
+TEST(Marginalisation, EmptyListYieldsTheSumOfAllCells) {
+  Net net;
+  Node *a = net.discrete(3), *b = net.discrete(4);
+  Table *t = net.table({a, b});
+  for (Size i = 0; i < t->size; ++i) t->data[i] = static_cast<float>(i);
+  Table *m = marginal_of(t, NodeList(), ov_equilibrium_sum, ov_mode_normal, false);
+  ASSERT_NE(m, nullptr);
+  EXPECT_EQ(m->size, 1u);
+  EXPECT_EQ(m->data[0], 66.0f);
+  EXPECT_EQ(m->serial, 0u) << "detached";
+  EXPECT_EQ(m->role, role_returned);
+  table_delete(m);
+  Table *top = marginal_of(t, NodeList(), ov_equilibrium_max, ov_mode_normal, false);
+  EXPECT_EQ(top->data[0], 11.0f);
+  table_delete(top);
+}
+
+TEST(Marginalisation, SixteenMillionSmallCellsSumInDouble) {
+  Net net;
+  Node *a = net.discrete(256), *b = net.discrete(256), *c = net.discrete(256);
+  Table *t = net.table({a, b, c});
+  ASSERT_EQ(t->size, 16777216u);
+  std::fill_n(t->data.get(), t->size, 1e-8f);
+  for (std::uint32_t level : {1u, 2u}) {
+    test::set_level(net, level, 10000);
+    Table *m = marginal_of(t, NodeList(), ov_equilibrium_sum, ov_mode_normal, false);
+    ASSERT_NE(m, nullptr);
+    // A float accumulator would stall far below this.
+    EXPECT_NEAR(m->data[0], 16777216 * static_cast<double>(1e-8f), 1e-6);
+    table_delete(m);
+    Table *rows = net.table({a});
+    ASSERT_EQ(marginalize_tables(t, rows, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+    EXPECT_NEAR(rows->data[17], 65536 * static_cast<double>(1e-8f), 1e-9);
+    table_delete(rows);
+  }
+}
+
+TEST(Marginalisation, EqualListGivesADetachedCopy) {
+  Net net;
+  Node *a = net.discrete(2);
+  Table *t = net.filled({a}, {0.25f, 0.75f});
+  Table *copy = marginal_of(t, t->nodes, ov_equilibrium_sum, ov_mode_normal, false);
+  ASSERT_NE(copy, nullptr);
+  EXPECT_NE(copy, t);
+  EXPECT_EQ(data_of(copy), data_of(t));
+  EXPECT_EQ(copy->serial, 0u);
+  table_delete(copy);
+}
+
+TEST(Marginalisation, RestrictReadsTheSliceOfFixedNodes) {
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(3);
+  Table *t = net.filled({a, b}, {1, 2, 3, 4, 5, 6});
+  Table *m = net.table({a});
+  b->instantiated_state = 2;
+  ASSERT_EQ(marginalize_tables(t, m, ov_equilibrium_sum, ov_mode_normal, true), ov_error_none);
+  EXPECT_EQ(data_of(m), (std::vector<float>{3, 6}));
+  ASSERT_EQ(marginalize_tables(t, m, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+  EXPECT_EQ(data_of(m), (std::vector<float>{6, 15}));
+  // Multiplication with restrict leaves the cells of other states alone.
+  Table *s = net.filled({a}, {10, 100});
+  ASSERT_EQ(marginalize_tables(t, m, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+  KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
+  ASSERT_EQ(table_multiply_into(plan, true), ov_error_none);
+  EXPECT_EQ(data_of(t), (std::vector<float>{1, 2, 30, 4, 5, 600}));
+  plan_delete(plan);
+  b->instantiated_state = -1;
+}
+
+TEST(Marginalisation, DecisionsAverageOverTheirOpenOptions) {
+  Net net;
+  Node *c = net.discrete(2), *d = net.discrete(3, ov_category_decision);
+  Table *t = net.filled({c, d}, {1, 2, 3, 4, 5, 6});
+  Table *finding = net.filled({d}, {1, 1, 0});
+  d->propagated_finding = finding;
+  Table *m = net.table({c});
+  // Not compiled: a plain sum.
+  ASSERT_EQ(marginalize_tables(t, m, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+  EXPECT_EQ(data_of(m), (std::vector<float>{6, 15}));
+  net.domain->compiled = 1;
+  ASSERT_EQ(marginalize_tables(t, m, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+  EXPECT_EQ(data_of(m), (std::vector<float>{3, 7.5f}));
+  net.domain->compiled = 0;
+  d->propagated_finding = nullptr;
+}
+
+TEST(Marginalisation, FastRetractionWeighsByThePropagatedFindings) {
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(3), *c = net.discrete(2);
+  std::mt19937 rng(3);
+  Table *t = net.table({a, b, c});
+  test::fill_random(t, rng);
+  Table *fb = net.filled({b}, {0.5f, 2.0f, 0.0f});
+  Table *fc = net.filled({c}, {1.0f, 1.0f});
+  Table *fa = net.filled({a}, {0.0f, 3.0f}); // kept dimension: its weight never applies
+  b->propagated_finding = fb;
+  c->propagated_finding = fc;
+  a->propagated_finding = fa;
+  std::vector<double> expected(2, 0.0), expected_max(2, -INFINITY);
+  for (std::uint32_t i = 0; i < t->size; ++i) {
+    std::vector<std::uint32_t> s = test::decode(t, i);
+    double w = static_cast<double>(fb->data[s[1]]) * t->data[i];
+    expected[s[0]] += w;
+    expected_max[s[0]] = std::max(expected_max[s[0]], w);
+  }
+  for (std::uint32_t level : test::levels()) {
+    test::set_level(net, level);
+    Table *m = net.table({a});
+    ASSERT_EQ(marginalize_tables(t, m, ov_equilibrium_sum, ov_mode_fast_retraction, false), ov_error_none);
+    EXPECT_FLOAT_EQ(m->data[0], static_cast<float>(expected[0]));
+    EXPECT_FLOAT_EQ(m->data[1], static_cast<float>(expected[1]));
+    ASSERT_EQ(marginalize_tables(t, m, ov_equilibrium_max, ov_mode_fast_retraction, false), ov_error_none);
+    EXPECT_FLOAT_EQ(m->data[0], static_cast<float>(expected_max[0]));
+    EXPECT_FLOAT_EQ(m->data[1], static_cast<float>(expected_max[1]));
+    table_delete(m);
+  }
+  // An instantiated node whose finding confirms it is read as a slice.
+  Table *fb2 = net.filled({b}, {0.0f, 1.0f, 0.0f});
+  b->propagated_finding = fb2;
+  b->instantiated_state = 1;
+  Table *m = net.table({a});
+  KernelPlan *plan = plan_new(t, nullptr, m, nullptr);
+  plan_prepare_weighted(plan);
+  EXPECT_EQ(plan->base_offset, 2u);
+  ASSERT_EQ(table_marginalize(plan, ov_equilibrium_sum, ov_mode_fast_retraction, false), ov_error_none);
+  EXPECT_FLOAT_EQ(m->data[0], t->data[2] + t->data[3]);
+  plan_delete(plan);
+  for (Node *n : {a, b, c}) {
+    n->propagated_finding = nullptr;
+    n->instantiated_state = -1;
+  }
+}
+
+TEST(Marginalisation, InfluenceDiagramFormGivesExpectedUtilities) {
+  Net net;
+  Node *c = net.discrete(2), *d = net.discrete(2, ov_category_decision), *e = net.discrete(2);
+  // The decision d is taken before c is observed: it stands ahead of c, so
+  // c is summed within each option. The probability does not depend on d.
+  Table *tp = net.filled({e, d, c}, {0.1f, 0.3f, 0.1f, 0.3f, 0.2f, 0.4f, 0.2f, 0.4f});
+  Table *tu = net.filled({e, d, c}, {10, 0, 0, 10, 5, 2, 1, 8}, ov_table_kind_utility);
+  Table *sp = net.table({e});
+  Table *su = net.table({e}, ov_table_kind_utility);
+  KernelPlan *plan = plan_new(tp, tu, sp, su);
+  ASSERT_NE(plan, nullptr);
+  for (std::uint32_t level : test::levels()) {
+    test::set_level(net, level);
+    ASSERT_EQ(table_marginalize(plan, ov_equilibrium_sum, ov_mode_normal, true), ov_error_none);
+    // e=0: P = 0.1 + 0.3, EU(d=0) = (0.1*10 + 0.3*0)/0.4 = 2.5, EU(d=1) = (0 + 3)/0.4 = 7.5.
+    EXPECT_FLOAT_EQ(sp->data[0], 0.4f);
+    EXPECT_FLOAT_EQ(su->data[0], 7.5f);
+    // e=1: EU(d=0) = (1 + 0.8)/0.6 = 3, EU(d=1) = (0.2 + 3.2)/0.6.
+    EXPECT_FLOAT_EQ(sp->data[1], 0.6f);
+    EXPECT_FLOAT_EQ(su->data[1], 3.4f / 0.6f);
+  }
+  // With evidence on the decision, it is summed like a chance node.
+  Table *finding = net.filled({d}, {1.0f, 0.0f});
+  d->propagated_finding = finding;
+  ASSERT_EQ(table_marginalize(plan, ov_equilibrium_sum, ov_mode_normal, true), ov_error_none);
+  EXPECT_FLOAT_EQ(sp->data[0], 0.8f);
+  EXPECT_FLOAT_EQ(su->data[0], (1.0f + 3.0f) / 0.8f);
+  // Without restrict the weighted sums stay undivided.
+  ASSERT_EQ(table_marginalize(plan, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+  EXPECT_FLOAT_EQ(su->data[0], 4.0f);
+  d->propagated_finding = nullptr;
+  plan_delete(plan);
+}
+
+TEST(Normalisation, ScalesToOneAndRefusesBadTables) {
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(2);
+  Table *t = net.filled({a, b}, {1, 1, 2, 4});
+  ASSERT_EQ(table_normalize(t), ov_error_none);
+  EXPECT_EQ(data_of(t), (std::vector<float>{0.125f, 0.125f, 0.25f, 0.5f}));
+
+  Table *zero = net.filled({a, b}, {0, 0, 0, 0});
+  EXPECT_EQ(table_normalize(zero), ov_error_zero_sum);
+  EXPECT_EQ(data_of(zero), (std::vector<float>{0, 0, 0, 0}));
+  Table *negative = net.filled({a, b}, {1, -1, 0, 0});
+  EXPECT_EQ(table_normalize(negative), ov_error_negative_probability);
+  EXPECT_EQ(data_of(negative), (std::vector<float>{1, -1, 0, 0}));
+
+  Table *runs = net.filled({a, b}, {1, 3, 0, 0});
+  EXPECT_EQ(table_normalize_runs(runs, 2, true), ov_error_zero_sum);
+  EXPECT_EQ(data_of(runs), (std::vector<float>{1, 3, 0, 0})) << "strict failure changes nothing";
+  ASSERT_EQ(table_normalize_runs(runs, 2, false), ov_error_none);
+  EXPECT_EQ(data_of(runs), (std::vector<float>{0.25f, 0.75f, 0.5f, 0.5f}));
+  EXPECT_EQ(table_normalize_runs(runs, 3, false), ov_error_usage);
+}
+
+TEST(Marginalisation, CompressedMapsAreFollowedWhenPresent) {
+  // Compression is not built; its maps, where given, replace the
+  // dimensions.
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(2);
+  Table *t = net.filled({a, b}, {1, 2, 3, 4});
+  Table *s = net.filled({b}, {10, 100});
+  Table *m = net.table({b});
+  KernelPlan *plan = plan_new(t, nullptr, m, nullptr);
+  KernelPlan *times = plan_new(t, nullptr, s, nullptr);
+  plan->compressed_map = {1, 0, 1, 0};
+  times->compressed_map = {1, 0, 1, 0};
+  net.domain->compiled = 1;
+  net.domain->compressed = 1;
+  ASSERT_EQ(table_marginalize(plan, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
+  EXPECT_EQ(data_of(m), (std::vector<float>{6, 4}));
+  ASSERT_EQ(table_multiply_into(times, false), ov_error_none);
+  EXPECT_EQ(data_of(t), (std::vector<float>{100, 20, 300, 40}));
+  net.domain->compressed = 0;
+  net.domain->compiled = 0;
+}
+
+} // namespace
+} // namespace orvel
