@@ -41,6 +41,17 @@ template <class Op> inline void block_apply(ov_number_t *t, const Dim *d, std::u
       for (std::uint32_t k = 0; k < count; ++k) op(t[static_cast<std::size_t>(k) * stride]);
     return;
   }
+  if (n == 2) {
+    // The last two dimensions as two plain loops, so that short innermost
+    // runs do not pay a call each.
+    const std::uint32_t inner_count = d[1].count;
+    const Size inner_stride = d[1].stride;
+    for (std::uint32_t k = 0; k < count; ++k) {
+      ov_number_t *row = t + static_cast<std::size_t>(k) * stride;
+      for (std::uint32_t j = 0; j < inner_count; ++j) op(row[static_cast<std::size_t>(j) * inner_stride]);
+    }
+    return;
+  }
   for (std::uint32_t k = 0; k < count; ++k) block_apply(t + static_cast<std::size_t>(k) * stride, d + 1, n - 1, op);
 }
 
@@ -177,6 +188,15 @@ struct Sum {
         for (std::uint32_t k = 0; k < count; ++k) acc += t[k];
       else
         for (std::uint32_t k = 0; k < count; ++k) acc += t[static_cast<std::size_t>(k) * stride];
+      return;
+    }
+    if (n == 2) {
+      const std::uint32_t inner_count = d[1].count;
+      const Size inner_stride = d[1].stride;
+      for (std::uint32_t k = 0; k < count; ++k) {
+        const ov_number_t *row = t + static_cast<std::size_t>(k) * stride;
+        for (std::uint32_t j = 0; j < inner_count; ++j) acc += row[static_cast<std::size_t>(j) * inner_stride];
+      }
       return;
     }
     for (std::uint32_t k = 0; k < count; ++k) accumulate(t + static_cast<std::size_t>(k) * stride, d + 1, n - 1, acc);
