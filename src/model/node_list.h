@@ -65,7 +65,25 @@ private:
   std::vector<Node *> items_;
 };
 
-// The number of entries of a null-terminated array; a null array has none.
+// Operations on null-terminated arrays, the form in which lists cross the
+// public interface. A null array reads as an empty list throughout.
+
+// The number of entries.
 std::uint32_t node_list_length(Node *const *list) noexcept;
+// The position of a node, or -1 if the list or the node is null or the node
+// is absent.
+std::int64_t node_list_index(Node *const *list, const Node *node) noexcept;
+inline bool node_list_contains(Node *const *list, const Node *node) noexcept {
+  return node_list_index(list, node) >= 0;
+}
+// Whether every entry of `part` stands in `whole`; an empty `part` is a
+// subset of anything.
+bool node_list_subset(Node *const *part, Node *const *whole) noexcept;
+// The same entries in the same order.
+bool node_list_equal(Node *const *a, Node *const *b) noexcept;
+// Whether no entry has a non-zero mark.
+bool node_list_all_unmarked(Node *const *list) noexcept;
+// Zeroes the mark of each entry.
+void node_list_clear_marks(Node *const *list) noexcept;
 
 } // namespace orvel
