@@ -332,6 +332,28 @@ OV_API ov_count_t ov_domain_get_max_number_of_em_iterations(ov_domain_t domain);
 /* Sets the stream that reports go to; NULL switches logging off. The stream
  * stays the caller's. */
 OV_API ov_status_t ov_domain_set_log_file(ov_domain_t domain, FILE *log);
+/* Frees the junction-tree data that the domain keeps in memory, if any. */
+OV_API ov_status_t ov_domain_reclaim_memory_tables(ov_domain_t domain);
+
+/* ------------------------------------------------------------------------
+ * Classes as domains: a class shares the domain record, and these are the
+ * domain calls under the class's name.
+ * ------------------------------------------------------------------------ */
+
+/* The newest node of a class, or NULL. */
+OV_API ov_node_t ov_class_get_first_node(ov_class_t c);
+/* The node of that name in a class, or NULL (with none) if there is none. */
+OV_API ov_node_t ov_class_get_node_by_name(ov_class_t c, ov_string_t name);
+/* The file the class was read from, owned by the class, or NULL. */
+OV_API ov_string_t ov_class_get_file_name(ov_class_t c);
+/* Stores the node size for a drawing application. */
+OV_API ov_status_t ov_class_set_node_size(ov_class_t c, int width, int height);
+/* Reads the node size; usage for NULL or identical result pointers. */
+OV_API ov_status_t ov_class_get_node_size(ov_class_t c, int *width, int *height);
+/* A new node of a class, as ov_domain_new_node. */
+OV_API ov_node_t ov_class_new_node(ov_class_t c, ov_category_t category, ov_kind_t kind);
+/* Sets the stream that the class's reports go to; NULL switches logging off. */
+OV_API ov_status_t ov_class_set_log_file(ov_class_t c, FILE *log);
 
 /* ------------------------------------------------------------------------
  * Random numbers
@@ -373,6 +395,17 @@ OV_API ov_node_t *ov_node_get_children(ov_node_t node);
 OV_API ov_domain_t ov_node_get_domain(ov_node_t node);
 /* Alias of ov_node_get_domain. */
 OV_API ov_domain_t ov_node_get_home_domain(ov_node_t node);
+/* The class of a node; usage if its home is a domain. */
+OV_API ov_class_t ov_node_get_home_class(ov_node_t node);
+/* The junction tree that holds the node; not_compiled unless compiled. */
+OV_API ov_junction_tree_t ov_node_get_junction_tree(ov_node_t node);
+/* For an input or output clone: the class node it stands for; else usage. */
+OV_API ov_node_t ov_node_get_master(ov_node_t node);
+/* For an input or output clone: its instance node; else usage. */
+OV_API ov_node_t ov_node_get_instance(ov_node_t node);
+/* For a node of an unfolded class: the instance nodes on the way down, then
+ * the class node (NULL-terminated, owned by the node); else usage. */
+OV_API ov_node_t *ov_node_get_source(ov_node_t node);
 /* The name; an unnamed node is given an automatic name first. */
 OV_API ov_string_t ov_node_get_name(ov_node_t node);
 /* Sets the name: twice if another node holds it, invalid_name unless it has
@@ -493,6 +526,12 @@ OV_API ov_status_t ov_node_set_attribute(ov_node_t node, ov_string_t key, ov_str
 OV_API ov_string_t ov_node_get_attribute(ov_node_t node, ov_string_t key);
 /* The newest attribute, or NULL. */
 OV_API ov_attribute_t ov_node_get_first_attribute(ov_node_t node);
+/* Sets (or with a NULL value removes) a key of a class. */
+OV_API ov_status_t ov_class_set_attribute(ov_class_t c, ov_string_t key, ov_string_t value);
+/* The value of a key of a class, or NULL. */
+OV_API ov_string_t ov_class_get_attribute(ov_class_t c, ov_string_t key);
+/* The newest attribute of a class, or NULL. */
+OV_API ov_attribute_t ov_class_get_first_attribute(ov_class_t c);
 /* The key of an attribute. */
 OV_API ov_string_t ov_attribute_get_key(ov_attribute_t attribute);
 /* The value of an attribute. */

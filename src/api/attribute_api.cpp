@@ -1,4 +1,4 @@
-// Exported calls on attributes of domains and nodes.
+// Exported calls on attributes of domains, classes and nodes.
 #include "api/boundary.h"
 #include "model/attribute.h"
 #include "model/domain.h"
@@ -21,6 +21,16 @@ ov_attribute_t ov_domain_get_first_attribute(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return nullptr;
   return domain->attributes.first.get();
 }
+
+// A class shares the domain record, so its attributes are the domain's.
+
+ov_status_t ov_class_set_attribute(ov_class_t c, ov_string_t key, ov_string_t value) {
+  return ov_domain_set_attribute(as_domain(c), key, value);
+}
+
+ov_string_t ov_class_get_attribute(ov_class_t c, ov_string_t key) { return ov_domain_get_attribute(as_domain(c), key); }
+
+ov_attribute_t ov_class_get_first_attribute(ov_class_t c) { return ov_domain_get_first_attribute(as_domain(c)); }
 
 ov_status_t ov_node_set_attribute(ov_node_t node, ov_string_t key, ov_string_t value) {
   if (check_usage(node == nullptr || key == nullptr)) return ov_error_usage;

@@ -79,8 +79,7 @@ ov_status_t ov_domain_set_node_size(ov_domain_t domain, int width, int height) {
 }
 
 ov_status_t ov_domain_get_node_size(ov_domain_t domain, int *width, int *height) {
-  if (check_usage(domain == nullptr || width == nullptr || height == nullptr || width == height))
-    return ov_error_usage;
+  if (check_usage(domain == nullptr || width == nullptr || height == nullptr || width == height)) return ov_error_usage;
   *width = domain->node_width;
   *height = domain->node_height;
   return ov_error_none;
@@ -146,5 +145,32 @@ ov_status_t ov_domain_set_log_file(ov_domain_t domain, FILE *log) {
   domain->log_file = log;
   return ov_error_none;
 }
+
+ov_status_t ov_domain_reclaim_memory_tables(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  domain_reclaim_memory_tables(domain);
+  return ov_error_none;
+}
+
+// A class is a domain record with its class fields set: these calls are the
+// domain calls under the class's name.
+
+ov_node_t ov_class_get_first_node(ov_class_t c) { return ov_domain_get_first_node(as_domain(c)); }
+
+ov_node_t ov_class_get_node_by_name(ov_class_t c, ov_string_t name) {
+  return ov_domain_get_node_by_name(as_domain(c), name);
+}
+
+ov_string_t ov_class_get_file_name(ov_class_t c) { return ov_domain_get_file_name(as_domain(c)); }
+
+ov_status_t ov_class_set_node_size(ov_class_t c, int width, int height) {
+  return ov_domain_set_node_size(as_domain(c), width, height);
+}
+
+ov_status_t ov_class_get_node_size(ov_class_t c, int *width, int *height) {
+  return ov_domain_get_node_size(as_domain(c), width, height);
+}
+
+ov_status_t ov_class_set_log_file(ov_class_t c, FILE *log) { return ov_domain_set_log_file(as_domain(c), log); }
 
 } // extern "C"

@@ -1,6 +1,6 @@
 // Exported calls on nodes.
-#include <cmath>
 #include <cfloat>
+#include <cmath>
 #include <cstring>
 
 #include "api/boundary.h"
@@ -33,13 +33,16 @@ bool is_finite_bound(double bound) noexcept { return std::isfinite(bound) && std
 extern "C" {
 
 ov_node_t ov_domain_new_node(ov_domain_t domain, ov_category_t category, ov_kind_t kind) {
-  if (check_usage(domain == nullptr ||
-                  !(category == ov_category_chance || category == ov_category_decision ||
-                    category == ov_category_utility) ||
-                  !(kind == ov_kind_discrete || kind == ov_kind_continuous)))
+  if (check_usage(
+          domain == nullptr ||
+          !(category == ov_category_chance || category == ov_category_decision || category == ov_category_utility) ||
+          !(kind == ov_kind_discrete || kind == ov_kind_continuous)))
     return nullptr;
-  return guarded<ov_node_t>(nullptr,
-                            [&] { return node_create(domain, category, kind, ov_subtype_label, false); });
+  return guarded<ov_node_t>(nullptr, [&] { return node_create(domain, category, kind, ov_subtype_label, false); });
+}
+
+ov_node_t ov_class_new_node(ov_class_t c, ov_category_t category, ov_kind_t kind) {
+  return ov_domain_new_node(as_domain(c), category, kind);
 }
 
 ov_status_t ov_node_delete(ov_node_t node) {
@@ -69,11 +72,12 @@ ov_subtype_t ov_node_get_subtype(ov_node_t node) {
 }
 
 ov_status_t ov_node_set_subtype(ov_node_t node, ov_subtype_t subtype) {
+  // A boolean node has exactly the two states "false" and "true".
   if (check_usage(!is_state_node(node) || node->master != nullptr || subtype < ov_subtype_label ||
-                  subtype > ov_subtype_interval))
+                  subtype > ov_subtype_interval ||
+                  (subtype == ov_subtype_boolean && node->subtype != subtype && node->state_count != 2)))
     return ov_error_usage;
   if (node->subtype == subtype) return ov_error_none;
-  if (subtype == ov_subtype_boolean && node->state_count != 2) return fail(ov_error_usage);
   node->subtype = subtype;
   invalidate_dependants(node);
   refresh_clones(node);
@@ -101,6 +105,32 @@ ov_domain_t ov_node_get_domain(ov_node_t node) {
 }
 
 ov_domain_t ov_node_get_home_domain(ov_node_t node) { return ov_node_get_domain(node); }
+
+ov_class_t ov_node_get_home_class(ov_node_t node) {
+  if (check_usage(node == nullptr || !node->home->is_class())) return nullptr;
+  return as_class(node->home);
+}
+
+ov_junction_tree_t ov_node_get_junction_tree(ov_node_t node) {
+  if (check_usage(node == nullptr)) return nullptr;
+  if (node->home->compiled == 0) return set_error(ov_error_not_compiled), nullptr;
+  return node->junction_tree;
+}
+
+ov_node_t ov_node_get_master(ov_node_t node) {
+  if (check_usage(node == nullptr || node->master == nullptr)) return nullptr;
+  return node->master;
+}
+
+ov_node_t ov_node_get_instance(ov_node_t node) {
+  if (check_usage(node == nullptr || node->instance == nullptr)) return nullptr;
+  return node->instance;
+}
+
+ov_node_t *ov_node_get_source(ov_node_t node) {
+  if (check_usage(node == nullptr || !node->source)) return nullptr;
+  return node->source->data();
+}
 
 ov_string_t ov_node_get_name(ov_node_t node) {
   if (check_usage(node == nullptr)) return nullptr;
@@ -164,6 +194,8 @@ ov_status_t ov_node_set_state_label(ov_node_t node, ov_index_t state, ov_string_
     if (!node->state_labels) {
       node->state_labels = std::make_shared<StateLabels>(node->state_count);
       refresh_clones(node);
+    } else if (node->state_labels->size() <= index) {
+      node->state_labels->resize(node->state_count); // shared with the clones, which see it too
     }
     (*node->state_labels)[index] = std::move(copy);
     if (node->subtype == ov_subtype_label) invalidate_dependants(node);
@@ -193,13 +225,15 @@ ov_status_t ov_node_set_state_value(ov_node_t node, ov_index_t state, ov_double_
   if (state_value(node, index) == value) return ov_error_none;
   return guarded_status([&] {
     if (!node->state_values) {
-      auto values = std::make_shared<StateValues>(node->state_count + 1, -1.0);
+      auto values = std::make_shared<StateValues>(static_cast<std::size_t>(node->state_count) + 1, -1.0);
       if (node->subtype == ov_subtype_interval) {
         values->front() = -DBL_MAX;
         values->back() = DBL_MAX;
       }
       node->state_values = std::move(values);
       refresh_clones(node);
+    } else if (node->state_values->size() <= index) {
+      node->state_values->resize(static_cast<std::size_t>(node->state_count) + 1, -1.0);
     }
     (*node->state_values)[index] = value;
     invalidate_dependants(node);
@@ -208,16 +242,21 @@ ov_status_t ov_node_set_state_value(ov_node_t node, ov_index_t state, ov_double_
 }
 
 ov_index_t ov_node_get_state_index_from_value(ov_node_t node, ov_double_t value) {
-  if (check_usage(!is_state_node(node) || !node->state_values ||
-                  !(node->subtype == ov_subtype_number ||
-                    (node->subtype == ov_subtype_interval && values_increase(node)))))
+  if (check_usage(
+          !is_state_node(node) || !node->state_values || node->state_values->size() <= node->state_count ||
+          !(node->subtype == ov_subtype_number || (node->subtype == ov_subtype_interval && values_increase(node)))))
     return -1;
+  // NaN lies in no state (every comparison with it is false, which would
+  // otherwise make it fall through to the last interval).
   if (std::isnan(value)) return -1;
   const StateValues &v = *node->state_values;
   const std::uint32_t n = node->state_count;
   if (node->subtype == ov_subtype_number) {
+    // A relative tolerance; for an infinite value the tolerance is infinite
+    // too, so only an equal state value may match it.
+    const bool exact = std::isinf(value);
     for (std::uint32_t i = 0; i < n; ++i)
-      if (std::fabs(value - v[i]) <= std::fabs(value) * 1e-10) return i;
+      if (exact ? v[i] == value : std::fabs(value - v[i]) <= std::fabs(value) * 1e-10) return i;
     return -1;
   }
   if (value < v[0] && is_finite_bound(v[0])) return -1;

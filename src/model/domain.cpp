@@ -15,7 +15,11 @@ ov_domain_s::ov_domain_s() { orvel::random_seed(random, orvel::default_random_se
 
 ov_domain_s::~ov_domain_s() {
   // Nodes refer to tables and to each other only through borrowed pointers,
-  // so the members can go in any order.
+  // so the members can go in any order. Only the classes that this record's
+  // instance nodes belong to hold pointers back into it.
+  for (auto &node : nodes)
+    if (node->category == ov_category_instance && node->instance_class != nullptr && node->instance_class != this)
+      node->instance_class->class_instances.remove(node.get());
 }
 
 namespace orvel {
@@ -63,12 +67,19 @@ void release_forest(Domain *domain, bool drop_triangulation) noexcept {
   }
   domain->compiled = 0;
   if (drop_triangulation) domain->elimination_order.reset();
+  domain_reclaim_memory_tables(domain);
   domain->compressed = 0;
   domain->log_likelihood_valid = 0;
 }
 
 void domain_uncompile(Domain *domain) noexcept {
   if (domain_is_triangulated(domain)) release_forest(domain, true);
+}
+
+void domain_reclaim_memory_tables(Domain *domain) noexcept {
+  domain->memory_table_data.reset();
+  domain->memory_table_cg.reset();
+  domain->memory_table_kinds.reset();
 }
 
 namespace {

@@ -69,6 +69,11 @@ struct ov_domain_s {
   std::uint32_t compiled = 0;
   std::uint32_t max_separators = 0;
   std::optional<orvel::NodeList> elimination_order;
+  // Saved junction-tree data: the data, CG data and CG roles of every
+  // forest table, in list order one behind the other.
+  orvel::Buffer<ov_number_t> memory_table_data;
+  orvel::Buffer<double> memory_table_cg;
+  orvel::Buffer<std::int8_t> memory_table_kinds;
   std::uint32_t compressed = 0;
 
   double significance_level = 0.05;
@@ -117,6 +122,8 @@ bool domain_is_triangulated(const Domain *domain) noexcept;
 void release_forest(Domain *domain, bool drop_triangulation) noexcept;
 // Releases the forest and the triangulation if the domain is triangulated.
 void domain_uncompile(Domain *domain) noexcept;
+// Frees the saved junction-tree data.
+void domain_reclaim_memory_tables(Domain *domain) noexcept;
 
 // The node of that name, building or growing the name table as needed.
 Node *domain_find_node(Domain *domain, const char *name);

@@ -116,6 +116,34 @@ const char *node_get_name(Node *node) {
   return status == ov_error_none ? node->name->c_str() : nullptr;
 }
 
+ov_status_t domain_repair_names(Domain *domain) {
+  // Oldest first; the numbers do not change while names do.
+  for (std::uint32_t i = 0; i < domain->node_count(); ++i) {
+    Node *node = domain->nodes[i].get();
+    if (!node->name) continue;
+    std::string repaired = *node->name;
+    {
+      LocaleGuard guard;
+      if (!guard.ok()) return ov_error_code();
+      for (std::size_t k = 0; k < repaired.size(); ++k) {
+        auto ch = static_cast<unsigned char>(repaired[k]);
+        bool legal = ch == '_' || (k == 0 ? std::isalpha(ch) : std::isalnum(ch));
+        if (!legal) repaired[k] = '_';
+      }
+    }
+    // An empty name fails on its terminator, which is repaired like any other
+    // illegal first character.
+    if (repaired.empty()) repaired.push_back('_');
+    ov_status_t status = node_set_name(node, repaired.c_str());
+    while (status == ov_error_twice) {
+      repaired += '_';
+      status = node_set_name(node, repaired.c_str());
+    }
+    if (status != ov_error_none) return status;
+  }
+  return set_error(ov_error_none);
+}
+
 // ---------------------------------------------------------------- states
 
 const char *state_label(const Node *node, std::uint32_t state) noexcept {
@@ -129,7 +157,7 @@ const char *state_label(const Node *node, std::uint32_t state) noexcept {
 }
 
 double state_value(const Node *node, std::uint32_t state) noexcept {
-  if (node->state_values) return (*node->state_values)[state];
+  if (node->state_values && state < node->state_values->size()) return (*node->state_values)[state];
   if (node->subtype == ov_subtype_interval) {
     if (state == 0) return -DBL_MAX;
     if (state == node->state_count) return DBL_MAX;
@@ -141,6 +169,7 @@ bool values_increase(const Node *node) noexcept {
   if (!node->state_values) return false;
   const StateValues &v = *node->state_values;
   std::uint32_t last = node->subtype == ov_subtype_interval ? node->state_count : node->state_count - 1;
+  if (v.size() <= last) return false;
   for (std::uint32_t i = 0; i < last; ++i)
     if (!(v[i] < v[i + 1])) return false;
   return true;

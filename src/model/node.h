@@ -71,6 +71,9 @@ struct ov_node_s {
   ov_node_s *instance = nullptr;         // for a clone: its instance node
   orvel::NodeList output_clones;         // for an instance node
   std::vector<ov_node_s *> input_bindings;
+  // For a node of a domain unfolded from a class: the instance nodes passed
+  // on the way down from the top class, then the class node itself.
+  std::unique_ptr<orvel::NodeList> source;
 
   // Discrete nodes.
   std::uint32_t state_count = 1;
@@ -123,6 +126,11 @@ void refresh_clones(Node *node) noexcept;
 ov_status_t node_set_name(Node *node, const char *name);
 // The node's name, generating one if it has none; null on failure.
 const char *node_get_name(Node *node);
+// Makes every name of a domain legal before it is written to a file: each
+// character that a name may not hold (a leading digit too) becomes '_', and
+// a repaired name that another node holds gets further '_' appended until
+// it is free. Stops at the first other failure and returns it.
+ov_status_t domain_repair_names(Domain *domain);
 
 // Deletes a node, reshaping its neighbours' tables.
 ov_status_t node_delete(Node *node);
