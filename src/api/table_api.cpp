@@ -8,10 +8,6 @@
 
 using namespace orvel;
 
-namespace orvel {
-ov_status_t table_reorder_nodes(Table *table, const NodeList &order);
-}
-
 namespace {
 
 bool valid_configuration(const ov_table_s *table, ov_index_t configuration) noexcept {
@@ -19,7 +15,7 @@ bool valid_configuration(const ov_table_s *table, ov_index_t configuration) noex
 }
 
 // The place of a node among the continuous nodes of a table with no
-// conditioning variables, or -1 when the moments cannot be read.
+// conditioning variables, or -1 when its moments cannot be read.
 std::int64_t moment_index(const ov_table_s *table, const ov_node_s *node) noexcept {
   if (node == nullptr) return -1;
   for (std::uint32_t i = 0; i < table->continuous_count; ++i)
@@ -29,57 +25,78 @@ std::int64_t moment_index(const ov_table_s *table, const ov_node_s *node) noexce
   return i;
 }
 
-ov_double_t cg_entry(ov_table_s *table, ov_index_t configuration, std::uint32_t offset) {
-  if (table_allocate(table) != ov_error_none) return -1.0;
+// A CG entry of a configuration; a table without data reads as fresh.
+ov_double_t cg_entry(const ov_table_s *table, ov_index_t configuration, std::uint32_t offset) noexcept {
+  if (!table->cg_data) return 0.0;
   return table->cg_data[static_cast<std::size_t>(configuration) * table->cg_stride + offset];
 }
 
-// The CG table of a continuous chance node, with the configuration checked.
-ov_table_s *cg_node_table(ov_node_s *node, ov_index_t configuration) {
-  if (node == nullptr || node->category != ov_category_chance || node->is_discrete() || node->master != nullptr)
-    return nullptr;
-  ov_table_s *table = node_table(node);
-  if (table == nullptr || !valid_configuration(table, configuration)) return nullptr;
-  if (table_allocate(table) != ov_error_none) return nullptr;
-  return table;
+bool is_cg_chance_node(const ov_node_s *node) noexcept {
+  return node != nullptr && node->category == ov_category_chance && !node->is_discrete() && node->master == nullptr;
 }
 
-// Offset of the intercept, variance or coefficient of a node's own row.
+// The number of configurations of a continuous chance node's table, which
+// are those of its discrete parents, whether or not the table exists yet.
+Size cg_configuration_count(const ov_node_s *node) noexcept {
+  Size count = 1;
+  for (const ov_node_s *parent : node->parents)
+    if (parent->is_discrete()) count = size_multiply(count, parent->state_count);
+  return count;
+}
+
+// Whether the CG parameters of `node` in `configuration` can be addressed.
+bool valid_cg_call(const ov_node_s *node, ov_index_t configuration) noexcept {
+  return is_cg_chance_node(node) && configuration >= 0 &&
+         static_cast<std::uint64_t>(configuration) < cg_configuration_count(node);
+}
+
+// Whether `parent` is a continuous parent of `node`: such a parent stands in
+// the node's table behind the node, at a continuous place from 1 up.
+bool is_cg_parent(const ov_node_s *node, const ov_node_s *parent) noexcept {
+  return parent != nullptr && !parent->is_discrete() && node->parents.contains(parent);
+}
+
+// Offsets of the intercept and the conditional variance in a configuration
+// of a continuous node's table; a coefficient sits where the covariance of
+// the node with that parent would.
 constexpr std::uint32_t alpha_offset = 0, gamma_offset = 1;
 
-ov_status_t set_cg_parameter(ov_node_s *node, ov_index_t configuration, std::int64_t offset_or_parent,
-                             ov_node_s *parent, double value) {
-  ov_table_s *table = cg_node_table(node, configuration);
-  ov_status_t code = ov_error_code();
-  if (table == nullptr) return code != ov_error_none ? code : fail(ov_error_usage);
-  std::uint32_t offset;
+// The offset of the coefficient on a continuous parent, or -1 if the table
+// does not hold the parent where it must (the table no longer matches the
+// parent list: an internal fault).
+std::int64_t beta_offset(const ov_table_s *table, const ov_node_s *parent) noexcept {
+  std::int64_t place = table_continuous_index(table, parent);
+  return place < 1 ? -1 : cg_entry_offset(static_cast<std::uint32_t>(place), 0);
+}
+
+// Stores a parameter of a checked call, building and allocating the table at
+// first need.
+ov_status_t set_cg_parameter(ov_node_s *node, ov_index_t configuration, ov_node_s *parent, std::uint32_t offset,
+                             double value) {
+  ov_table_s *table = node_table(node);
+  if (table == nullptr || table_allocate(table) != ov_error_none) return ov_error_code();
   if (parent != nullptr) {
-    std::int64_t place = table_continuous_index(table, parent);
-    if (place < 1) return fail(ov_error_usage);
-    offset = cg_entry_offset(static_cast<std::uint32_t>(place), 0);
-  } else {
-    offset = static_cast<std::uint32_t>(offset_or_parent);
+    std::int64_t at = beta_offset(table, parent);
+    if (at < 0) return fail(ov_error_error);
+    offset = static_cast<std::uint32_t>(at);
   }
   table->cg_data[static_cast<std::size_t>(configuration) * table->cg_stride + offset] = value;
   touch_table(node);
   return set_error(ov_error_none);
 }
 
-ov_double_t get_cg_parameter(ov_node_s *node, ov_index_t configuration, std::uint32_t offset, ov_node_s *parent) {
-  ov_table_s *table = cg_node_table(node, configuration);
-  if (table == nullptr) {
-    if (ov_error_code() == ov_error_none) set_error(ov_error_usage);
-    return -1.0;
-  }
+// Reads a parameter of a checked call; a table not yet built or allocated
+// holds the fresh value 0.
+ov_double_t get_cg_parameter(const ov_node_s *node, ov_index_t configuration, const ov_node_s *parent,
+                             std::uint32_t offset) noexcept {
+  const ov_table_s *table = node->table;
+  if (table == nullptr) return 0.0;
   if (parent != nullptr) {
-    std::int64_t place = table_continuous_index(table, parent);
-    if (place < 1) {
-      set_error(ov_error_usage);
-      return -1.0;
-    }
-    offset = cg_entry_offset(static_cast<std::uint32_t>(place), 0);
+    std::int64_t at = beta_offset(table, parent);
+    if (at < 0) return set_error(ov_error_error), -1.0;
+    offset = static_cast<std::uint32_t>(at);
   }
-  return table->cg_data[static_cast<std::size_t>(configuration) * table->cg_stride + offset];
+  return cg_entry(table, configuration, offset);
 }
 
 } // namespace
@@ -114,21 +131,18 @@ ov_count_t ov_table_get_size(ov_table_t table) {
 }
 
 ov_double_t ov_table_get_mean(ov_table_t table, ov_index_t configuration, ov_node_t node) {
-  if (check_usage(table == nullptr || !valid_configuration(table, configuration))) return -1.0;
-  std::int64_t i = moment_index(table, node);
-  if (i < 0) return set_error(ov_error_usage), -1.0;
-  return guarded<ov_double_t>(-1.0, [&] { return cg_entry(table, configuration, cg_mean_offset(i)); });
+  if (check_usage(table == nullptr || !valid_configuration(table, configuration) || moment_index(table, node) < 0))
+    return -1.0;
+  return cg_entry(table, configuration, cg_mean_offset(static_cast<std::uint32_t>(moment_index(table, node))));
 }
 
-ov_double_t ov_table_get_covariance(ov_table_t table, ov_index_t configuration, ov_node_t node1,
-                                    ov_node_t node2) {
-  if (check_usage(table == nullptr || !valid_configuration(table, configuration))) return -1.0;
-  std::int64_t i = moment_index(table, node1), j = moment_index(table, node2);
-  if (i < 0 || j < 0) return set_error(ov_error_usage), -1.0;
-  return guarded<ov_double_t>(-1.0, [&] {
-    return cg_entry(table, configuration,
-                    cg_entry_offset(static_cast<std::uint32_t>(i), static_cast<std::uint32_t>(j)));
-  });
+ov_double_t ov_table_get_covariance(ov_table_t table, ov_index_t configuration, ov_node_t node1, ov_node_t node2) {
+  if (check_usage(table == nullptr || !valid_configuration(table, configuration) || moment_index(table, node1) < 0 ||
+                  moment_index(table, node2) < 0))
+    return -1.0;
+  auto i = static_cast<std::uint32_t>(moment_index(table, node1));
+  auto j = static_cast<std::uint32_t>(moment_index(table, node2));
+  return cg_entry(table, configuration, cg_entry_offset(i, j));
 }
 
 ov_double_t ov_table_get_variance(ov_table_t table, ov_index_t configuration, ov_node_t node) {
@@ -136,7 +150,10 @@ ov_double_t ov_table_get_variance(ov_table_t table, ov_index_t configuration, ov
 }
 
 ov_status_t ov_table_reorder_nodes(ov_table_t table, ov_node_t *order) {
-  if (check_usage(table == nullptr || order == nullptr || (table->serial != 0 && table->role != role_plain)))
+  // A table of the forest or of a query that is still the domain's cannot be
+  // reordered: the kernel plans depend on its layout.
+  if (check_usage(table == nullptr || order == nullptr || (table->serial != 0 && table->role != role_plain) ||
+                  !table_reorder_is_valid(table, order)))
     return ov_error_usage;
   return guarded_status([&] { return table_reorder_nodes(table, NodeList(order)); });
 }
@@ -171,33 +188,34 @@ void *ov_table_get_user_data(ov_table_t table) {
 }
 
 ov_status_t ov_node_set_alpha(ov_node_t node, ov_double_t alpha, ov_index_t configuration) {
-  if (check_usage(node == nullptr)) return ov_error_usage;
-  return guarded_status([&] { return set_cg_parameter(node, configuration, alpha_offset, nullptr, alpha); });
+  if (check_usage(!valid_cg_call(node, configuration))) return ov_error_usage;
+  return guarded_status([&] { return set_cg_parameter(node, configuration, nullptr, alpha_offset, alpha); });
 }
 
 ov_double_t ov_node_get_alpha(ov_node_t node, ov_index_t configuration) {
-  if (check_usage(node == nullptr)) return -1.0;
-  return guarded<ov_double_t>(-1.0, [&] { return get_cg_parameter(node, configuration, alpha_offset, nullptr); });
+  if (check_usage(!valid_cg_call(node, configuration))) return -1.0;
+  return get_cg_parameter(node, configuration, nullptr, alpha_offset);
 }
 
 ov_status_t ov_node_set_gamma(ov_node_t node, ov_double_t gamma, ov_index_t configuration) {
-  if (check_usage(node == nullptr || !(gamma >= 0.0))) return ov_error_usage;
-  return guarded_status([&] { return set_cg_parameter(node, configuration, gamma_offset, nullptr, gamma); });
+  // A variance is not negative (and not NaN).
+  if (check_usage(!valid_cg_call(node, configuration) || !(gamma >= 0.0))) return ov_error_usage;
+  return guarded_status([&] { return set_cg_parameter(node, configuration, nullptr, gamma_offset, gamma); });
 }
 
 ov_double_t ov_node_get_gamma(ov_node_t node, ov_index_t configuration) {
-  if (check_usage(node == nullptr)) return -1.0;
-  return guarded<ov_double_t>(-1.0, [&] { return get_cg_parameter(node, configuration, gamma_offset, nullptr); });
+  if (check_usage(!valid_cg_call(node, configuration))) return -1.0;
+  return get_cg_parameter(node, configuration, nullptr, gamma_offset);
 }
 
 ov_status_t ov_node_set_beta(ov_node_t node, ov_double_t beta, ov_node_t parent, ov_index_t configuration) {
-  if (check_usage(node == nullptr || parent == nullptr)) return ov_error_usage;
-  return guarded_status([&] { return set_cg_parameter(node, configuration, 0, parent, beta); });
+  if (check_usage(!valid_cg_call(node, configuration) || !is_cg_parent(node, parent))) return ov_error_usage;
+  return guarded_status([&] { return set_cg_parameter(node, configuration, parent, 0, beta); });
 }
 
 ov_double_t ov_node_get_beta(ov_node_t node, ov_node_t parent, ov_index_t configuration) {
-  if (check_usage(node == nullptr || parent == nullptr)) return -1.0;
-  return guarded<ov_double_t>(-1.0, [&] { return get_cg_parameter(node, configuration, 0, parent); });
+  if (check_usage(!valid_cg_call(node, configuration) || !is_cg_parent(node, parent))) return -1.0;
+  return get_cg_parameter(node, configuration, parent, 0);
 }
 
 } // extern "C"

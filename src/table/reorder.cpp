@@ -101,19 +101,29 @@ ov_status_t reorder_group(Table *const *tables, const NodeList *orders, std::uin
 
 } // namespace
 
+bool table_reorder_is_valid(const Table *table, Node *const *order) noexcept {
+  const std::uint32_t n = table->nodes.size();
+  if (node_list_length(order) != n) return false;
+  for (std::uint32_t i = 0; i < n; ++i) {
+    if (!table->nodes.contains(order[i])) return false;
+    // The members are the same, so the discrete ones fill the first places
+    // exactly when no continuous node stands ahead of a discrete one.
+    if (order[i]->is_discrete() != (i < table->discrete_count)) return false;
+  }
+  if (!node_list_is_set_of(order, table->domain)) return false; // no node twice
+
+  // The child of a conditional table keeps its place: the first continuous
+  // node if there is one, else the last discrete node.
+  if (table->value_kind == ov_table_kind_probability && n > 0) {
+    std::uint32_t place = table->continuous_count > 0 ? table->discrete_count : table->discrete_count - 1;
+    const Node *child = table->nodes[place];
+    if (child->table == table && order[place] != child) return false;
+  }
+  return true;
+}
+
 ov_status_t table_reorder_nodes(Table *table, const NodeList &order) {
   if (order == table->nodes) return set_error(ov_error_none);
-  if (order.size() != table->nodes.size()) return fail(ov_error_usage);
-  for (Node *node : order)
-    if (!table->nodes.contains(node)) return fail(ov_error_usage);
-  if (!node_list_is_set_of(order, table->domain)) return fail(ov_error_usage);
-
-  // The child of a conditional table keeps its place.
-  if (table->value_kind == ov_table_kind_probability && !table->nodes.empty()) {
-    std::uint32_t place = table->continuous_count > 0 ? table->discrete_count : table->discrete_count - 1;
-    Node *child = table->nodes[place];
-    if (child->table == table && order[place] != child) return fail(ov_error_usage);
-  }
 
   // A node's table, experience table and fading table keep one order of
   // their common nodes. The latter two have no entry for the node itself.

@@ -139,6 +139,35 @@ Table *table_clone(const Table *source) {
   return copy;
 }
 
+Table *table_clone_discrete(const Table *source) {
+  NodeList discrete;
+  discrete.reserve(source->discrete_count);
+  for (std::uint32_t i = 0; i < source->discrete_count; ++i) discrete.push_back(source->nodes[i]);
+  Table *copy = table_new(source->domain, discrete.data(), source->value_kind, source->role, false,
+                          static_cast<bool>(source->data));
+  if (copy == nullptr) return nullptr;
+  if (source->data) std::memcpy(copy->data.get(), source->data.get(), sizeof(ov_number_t) * source->size);
+  return copy;
+}
+
+Table *table_clone_slice(const Table *source, Size configuration) {
+  NodeList continuous;
+  continuous.reserve(source->continuous_count);
+  for (std::uint32_t i = source->discrete_count; i < source->nodes.size(); ++i) continuous.push_back(source->nodes[i]);
+  Table *copy = table_new(source->domain, continuous.data(), source->value_kind, source->role, false,
+                          static_cast<bool>(source->data));
+  if (copy == nullptr) return nullptr;
+  if (source->cg_roles) std::memcpy(copy->cg_roles.get(), source->cg_roles.get(), source->continuous_count);
+  if (source->data) {
+    copy->data[0] = source->data[configuration];
+    if (source->cg_data)
+      std::memcpy(copy->cg_data.get(),
+                  source->cg_data.get() + static_cast<std::size_t>(configuration) * source->cg_stride,
+                  sizeof(double) * source->cg_stride);
+  }
+  return copy;
+}
+
 Table *table_detach(Table *table) noexcept {
   if (table->serial == 0) return table;
   auto &tables = table->domain->tables;
@@ -181,10 +210,11 @@ Table *node_table(Node *node) {
     list = node->parents;
     kind = ov_table_kind_utility;
   } else {
+    // Discrete parents, the node, continuous parents: a discrete node is the
+    // last discrete node, a continuous one the first continuous node.
     for (Node *parent : node->parents)
       if (parent->is_discrete()) list.push_back(parent);
-    if (node->is_discrete()) list.push_back(node);
-    if (!node->is_discrete()) list.push_back(node);
+    list.push_back(node);
     for (Node *parent : node->parents)
       if (!parent->is_discrete()) list.push_back(parent);
     kind = ov_table_kind_probability;

@@ -75,6 +75,12 @@ ov_status_t table_allocate(Table *table) noexcept;
 void table_fill(Table *table) noexcept;
 // A copy with the same fields and data, without owner; on the domain's list.
 Table *table_clone(const Table *table);
+// A copy of the discrete part alone: the continuous nodes are left out and
+// the discrete data is copied.
+Table *table_clone_discrete(const Table *table);
+// A table over the continuous nodes alone holding one configuration of
+// `table`: its discrete entry, CG data and CG roles.
+Table *table_clone_slice(const Table *table, Size configuration);
 // Detaches from the domain (if attached) and frees. Null is accepted.
 void table_delete(Table *table) noexcept;
 // Removes the table from the domain's list; the caller owns it from then on.
@@ -90,6 +96,14 @@ ov_status_t table_count_kinds(Table *table) noexcept;
 std::int64_t table_continuous_index(const Table *table, const Node *node) noexcept;
 // A table over the same nodes in a new order, holding the same numbers.
 Table *table_reorder(Table *table, const NodeList &order);
+// Whether `order` is an order that the table's nodes may take: the same
+// nodes, discrete ones first, and the child of a conditional table in its
+// place. Reads only.
+bool table_reorder_is_valid(const Table *table, Node *const *order) noexcept;
+// Puts the table's nodes in a valid new order, moving the numbers, and
+// applies the same order to the owner's experience and fading tables. On
+// failure no table has changed.
+ov_status_t table_reorder_nodes(Table *table, const NodeList &order);
 // The node's table, built at first need.
 Table *node_table(Node *node);
 
