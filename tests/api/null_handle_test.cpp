@@ -1,0 +1,172 @@
+// Every exported function refuses a NULL handle: it records usage and
+// returns the failure value of its result type, without crashing.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "api/error.h"
+#include "orvel.h"
+
+namespace {
+
+struct Case {
+  const char *name;
+  std::function<bool()> refused; // calls the function, true if it returned its failure value
+};
+
+int w, h;
+ov_node_t no_nodes[] = {nullptr};
+
+// One entry per function: its name, its failure value and the arguments of
+// a call with a NULL handle (the other arguments are valid).
+#define CASE(fn, failure, ...)                                                                                         \
+  Case {                                                                                                               \
+#fn, [] { return fn(__VA_ARGS__) == (failure); }                                                                   \
+  }
+
+const std::vector<Case> &cases() {
+  static const std::vector<Case> all = {
+      // Domains.
+      CASE(ov_domain_delete, 1, nullptr),
+      CASE(ov_domain_uncompile, 1, nullptr),
+      CASE(ov_domain_is_compiled, -1, nullptr),
+      CASE(ov_domain_is_compressed, -1, nullptr),
+      CASE(ov_domain_is_triangulated, -1, nullptr),
+      CASE(ov_domain_get_first_node, nullptr, nullptr),
+      CASE(ov_domain_get_node_by_name, nullptr, nullptr, "a"),
+      CASE(ov_domain_set_user_data, 1, nullptr, &w),
+      CASE(ov_domain_get_user_data, nullptr, nullptr),
+      CASE(ov_domain_get_file_name, nullptr, nullptr),
+      CASE(ov_domain_get_filename, nullptr, nullptr),
+      CASE(ov_domain_set_node_size, 1, nullptr, 1, 2),
+      CASE(ov_domain_get_node_size, 1, nullptr, &w, &h),
+      CASE(ov_domain_set_grain_size, 1, nullptr, 5),
+      CASE(ov_domain_get_grain_size, -1, nullptr),
+      CASE(ov_domain_set_concurrency_level, 1, nullptr, 2),
+      CASE(ov_domain_get_concurrency_level, -1, nullptr),
+      CASE(ov_domain_set_significance_level, 1, nullptr, 0.1),
+      CASE(ov_domain_get_significance_level, -1.0, nullptr),
+      CASE(ov_domain_set_log_likelihood_tolerance, 1, nullptr, 0.1),
+      CASE(ov_domain_get_log_likelihood_tolerance, -1.0, nullptr),
+      CASE(ov_domain_set_max_number_of_em_iterations, 1, nullptr, 3),
+      CASE(ov_domain_get_max_number_of_em_iterations, -1, nullptr),
+      CASE(ov_domain_set_log_file, 1, nullptr, stderr),
+      CASE(ov_domain_reclaim_memory_tables, 1, nullptr),
+      // Classes as domains.
+      CASE(ov_class_get_first_node, nullptr, nullptr),
+      CASE(ov_class_get_node_by_name, nullptr, nullptr, "a"),
+      CASE(ov_class_get_file_name, nullptr, nullptr),
+      CASE(ov_class_set_node_size, 1, nullptr, 1, 2),
+      CASE(ov_class_get_node_size, 1, nullptr, &w, &h),
+      CASE(ov_class_new_node, nullptr, nullptr, ov_category_chance, ov_kind_discrete),
+      CASE(ov_class_set_log_file, 1, nullptr, stderr),
+      // Nodes.
+      CASE(ov_domain_new_node, nullptr, nullptr, ov_category_chance, ov_kind_discrete),
+      CASE(ov_node_delete, 1, nullptr),
+      CASE(ov_node_get_next, nullptr, nullptr),
+      CASE(ov_node_get_category, ov_category_error, nullptr),
+      CASE(ov_node_get_kind, ov_kind_error, nullptr),
+      CASE(ov_node_get_subtype, ov_subtype_error, nullptr),
+      CASE(ov_node_set_subtype, 1, nullptr, ov_subtype_number),
+      CASE(ov_node_get_number_of_states, -1, nullptr),
+      CASE(ov_node_get_parents, nullptr, nullptr),
+      CASE(ov_node_get_children, nullptr, nullptr),
+      CASE(ov_node_get_domain, nullptr, nullptr),
+      CASE(ov_node_get_home_domain, nullptr, nullptr),
+      CASE(ov_node_get_home_class, nullptr, nullptr),
+      CASE(ov_node_get_junction_tree, nullptr, nullptr),
+      CASE(ov_node_get_master, nullptr, nullptr),
+      CASE(ov_node_get_instance, nullptr, nullptr),
+      CASE(ov_node_get_source, nullptr, nullptr),
+      CASE(ov_node_get_name, nullptr, nullptr),
+      CASE(ov_node_set_name, 1, nullptr, "a"),
+      CASE(ov_node_get_label, nullptr, nullptr),
+      CASE(ov_node_set_label, 1, nullptr, "a"),
+      CASE(ov_node_set_position, 1, nullptr, 1, 2),
+      CASE(ov_node_get_position, 1, nullptr, &w, &h),
+      CASE(ov_node_set_user_data, 1, nullptr, &w),
+      CASE(ov_node_get_user_data, nullptr, nullptr),
+      CASE(ov_node_get_state_label, nullptr, nullptr, 0),
+      CASE(ov_node_set_state_label, 1, nullptr, 0, "a"),
+      CASE(ov_node_get_state_index_from_label, -1, nullptr, "a"),
+      CASE(ov_node_get_state_value, -1.0, nullptr, 0),
+      CASE(ov_node_set_state_value, 1, nullptr, 0, 1.0),
+      CASE(ov_node_get_state_index_from_value, -1, nullptr, 1.0),
+      CASE(ov_node_touch_table, 1, nullptr),
+      // Tables.
+      CASE(ov_node_get_table, nullptr, nullptr),
+      CASE(ov_table_get_data, nullptr, nullptr),
+      CASE(ov_table_get_nodes, nullptr, nullptr),
+      CASE(ov_table_get_size, -1, nullptr),
+      CASE(ov_table_get_mean, -1.0, nullptr, 0, nullptr),
+      CASE(ov_table_get_covariance, -1.0, nullptr, 0, nullptr, nullptr),
+      CASE(ov_table_get_variance, -1.0, nullptr, 0, nullptr),
+      CASE(ov_table_reorder_nodes, 1, nullptr, no_nodes),
+      CASE(ov_table_delete, 1, nullptr),
+      CASE(ov_table_set_user_data, 1, nullptr, &w),
+      CASE(ov_table_get_user_data, nullptr, nullptr),
+      CASE(ov_node_set_alpha, 1, nullptr, 1.0, 0),
+      CASE(ov_node_get_alpha, -1.0, nullptr, 0),
+      CASE(ov_node_set_beta, 1, nullptr, 1.0, nullptr, 0),
+      CASE(ov_node_get_beta, -1.0, nullptr, nullptr, 0),
+      CASE(ov_node_set_gamma, 1, nullptr, 1.0, 0),
+      CASE(ov_node_get_gamma, -1.0, nullptr, 0),
+      // Attributes.
+      CASE(ov_domain_set_attribute, 1, nullptr, "k", "v"),
+      CASE(ov_domain_get_attribute, nullptr, nullptr, "k"),
+      CASE(ov_domain_get_first_attribute, nullptr, nullptr),
+      CASE(ov_node_set_attribute, 1, nullptr, "k", "v"),
+      CASE(ov_node_get_attribute, nullptr, nullptr, "k"),
+      CASE(ov_node_get_first_attribute, nullptr, nullptr),
+      CASE(ov_class_set_attribute, 1, nullptr, "k", "v"),
+      CASE(ov_class_get_attribute, nullptr, nullptr, "k"),
+      CASE(ov_class_get_first_attribute, nullptr, nullptr),
+      CASE(ov_attribute_get_key, nullptr, nullptr),
+      CASE(ov_attribute_get_value, nullptr, nullptr),
+      CASE(ov_attribute_get_next, nullptr, nullptr),
+  };
+  return all;
+}
+
+#undef CASE
+
+// Functions that take no handle.
+const std::set<std::string> no_handle = {
+    "ov_error_code",       "ov_error_name",       "ov_error_description", "ov_get_user_name",
+    "ov_get_organization", "ov_get_package_name", "ov_new_domain",
+};
+
+TEST(NullHandles, EveryFunctionRecordsUsageAndReturnsItsFailureValue) {
+  for (const Case &c : cases()) {
+    orvel::set_error(ov_error_none);
+    EXPECT_TRUE(c.refused()) << c.name << " returned something other than its failure value";
+    EXPECT_EQ(ov_error_code(), ov_error_usage) << c.name;
+  }
+}
+
+TEST(NullHandles, TheListCoversEveryDeclaredFunction) {
+  std::ifstream header(ORVEL_TEST_DATA "/../../include/orvel.h");
+  ASSERT_TRUE(header);
+  std::stringstream text;
+  text << header.rdbuf();
+  std::string source = text.str();
+  std::set<std::string> declared;
+  std::regex declaration(R"(OV_API[^;(]*\b(ov_\w+)\s*\()");
+  for (auto it = std::sregex_iterator(source.begin(), source.end(), declaration); it != std::sregex_iterator(); ++it)
+    declared.insert((*it)[1]);
+  ASSERT_GT(declared.size(), 50u);
+
+  std::set<std::string> listed(no_handle);
+  for (const Case &c : cases()) EXPECT_TRUE(listed.insert(c.name).second) << c.name << " is listed twice";
+  for (const std::string &name : declared)
+    EXPECT_TRUE(listed.count(name)) << name << " is declared in orvel.h but missing from the list above";
+  for (const std::string &name : listed) EXPECT_TRUE(declared.count(name)) << name << " is not declared";
+}
+
+} // namespace
