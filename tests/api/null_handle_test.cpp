@@ -58,6 +58,10 @@ const std::vector<Case> &cases() {
       CASE(ov_domain_get_max_number_of_em_iterations, -1, nullptr),
       CASE(ov_domain_set_log_file, 1, nullptr, stderr),
       CASE(ov_domain_reclaim_memory_tables, 1, nullptr),
+      // Random numbers.
+      CASE(ov_domain_seed_random, 1, nullptr, 7),
+      CASE(ov_domain_get_uniform_deviate, -1.0, nullptr),
+      CASE(ov_domain_get_normal_deviate, -1.0, nullptr, 0.0, 1.0),
       // Classes as domains.
       CASE(ov_class_get_first_node, nullptr, nullptr),
       CASE(ov_class_get_node_by_name, nullptr, nullptr, "a"),
