@@ -28,6 +28,15 @@
 #define OV_API
 #endif
 
+/* In C++ the enumerations are given int as their underlying type, so that
+ * any int a caller passes (an invalid category, say) is a value the library
+ * can test; in C an enumeration is an int already. */
+#ifdef __cplusplus
+#define OV_ENUM_BASE : int
+#else
+#define OV_ENUM_BASE
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -58,7 +67,7 @@ typedef struct ov_attribute_s *ov_attribute_t;
  * Constants
  * ------------------------------------------------------------------------ */
 
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_error_none = 0,
   ov_error_usage = 1,
   ov_error_io = 2,
@@ -110,7 +119,7 @@ typedef enum {
 } ov_error_t;
 
 /* Node categories. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_category_error = -1,
   ov_category_instance = 6,
   ov_category_chance = 7,
@@ -119,7 +128,7 @@ typedef enum {
 } ov_category_t;
 
 /* Node kinds; ov_kind_error (2) is the failure value of ov_node_get_kind. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_kind_discrete = 0,
   ov_kind_continuous = 1,
   ov_kind_error = 2
@@ -127,7 +136,7 @@ typedef enum {
 
 /* Subtypes of discrete chance and decision nodes; ov_subtype_error (34) is
  * the failure value of ov_node_get_subtype. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_subtype_label = 30,
   ov_subtype_boolean = 31,
   ov_subtype_number = 32,
@@ -137,20 +146,20 @@ typedef enum {
 
 /* Equilibria of a junction tree; ov_equilibrium_none marks a tree that holds
  * no equilibrium. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_equilibrium_none = 10,
   ov_equilibrium_sum = 11,
   ov_equilibrium_max = 12
 } ov_equilibrium_t;
 
 /* Evidence modes of propagation. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_mode_normal = 20,
   ov_mode_fast_retraction = 21
 } ov_evidence_mode_t;
 
 /* Triangulation methods. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_tm_clique_size = 15,
   ov_tm_clique_weight = 16,
   ov_tm_fill_in_size = 17,
@@ -160,7 +169,7 @@ typedef enum {
 
 /* Edge constraints for structure learning; ov_constraint_error (107) is the
  * failure value of ov_node_get_edge_constraint. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_constraint_none = 100,
   ov_constraint_edge_required = 101,
   ov_constraint_forward_edge_required = 102,
@@ -174,7 +183,7 @@ typedef enum {
 /* Expression operators. The numbering is fixed: files and callers depend on
  * it. 60-71 build distributions, 72-104 compute values, 105-108 are leaves
  * and 109 is returned on error. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_op_normal = 60,
   ov_op_beta = 61,
   ov_op_gamma = 62,
@@ -229,7 +238,7 @@ typedef enum {
 
 /* Value types of expressions. ov_value_node is a node reference whose type
  * is not yet known. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_value_number = 0,
   ov_value_boolean = 1,
   ov_value_label = 2,
@@ -238,7 +247,7 @@ typedef enum {
 } ov_value_type_t;
 
 /* What the numbers of a table are. */
-typedef enum {
+typedef enum OV_ENUM_BASE {
   ov_table_kind_probability = 0,
   ov_table_kind_utility = 1,
   ov_table_kind_experience = 2,
