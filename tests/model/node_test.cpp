@@ -502,6 +502,98 @@ TEST_F(Cascades, DescriptiveEditsLeaveACompiledDomainCompiled) {
   EXPECT_EQ(ov_domain_is_triangulated(domain), 1);
 }
 
+// A class made by hand: a record with its class fields set, an output node,
+// and an instance of it in a domain with one output clone.
+struct ClassFixture : NodeFixture {
+  int collection = 0;
+  ov_domain_t cls = ov_new_domain();
+  ov_node_t output = nullptr, instance = nullptr, clone = nullptr;
+
+  void SetUp() override {
+    cls->class_collection = reinterpret_cast<ov_class_collection_t>(&collection);
+    output = ov_class_new_node(orvel::as_class(cls), ov_category_chance, ov_kind_discrete);
+    output->state_count = 2;
+    cls->class_outputs.push_back(output);
+    instance = orvel::node_create(domain, ov_category_instance, ov_kind_discrete, ov_subtype_label, false);
+    instance->instance_class = cls;
+    cls->class_instances.push_back(instance);
+    clone = orvel::node_create(domain, ov_category_chance, ov_kind_discrete, ov_subtype_label, true);
+    clone->state_count = 2;
+    clone->master = output;
+    clone->instance = instance;
+    instance->output_clones.push_back(clone);
+  }
+  void TearDown() override {
+    // The class goes first: its instance in `domain` must not refer to it.
+    instance->instance_class = nullptr;
+    cls->class_collection = nullptr;
+    ov_domain_delete(cls);
+  }
+};
+
+TEST_F(ClassFixture, ClonesShareTheOutputsLabelsValuesAndSubtype) {
+  ASSERT_EQ(ov_node_set_state_label(output, 1, "high"), ov_error_none);
+  EXPECT_EQ(clone->state_labels, output->state_labels) << "one array for both";
+  EXPECT_STREQ(ov_node_get_state_label(clone, 1), "high");
+  ASSERT_EQ(ov_node_set_state_label(output, 0, "low"), ov_error_none);
+  EXPECT_STREQ(ov_node_get_state_label(clone, 0), "low");
+  EXPECT_EQ(ov_node_get_state_index_from_label(clone, "low"), 0);
+
+  ASSERT_EQ(ov_node_set_subtype(output, ov_subtype_number), ov_error_none);
+  EXPECT_EQ(ov_node_get_subtype(clone), ov_subtype_number);
+  ASSERT_EQ(ov_node_set_state_value(output, 1, 42.0), ov_error_none);
+  EXPECT_EQ(clone->state_values, output->state_values);
+  EXPECT_EQ(ov_node_get_state_value(clone, 1), 42.0);
+  EXPECT_EQ(ov_node_get_state_index_from_value(clone, 42.0), 1);
+  // The clone's own setters are refused.
+  EXPECT_EQ(ov_node_set_state_value(clone, 1, 1.0), ov_error_usage);
+  EXPECT_EQ(ov_node_get_state_value(output, 1), 42.0);
+}
+
+TEST_F(ClassFixture, ChangesToAnOutputReachTheModelsBehindItsClones) {
+  ov_node_t reader = make();
+  link(clone, reader);
+  for (ov_node_t n : {output, clone, reader}) {
+    n->model.reset(new ov_model_s);
+    n->model->node = n;
+    n->model->table_stale = false;
+  }
+  ASSERT_EQ(ov_node_set_state_label(output, 0, "a"), ov_error_none);
+  EXPECT_TRUE(output->model->table_stale);
+  EXPECT_TRUE(clone->model->table_stale);
+  EXPECT_TRUE(reader->model->table_stale) << "a child of the clone";
+}
+
+TEST_F(ClassFixture, DeletingClassNodesCleansTheClassRecords) {
+  ov_node_t input = ov_class_new_node(orvel::as_class(cls), ov_category_chance, ov_kind_discrete);
+  cls->class_inputs.push_back(input);
+  // The class also holds an instance of another class, bound to `input`.
+  ov_domain_t inner = ov_new_domain();
+  ov_node_t inner_instance = orvel::node_create(cls, ov_category_instance, ov_kind_discrete, ov_subtype_label, false);
+  inner_instance->instance_class = inner;
+  inner->class_instances.push_back(inner_instance);
+  inner_instance->input_bindings = {input, nullptr};
+  ov_node_t inner_clone = orvel::node_create(cls, ov_category_chance, ov_kind_discrete, ov_subtype_label, true);
+  inner_clone->master = output; // any class node
+  inner_clone->instance = inner_instance;
+  inner_instance->output_clones.push_back(inner_clone);
+  ASSERT_EQ(cls->node_count(), 4u);
+
+  ASSERT_EQ(ov_node_delete(input), ov_error_none);
+  EXPECT_TRUE(cls->class_inputs.empty());
+  EXPECT_EQ(inner_instance->input_bindings[0], nullptr) << "the binding slot is cleared";
+  ASSERT_EQ(ov_node_delete(inner_instance), ov_error_none);
+  EXPECT_EQ(cls->node_count(), 1u) << "the instance's output clone went with it";
+  EXPECT_EQ(cls->instance_count, 0u);
+  EXPECT_TRUE(inner->class_instances.empty());
+  // Deleting the output takes it off the class's outputs.
+  clone->master = nullptr; // the instance in `domain` is no concern of this test
+  ASSERT_EQ(ov_node_delete(output), ov_error_none);
+  EXPECT_TRUE(cls->class_outputs.empty());
+  EXPECT_EQ(cls->node_count(), 0u);
+  ov_domain_delete(inner);
+}
+
 using NodeDeletion = NodeFixture;
 
 TEST_F(NodeDeletion, CountersListAndNumbers) {
