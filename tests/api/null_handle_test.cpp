@@ -103,6 +103,16 @@ const std::vector<Case> &cases() {
       CASE(ov_node_set_state_value, 1, nullptr, 0, 1.0),
       CASE(ov_node_get_state_index_from_value, -1, nullptr, 1.0),
       CASE(ov_node_touch_table, 1, nullptr),
+      // Graph editing.
+      CASE(ov_node_add_parent, 1, nullptr, nullptr),
+      CASE(ov_node_remove_parent, 1, nullptr, nullptr),
+      CASE(ov_node_switch_parent, 1, nullptr, nullptr, nullptr),
+      CASE(ov_node_reverse_edge, 1, nullptr, nullptr),
+      CASE(ov_node_set_number_of_states, 1, nullptr, 2),
+      CASE(ov_node_get_edge_constraint, ov_constraint_error, nullptr, nullptr),
+      CASE(ov_node_set_edge_constraint, 1, nullptr, nullptr, ov_constraint_edge_required),
+      CASE(ov_domain_get_d_connected_nodes, nullptr, nullptr, no_nodes, no_nodes, no_nodes),
+      CASE(ov_domain_get_d_separated_nodes, nullptr, nullptr, no_nodes, no_nodes, no_nodes),
       // Tables.
       CASE(ov_node_get_table, nullptr, nullptr),
       CASE(ov_table_get_data, nullptr, nullptr),

@@ -16,8 +16,6 @@
 
 namespace {
 
-using orvel::node_list_insert_by_kind;
-
 struct NodeFixture : ::testing::Test {
   ov_domain_t domain = ov_new_domain();
   ~NodeFixture() override { ov_domain_delete(domain); }
@@ -25,18 +23,13 @@ struct NodeFixture : ::testing::Test {
   ov_node_t make(ov_category_t category = ov_category_chance, ov_kind_t kind = ov_kind_discrete) {
     return ov_domain_new_node(domain, category, kind);
   }
-  // A discrete chance node with `states` states, set before any table of it
-  // exists.
+  // A discrete chance node with `states` states.
   ov_node_t discrete(std::uint32_t states) {
     ov_node_t node = make();
-    node->state_count = states;
+    EXPECT_EQ(ov_node_set_number_of_states(node, states), ov_error_none);
     return node;
   }
-  // A link made by hand, as adding a parent does, before any table exists.
-  static void link(ov_node_t parent, ov_node_t child) {
-    node_list_insert_by_kind(child->parents, parent);
-    parent->children.push_back(child);
-  }
+  static void link(ov_node_t parent, ov_node_t child) { EXPECT_EQ(ov_node_add_parent(child, parent), ov_error_none); }
 };
 
 using NodeCreation = NodeFixture;
@@ -218,9 +211,9 @@ TEST_F(Subtypes, BooleanNeedsTwoStates) {
   ov_node_t n = make();
   EXPECT_EQ(ov_node_set_subtype(n, ov_subtype_boolean), ov_error_usage);
   EXPECT_EQ(ov_node_get_subtype(n), ov_subtype_label);
-  n->state_count = 3;
+  ASSERT_EQ(ov_node_set_number_of_states(n, 3), ov_error_none);
   EXPECT_EQ(ov_node_set_subtype(n, ov_subtype_boolean), ov_error_usage);
-  n->state_count = 2;
+  ASSERT_EQ(ov_node_set_number_of_states(n, 2), ov_error_none);
   EXPECT_EQ(ov_node_set_subtype(n, ov_subtype_boolean), ov_error_none);
   EXPECT_EQ(ov_node_get_subtype(n), ov_subtype_boolean);
   EXPECT_STREQ(ov_node_get_state_label(n, 0), "false");

@@ -23,16 +23,20 @@ struct TableFixture : ::testing::Test {
 
   ov_node_t discrete(std::uint32_t states, ov_category_t category = ov_category_chance) {
     ov_node_t node = ov_domain_new_node(domain, category, ov_kind_discrete);
+    if (category != ov_category_utility) {
+      EXPECT_EQ(ov_node_set_number_of_states(node, states), ov_error_none);
+    }
+    return node;
+  }
+  // A node with more states than any table could hold, set on the record
+  // before any table of it exists.
+  ov_node_t oversized(std::uint32_t states) {
+    ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
     node->state_count = states;
     return node;
   }
   ov_node_t continuous() { return ov_domain_new_node(domain, ov_category_chance, ov_kind_continuous); }
-  // A link made by hand, as adding a parent does, before the child's table
-  // exists.
-  static void link(ov_node_t parent, ov_node_t child) {
-    node_list_insert_by_kind(child->parents, parent);
-    parent->children.push_back(child);
-  }
+  static void link(ov_node_t parent, ov_node_t child) { EXPECT_EQ(ov_node_add_parent(child, parent), ov_error_none); }
   // Puts the domain into the compiled state by hand.
   void compile_by_hand() {
     ov_domain_get_first_node(domain)->elimination_number = 1;
@@ -206,8 +210,8 @@ TEST_F(TableLayout, UtilityTablesKeepTheParentOrder) {
   ov_node_t d = ov_domain_new_node(id, ov_category_decision, ov_kind_discrete);
   ov_node_t c = ov_domain_new_node(id, ov_category_chance, ov_kind_discrete);
   ov_node_t u = ov_domain_new_node(id, ov_category_utility, ov_kind_discrete);
-  d->state_count = 2;
-  c->state_count = 3;
+  ASSERT_EQ(ov_node_set_number_of_states(d, 2), ov_error_none);
+  ASSERT_EQ(ov_node_set_number_of_states(c, 3), ov_error_none);
   link(d, u);
   link(c, u);
   ov_table_t ut = ov_node_get_table(u);
@@ -307,7 +311,7 @@ TEST_F(TableLayout, ClonesOfTheWholeTheDiscretePartAndASlice) {
 using TableSizes = TableFixture;
 
 TEST_F(TableSizes, SaturatedSizeIsReportedAndNeverAllocated) {
-  ov_node_t huge = discrete(0xFFFFFFFFu);
+  ov_node_t huge = oversized(0xFFFFFFFFu);
   ov_table_t table = ov_node_get_table(huge);
   ASSERT_NE(table, nullptr) << "a table without data can have any size";
   EXPECT_EQ(ov_table_get_size(table), -1);
@@ -319,7 +323,7 @@ TEST_F(TableSizes, SaturatedSizeIsReportedAndNeverAllocated) {
   EXPECT_EQ(ov_node_get_state_label(huge, 4294967295), nullptr);
 
   // A product that overflows saturates and stays saturated.
-  ov_node_t a = discrete(70000), b = discrete(70000), c = discrete(2);
+  ov_node_t a = oversized(70000), b = oversized(70000), c = discrete(2);
   link(a, c);
   link(b, c);
   ov_table_t product = ov_node_get_table(c);
@@ -335,14 +339,14 @@ TEST_F(TableSizes, SaturatedSizeIsReportedAndNeverAllocated) {
   EXPECT_EQ(product->nodes[0], a);
   // Below the limit but too large for 32-bit float sizes: the allocation
   // size saturates.
-  ov_node_t big = discrete(1u << 30);
+  ov_node_t big = oversized(1u << 30);
   EXPECT_EQ(ov_table_get_size(ov_node_get_table(big)), 1 << 30);
   EXPECT_EQ(ov_table_get_data(ov_node_get_table(big)), nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_no_memory);
 }
 
 TEST_F(TableSizes, CgParametersOfAHugeTableFailWithoutCrashing) {
-  ov_node_t a = discrete(0xFFFFFFF0u), y = continuous();
+  ov_node_t a = oversized(0xFFFFFFF0u), y = continuous();
   link(a, y);
   EXPECT_EQ(ov_node_set_alpha(y, 1.0, 5), ov_error_no_memory);
   EXPECT_EQ(ov_node_get_alpha(y, 5), 0.0) << "nothing was stored";
