@@ -658,6 +658,20 @@ TEST_F(NodeDeletion, NeighboursLoseTheNodeAndChildTablesKeepStateZero) {
   EXPECT_EQ(ov_node_get_children(b)[0], nullptr);
 }
 
+TEST_F(NodeDeletion, PartnersForgetTheirEdgeConstraints) {
+  ov_node_t a = make(), b = make(), c = make();
+  ASSERT_EQ(ov_node_set_edge_constraint(a, b, ov_constraint_forward_edge_required), ov_error_none);
+  ASSERT_EQ(ov_node_set_edge_constraint(c, b, ov_constraint_edge_forbidden), ov_error_none);
+  ASSERT_EQ(ov_node_set_edge_constraint(a, c, ov_constraint_edge_required), ov_error_none);
+  ASSERT_EQ(b->edge_constraints.size(), 2u);
+  ASSERT_EQ(ov_node_delete(a), ov_error_none);
+  ASSERT_EQ(b->edge_constraints.size(), 1u);
+  EXPECT_EQ(b->edge_constraints[0].first, c);
+  EXPECT_EQ(ov_node_get_edge_constraint(b, c), ov_constraint_edge_forbidden);
+  ASSERT_EQ(c->edge_constraints.size(), 1u);
+  EXPECT_EQ(c->edge_constraints[0].first, b);
+}
+
 TEST_F(NodeDeletion, NodesInAChainComponentCannotBeDeleted) {
   ov_node_t n = make();
   n->chain_component = reinterpret_cast<orvel::ChainComponent *>(n); // any non-null marker
