@@ -45,11 +45,11 @@ extern "C" {
  * Numeric types and handles
  * ------------------------------------------------------------------------ */
 
-typedef float ov_number_t;    /* table data, findings, beliefs, utilities */
-typedef double ov_double_t;   /* CG data, means, variances, constants */
-typedef int ov_status_t;      /* 0 on success, else the error code */
-typedef int64_t ov_count_t;   /* counts and sizes; -1 on failure */
-typedef int64_t ov_index_t;   /* indices; -1 on failure or "none" */
+typedef float ov_number_t;  /* table data, findings, beliefs, utilities */
+typedef double ov_double_t; /* CG data, means, variances, constants */
+typedef int ov_status_t;    /* 0 on success, else the error code */
+typedef int64_t ov_count_t; /* counts and sizes; -1 on failure */
+typedef int64_t ov_index_t; /* indices; -1 on failure or "none" */
 typedef const char *ov_string_t;
 
 typedef struct ov_domain_s *ov_domain_t;
@@ -128,11 +128,7 @@ typedef enum OV_ENUM_BASE {
 } ov_category_t;
 
 /* Node kinds; ov_kind_error (2) is the failure value of ov_node_get_kind. */
-typedef enum OV_ENUM_BASE {
-  ov_kind_discrete = 0,
-  ov_kind_continuous = 1,
-  ov_kind_error = 2
-} ov_kind_t;
+typedef enum OV_ENUM_BASE { ov_kind_discrete = 0, ov_kind_continuous = 1, ov_kind_error = 2 } ov_kind_t;
 
 /* Subtypes of discrete chance and decision nodes; ov_subtype_error (34) is
  * the failure value of ov_node_get_subtype. */
@@ -153,10 +149,7 @@ typedef enum OV_ENUM_BASE {
 } ov_equilibrium_t;
 
 /* Evidence modes of propagation. */
-typedef enum OV_ENUM_BASE {
-  ov_mode_normal = 20,
-  ov_mode_fast_retraction = 21
-} ov_evidence_mode_t;
+typedef enum OV_ENUM_BASE { ov_mode_normal = 20, ov_mode_fast_retraction = 21 } ov_evidence_mode_t;
 
 /* Triangulation methods. */
 typedef enum OV_ENUM_BASE {
