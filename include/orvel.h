@@ -541,6 +541,70 @@ OV_API ov_string_t ov_attribute_get_value(ov_attribute_t attribute);
 /* The next (older) attribute, or NULL. */
 OV_API ov_attribute_t ov_attribute_get_next(ov_attribute_t attribute);
 
+/* ------------------------------------------------------------------------
+ * Classes
+ * ------------------------------------------------------------------------ */
+
+/* A new empty class collection, owned by the caller (free with ov_cc_delete). */
+OV_API ov_class_collection_t ov_new_class_collection(void);
+/* A new empty class, added to the collection, which owns it. */
+OV_API ov_class_t ov_cc_new_class(ov_class_collection_t collection);
+/* Turns a plain domain without chain components into a class of the
+ * collection; the domain is uncompiled and the collection owns it. */
+OV_API ov_status_t ov_cc_add_domain(ov_class_collection_t collection, ov_domain_t domain);
+/* Deletes the collection with all its classes. */
+OV_API ov_status_t ov_cc_delete(ov_class_collection_t collection);
+/* The classes in order of addition, NULL-terminated, owned by the collection. */
+OV_API ov_class_t *ov_cc_get_members(ov_class_collection_t collection);
+/* The class of that name, or NULL (with none) if there is none. */
+OV_API ov_class_t ov_cc_get_class_by_name(ov_class_collection_t collection, ov_string_t name);
+/* Stores the caller's pointer. */
+OV_API ov_status_t ov_cc_set_user_data(ov_class_collection_t collection, void *data);
+/* The caller's pointer, or NULL. */
+OV_API void *ov_cc_get_user_data(ov_class_collection_t collection);
+/* Deletes a class; usage while it has instances. */
+OV_API ov_status_t ov_class_delete(ov_class_t cls);
+/* The collection of a class. */
+OV_API ov_class_collection_t ov_class_get_class_collection(ov_class_t cls);
+/* The name of a class; an unnamed class is named "C1", "C2", ... first. */
+OV_API ov_string_t ov_class_get_name(ov_class_t cls);
+/* Sets the name: twice if another class of the collection holds it,
+ * invalid_name unless it has the form of a C identifier. */
+OV_API ov_status_t ov_class_set_name(ov_class_t cls, ov_string_t name);
+/* The input nodes, NULL-terminated, owned by the class. */
+OV_API ov_node_t *ov_class_get_inputs(ov_class_t cls);
+/* The output nodes, NULL-terminated, owned by the class. */
+OV_API ov_node_t *ov_class_get_outputs(ov_class_t cls);
+/* The instance nodes of the class, NULL-terminated, owned by the class. */
+OV_API ov_node_t *ov_class_get_instances(ov_class_t cls);
+/* A new instance of `cls` in `container`, with one output clone per output
+ * of `cls`; cyclic_instance_hierarchy if `cls` uses `container`. */
+OV_API ov_node_t ov_class_new_instance(ov_class_t container, ov_class_t cls);
+/* Makes a parentless chance or decision node of a class, not an output and
+ * not a clone, an input of its class. */
+OV_API ov_status_t ov_node_add_to_inputs(ov_node_t node);
+/* Makes a chance or decision node of a class, not an input, an output of its
+ * class; every instance gets a clone of it. */
+OV_API ov_status_t ov_node_add_to_outputs(ov_node_t node);
+/* Takes an input out of its class's inputs; bindings stay in line. */
+OV_API ov_status_t ov_node_remove_from_inputs(ov_node_t node);
+/* Takes an output out of its class's outputs, deleting its clones. */
+OV_API ov_status_t ov_node_remove_from_outputs(ov_node_t node);
+/* The class of an instance node. */
+OV_API ov_class_t ov_node_get_instance_class(ov_node_t instance);
+/* The node bound to an input of the instance's class, or NULL (with none). */
+OV_API ov_node_t ov_node_get_input(ov_node_t instance, ov_node_t input);
+/* Binds an input of the instance's class to a node of the same category and
+ * kind in the instance's own class. */
+OV_API ov_status_t ov_node_set_input(ov_node_t instance, ov_node_t input, ov_node_t actual);
+/* Unbinds an input of the instance's class. */
+OV_API ov_status_t ov_node_unset_input(ov_node_t instance, ov_node_t input);
+/* The clone that stands for an output of the instance's class. */
+OV_API ov_node_t ov_node_get_output(ov_node_t instance, ov_node_t output);
+/* Gives an instance another class of the collection, moving bindings and
+ * clones to the inputs and outputs of the same names. */
+OV_API ov_status_t ov_node_substitute_class(ov_node_t instance, ov_class_t cls);
+
 #ifdef __cplusplus
 }
 #endif

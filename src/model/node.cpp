@@ -12,6 +12,7 @@
 #include "expr/model.h"
 #include "model/domain.h"
 #include "model/graph.h"
+#include "oo/class.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -274,8 +275,10 @@ void delete_owned_table(Table *&table) noexcept {
 ov_status_t node_delete(Node *node) {
   Domain *domain = node->home;
   if (domain->is_class()) {
-    domain->class_inputs.remove(node);
-    domain->class_outputs.remove(node);
+    // An interface node leaves the interface first, which keeps the
+    // bindings and clones of the class's instances in line.
+    if (domain->class_inputs.contains(node)) node_remove_from_inputs(node);
+    if (domain->class_outputs.contains(node)) node_remove_from_outputs(node);
     if (node->category == ov_category_instance)
       while (!node->output_clones.empty()) {
         Node *clone = node->output_clones.back();
