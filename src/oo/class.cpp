@@ -74,11 +74,8 @@ void class_delete(Domain *cls) noexcept {
     members.erase(std::find(members.begin(), members.end() - 1, as_class(cls)));
     cls->class_collection = nullptr;
   }
-  // The instance nodes of this class leave the instance lists of the classes
-  // they instantiate, which live on.
-  for (auto &node : cls->nodes)
-    if (node->category == ov_category_instance && node->instance_class != nullptr)
-      node->instance_class->class_instances.remove(node.get());
+  // The record's destructor takes its instance nodes off the instance lists
+  // of the classes they instantiate, which live on.
   domain_uncompile(cls);
   delete cls;
 }
