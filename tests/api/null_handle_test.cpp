@@ -144,6 +144,32 @@ const std::vector<Case> &cases() {
       CASE(ov_attribute_get_key, nullptr, nullptr),
       CASE(ov_attribute_get_value, nullptr, nullptr),
       CASE(ov_attribute_get_next, nullptr, nullptr),
+      // Class collections, classes, instances.
+      CASE(ov_cc_new_class, nullptr, nullptr),
+      CASE(ov_cc_add_domain, 1, nullptr, nullptr),
+      CASE(ov_cc_delete, 1, nullptr),
+      CASE(ov_cc_get_members, nullptr, nullptr),
+      CASE(ov_cc_get_class_by_name, nullptr, nullptr, "a"),
+      CASE(ov_cc_set_user_data, 1, nullptr, &w),
+      CASE(ov_cc_get_user_data, nullptr, nullptr),
+      CASE(ov_class_delete, 1, nullptr),
+      CASE(ov_class_get_class_collection, nullptr, nullptr),
+      CASE(ov_class_get_name, nullptr, nullptr),
+      CASE(ov_class_set_name, 1, nullptr, "a"),
+      CASE(ov_class_get_inputs, nullptr, nullptr),
+      CASE(ov_class_get_outputs, nullptr, nullptr),
+      CASE(ov_class_get_instances, nullptr, nullptr),
+      CASE(ov_class_new_instance, nullptr, nullptr, nullptr),
+      CASE(ov_node_add_to_inputs, 1, nullptr),
+      CASE(ov_node_add_to_outputs, 1, nullptr),
+      CASE(ov_node_remove_from_inputs, 1, nullptr),
+      CASE(ov_node_remove_from_outputs, 1, nullptr),
+      CASE(ov_node_get_instance_class, nullptr, nullptr),
+      CASE(ov_node_get_input, nullptr, nullptr, nullptr),
+      CASE(ov_node_set_input, 1, nullptr, nullptr, nullptr),
+      CASE(ov_node_unset_input, 1, nullptr, nullptr),
+      CASE(ov_node_get_output, nullptr, nullptr, nullptr),
+      CASE(ov_node_substitute_class, 1, nullptr, nullptr),
   };
   return all;
 }
@@ -153,7 +179,7 @@ const std::vector<Case> &cases() {
 // Functions that take no handle.
 const std::set<std::string> no_handle = {
     "ov_error_code",       "ov_error_name",       "ov_error_description", "ov_get_user_name",
-    "ov_get_organization", "ov_get_package_name", "ov_new_domain",
+    "ov_get_organization", "ov_get_package_name", "ov_new_domain",        "ov_new_class_collection",
 };
 
 TEST(NullHandles, EveryFunctionRecordsUsageAndReturnsItsFailureValue) {

@@ -3,6 +3,8 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "oo/oo_fixture.h"
 
@@ -164,6 +166,50 @@ TEST_F(CollectionTest, AutomaticNamesSkipTakenOnes) {
   const char *name = ov_class_get_name(c);
   EXPECT_EQ(ov_class_get_name(c), name);
   EXPECT_EQ(ov_cc_get_class_by_name(cc, "C3"), c);
+}
+
+// ---------------------------------------------------------------- class as domain
+
+TEST_F(CollectionTest, AttributesOfAClass) {
+  ov_class_t cls = make_class("A");
+  EXPECT_EQ(ov_class_get_first_attribute(cls), nullptr);
+  EXPECT_EQ(ov_class_set_attribute(cls, "first", "1"), ov_error_none);
+  EXPECT_EQ(ov_class_set_attribute(cls, "_second", "2"), ov_error_none);
+  EXPECT_EQ(ov_class_set_attribute(cls, "first", "one"), ov_error_none); // keeps its place
+  EXPECT_EQ(ov_class_set_attribute(cls, "3rd", "3"), ov_error_invalid_name);
+  EXPECT_EQ(ov_class_set_attribute(cls, "absent", nullptr), ov_error_none);
+  std::vector<std::pair<std::string, std::string>> seen;
+  for (ov_attribute_t a = ov_class_get_first_attribute(cls); a != nullptr; a = ov_attribute_get_next(a))
+    seen.emplace_back(ov_attribute_get_key(a), ov_attribute_get_value(a));
+  EXPECT_EQ(seen, (std::vector<std::pair<std::string, std::string>>{{"_second", "2"}, {"first", "one"}}));
+  EXPECT_STREQ(ov_class_get_attribute(cls, "first"), "one");
+  EXPECT_EQ(ov_class_set_attribute(cls, "first", nullptr), ov_error_none);
+  EXPECT_EQ(ov_class_get_attribute(cls, "first"), nullptr);
+  // The class's attributes are the record's: the domain calls see them.
+  EXPECT_STREQ(ov_domain_get_attribute(as_domain(cls), "_second"), "2");
+}
+
+TEST_F(CollectionTest, NodesKnowTheirClassAndInstance) {
+  ov_class_t part = make_class("Part");
+  ov_class_t whole = make_class("Whole");
+  ov_node_t out = ov_class_new_node(part, ov_category_chance, ov_kind_discrete);
+  ASSERT_EQ(ov_node_set_name(out, "out"), ov_error_none);
+  ASSERT_EQ(ov_node_add_to_outputs(out), ov_error_none);
+  ov_node_t instance = ov_class_new_instance(whole, part);
+  ov_node_t clone = ov_node_get_output(instance, out);
+
+  EXPECT_EQ(ov_class_get_node_by_name(part, "out"), out);
+  EXPECT_EQ(ov_class_get_first_node(whole), clone); // the newest node
+  EXPECT_EQ(ov_node_get_home_class(out), part);
+  EXPECT_EQ(ov_node_get_home_class(clone), whole);
+  EXPECT_EQ(ov_node_get_domain(clone), nullptr); // a class is no domain here
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_node_get_master(clone), out);
+  EXPECT_EQ(ov_node_get_instance(clone), instance);
+  EXPECT_EQ(ov_node_get_master(out), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_node_get_instance(instance), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
 }
 
 // ---------------------------------------------------------------- deletion

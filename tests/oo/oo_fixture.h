@@ -45,7 +45,7 @@ protected:
   static ov_node_t make_output(ov_class_t cls, const char *name, std::vector<const char *> labels = {}) {
     ov_node_t node = make_node(cls, name);
     if (!labels.empty()) {
-      node->state_count = static_cast<std::uint32_t>(labels.size());
+      EXPECT_EQ(ov_node_set_number_of_states(node, static_cast<ov_count_t>(labels.size())), ov_error_none);
       for (std::size_t i = 0; i < labels.size(); ++i)
         EXPECT_EQ(ov_node_set_state_label(node, static_cast<ov_index_t>(i), labels[i]), ov_error_none);
     }
