@@ -471,6 +471,81 @@ OV_API ov_node_t *ov_domain_get_d_separated_nodes(ov_domain_t domain, ov_node_t 
                                                   ov_node_t *soft_evidence);
 
 /* ------------------------------------------------------------------------
+ * Compilation
+ * ------------------------------------------------------------------------ */
+
+/* Compiles the domain: triangulation (minimum fill-in weight unless already
+ * triangulated), junction forest, table data and first propagation. usage for
+ * an empty or compiled domain; on failure the domain is as before the call.
+ * The first propagation is not yet available: the call then fails with
+ * error after building and rolling back the forest. */
+OV_API ov_status_t ov_domain_compile(ov_domain_t domain);
+/* Builds the junction forest without table data; progress (may be NULL)
+ * receives the name of each stage. usage if already compiled or built. */
+OV_API ov_status_t ov_domain_compile_qualitatively(ov_domain_t domain, ov_progress_function_t progress);
+/* Allocates table data, checks the potentials when a log is open and runs the
+ * first propagation; usage without a forest. A failure removes nothing. */
+OV_API ov_status_t ov_domain_compile_quantitatively(ov_domain_t domain, ov_progress_function_t progress);
+/* Moralises and triangulates by a greedy heuristic (ov_tm_clique_size to
+ * ov_tm_fill_in_weight); usage for a class, a triangulated domain or another
+ * method. cyclic_network, decision_order on a bad network. */
+OV_API ov_status_t ov_domain_triangulate(ov_domain_t domain, ov_triangulation_method_t method);
+/* Triangulates by eliminating the chance and decision nodes in the order of
+ * the NULL-terminated list; enumeration for a repeated, missing, utility or
+ * out-of-level node, usage for a node of another domain. */
+OV_API ov_status_t ov_domain_triangulate_with_order(ov_domain_t domain, ov_node_t *order);
+/* The elimination order (eliminated first first), NULL-terminated, owned by
+ * the domain; usage if the domain has nodes and is not triangulated. */
+OV_API ov_node_t *ov_domain_get_elimination_order(ov_domain_t domain);
+
+/* ------------------------------------------------------------------------
+ * Junction forest
+ * ------------------------------------------------------------------------ */
+
+/* The first junction tree (the one made last); NULL with not_compiled if the
+ * domain is not compiled. */
+OV_API ov_junction_tree_t ov_domain_get_first_junction_tree(ov_domain_t domain);
+/* The next junction tree, or NULL. */
+OV_API ov_junction_tree_t ov_jt_get_next(ov_junction_tree_t tree);
+/* The clique the tree was built from. */
+OV_API ov_clique_t ov_jt_get_root(ov_junction_tree_t tree);
+/* The tree's cliques in domain order, NULL-terminated, owned by the tree. */
+OV_API ov_clique_t *ov_jt_get_cliques(ov_junction_tree_t tree);
+/* Stores the caller's pointer. */
+OV_API ov_status_t ov_jt_set_user_data(ov_junction_tree_t tree, void *data);
+/* The caller's pointer, or NULL. */
+OV_API void *ov_jt_get_user_data(ov_junction_tree_t tree);
+/* The first clique of the domain, or NULL. */
+OV_API ov_clique_t ov_domain_get_first_clique(ov_domain_t domain);
+/* The next clique of the domain, or NULL. */
+OV_API ov_clique_t ov_clique_get_next(ov_clique_t clique);
+/* The junction tree that holds the clique. */
+OV_API ov_junction_tree_t ov_clique_get_junction_tree(ov_clique_t clique);
+/* The members, discrete first, NULL-terminated, owned by the clique. */
+OV_API ov_node_t *ov_clique_get_members(ov_clique_t clique);
+/* The number of members, or -1. */
+OV_API ov_count_t ov_clique_get_number_of_members(ov_clique_t clique);
+/* The neighbouring cliques, NULL-terminated, owned by the clique. */
+OV_API ov_clique_t *ov_clique_get_neighbors(ov_clique_t clique);
+/* The number of neighbouring cliques, or -1. */
+OV_API ov_count_t ov_clique_get_number_of_neighbors(ov_clique_t clique);
+/* The clique's probability table, owned by the clique. */
+OV_API ov_table_t ov_clique_get_probability_table(ov_clique_t clique);
+/* The clique's utility table (NULL without decisions and utilities). */
+OV_API ov_table_t ov_clique_get_utility_table(ov_clique_t clique);
+/* Stores the caller's pointer. */
+OV_API ov_status_t ov_clique_set_user_data(ov_clique_t clique, void *data);
+/* The caller's pointer, or NULL. */
+OV_API void *ov_clique_get_user_data(ov_clique_t clique);
+/* The number of cliques, or -1. */
+OV_API ov_count_t ov_domain_get_number_of_cliques(ov_domain_t domain);
+/* The junction tree that holds the node, or NULL. */
+OV_API ov_junction_tree_t ov_node_get_junction_tree(ov_node_t node);
+/* The sum over the cliques of (CG entries per cell + 1) times the table size;
+ * -1 for a size too large to count, and -1 with usage without cliques. */
+OV_API ov_count_t ov_domain_get_jt_cost(ov_domain_t domain);
+
+/* ------------------------------------------------------------------------
  * Tables
  * ------------------------------------------------------------------------ */
 

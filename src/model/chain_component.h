@@ -15,6 +15,13 @@ struct ChainComponent {
   Domain *domain = nullptr;
   NodeList members;
   std::vector<Table *> potentials;
+
+  // Compilation: reset when the forest is released.
+  Table *normalizer = nullptr;             // over the nodes with a child in the component
+  Clique *normalizer_clique = nullptr;     // clique that takes the normaliser
+  std::vector<Clique *> potential_cliques; // clique that takes each chain potential
+  KernelPlan *normalizer_plan = nullptr;   // made by propagation
+  std::vector<KernelPlan *> potential_plans;
 };
 
 } // namespace orvel

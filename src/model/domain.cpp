@@ -30,6 +30,8 @@ bool domain_is_triangulated(const Domain *domain) noexcept {
 }
 
 void release_forest(Domain *domain, bool drop_triangulation) noexcept {
+  domain->cliques.clear();
+  domain->junction_trees.clear();
   domain->clique_count = 0;
   domain->junction_tree_count = 0;
 
@@ -37,7 +39,7 @@ void release_forest(Domain *domain, bool drop_triangulation) noexcept {
   domain->kernel_plans.clear();
 
   // Tables of the forest and of queries go; node tables, experience and
-  // fading tables stay.
+  // fading tables and chain potentials stay.
   auto &tables = domain->tables;
   std::size_t kept = 0;
   for (std::size_t i = 0; i < tables.size(); ++i) {
@@ -50,22 +52,39 @@ void release_forest(Domain *domain, bool drop_triangulation) noexcept {
   tables.resize(kept);
 
   for (auto &node : domain->nodes) {
-    if (drop_triangulation) node->elimination_number = 0;
+    if (drop_triangulation) {
+      node->elimination_number = 0;
+      node->level = 0;
+      node->neighbours = {};
+      node->fill_ins = {};
+    }
     node->junction_tree = nullptr;
     node->home_clique = nullptr;
     node->table_plan = nullptr;
     node->extra_table_plan = nullptr;
+    node->marginal_plan = nullptr;
+    node->marginal_source = nullptr;
+    node->marginal_source_utility = nullptr;
     node->belief_table = nullptr;
     node->utility_table = nullptr;
     node->conflict_clique = nullptr;
     if (node->is_discrete()) {
       node->propagated_finding = nullptr;
+      node->finding_clique = nullptr;
+      node->finding_plan = nullptr;
       node->instantiated_state = -1;
     } else {
       node->value_propagated = false;
     }
   }
   domain->compiled = 0;
+  for (auto &component : domain->chain_components) {
+    component->normalizer = nullptr;
+    component->normalizer_clique = nullptr;
+    component->potential_cliques = {};
+    component->normalizer_plan = nullptr;
+    component->potential_plans = {};
+  }
   if (drop_triangulation) domain->elimination_order.reset();
   domain_reclaim_memory_tables(domain);
   domain->compressed = 0;

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "api/memory.h"
+#include "compile/clique.h"
+#include "compile/junction_tree.h"
 #include "learn/random.h"
 #include "model/attribute.h"
 #include "model/chain_component.h"
@@ -33,8 +35,12 @@ struct NameTable {
 } // namespace orvel
 
 struct ov_domain_s {
-  std::uint32_t clique_count = 0;
-  std::uint32_t junction_tree_count = 0;
+  std::uint32_t clique_count = 0;        // also the source of clique numbers
+  std::uint32_t junction_tree_count = 0; // also the source of tree numbers
+  // The junction forest: cliques in list order and trees newest first. A
+  // clique's or tree's position is its index here.
+  std::vector<std::unique_ptr<ov_clique_s>> cliques;
+  std::vector<std::unique_ptr<ov_junction_tree_s>> junction_trees;
 
   // Every table the domain owns, oldest first: a table's serial is its
   // position here from 1.
@@ -118,7 +124,9 @@ inline ov_class_t as_class(Domain *d) noexcept { return reinterpret_cast<ov_clas
 // elimination number.
 bool domain_is_triangulated(const Domain *domain) noexcept;
 // Releases the junction forest (and with drop_triangulation the
-// triangulation too), leaving entered evidence and cases alone.
+// triangulation too: neighbours, fill-ins, levels and elimination numbers),
+// leaving node tables, entered evidence and cases alone. This is both the
+// uncompile and the roll-back of every failed compile stage.
 void release_forest(Domain *domain, bool drop_triangulation) noexcept;
 // Releases the forest and the triangulation if the domain is triangulated.
 void domain_uncompile(Domain *domain) noexcept;

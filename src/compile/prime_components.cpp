@@ -1,0 +1,137 @@
+// Decomposition of a graph by its complete minimal separators.
+//
+// A labelled search (maximum cardinality search that also counts paths
+// through lower labels) numbers the vertices and yields a minimal
+// triangulation: each vertex keeps the numbered vertices that raised its
+// label. Where a label does not rise from one numbered vertex to the next, the
+// raised-by set of the later vertex is a minimal separator of the
+// triangulation. Walking the vertices in elimination order, each such
+// separator that is complete in the graph itself cuts off the component that
+// holds its vertex; what remains at the end is the last piece.
+#include <algorithm>
+
+#include "compile/triangulate.h"
+
+namespace orvel {
+
+namespace {
+
+struct LabelledSearch {
+  std::vector<std::uint32_t> order;   // vertices in elimination order: the last numbered first
+  std::vector<VertexSet> raised_by;   // numbered vertices that raised each vertex's label
+  std::vector<bool> generator;        // whose raised-by set is a minimal separator
+};
+
+LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
+  const std::uint32_t n = static_cast<std::uint32_t>(adjacency.size());
+  LabelledSearch result;
+  result.raised_by.resize(n);
+  result.generator.assign(n, false);
+  result.order.resize(n);
+  std::vector<std::uint32_t> label(n, 0);
+  std::vector<bool> numbered(n, false);
+  std::vector<std::uint32_t> reached_in(n, 0); // step + 1 when reached in that step
+  std::vector<std::vector<std::uint32_t>> reach(n + 1);
+  std::vector<std::uint32_t> raised;
+  std::int64_t previous_label = -1;
+  for (std::uint32_t step = 0; step < n; ++step) {
+    std::uint32_t v = n;
+    for (std::uint32_t u = 0; u < n; ++u)
+      if (!numbered[u] && (v == n || label[u] > label[v])) v = u;
+    if (static_cast<std::int64_t>(label[v]) <= previous_label) result.generator[v] = true;
+    previous_label = label[v];
+    numbered[v] = true;
+    result.order[n - 1 - step] = v;
+
+    // Every unnumbered u that a path of unnumbered vertices with labels
+    // below label[u] joins to v gets its label raised.
+    const std::uint32_t mark = step + 1;
+    reached_in[v] = mark;
+    raised.clear();
+    std::uint32_t top = 0;
+    for (std::uint32_t u : adjacency[v]) {
+      if (numbered[u]) continue;
+      reached_in[u] = mark;
+      raised.push_back(u);
+      reach[label[u]].push_back(u);
+      top = std::max(top, label[u]);
+    }
+    for (std::uint32_t j = 0; j <= top; ++j) {
+      while (!reach[j].empty()) {
+        std::uint32_t y = reach[j].back();
+        reach[j].pop_back();
+        for (std::uint32_t z : adjacency[y]) {
+          if (numbered[z] || reached_in[z] == mark) continue;
+          reached_in[z] = mark;
+          if (label[z] > j) {
+            raised.push_back(z);
+            reach[label[z]].push_back(z);
+            top = std::max(top, label[z]);
+          } else {
+            reach[j].push_back(z);
+          }
+        }
+      }
+    }
+    for (std::uint32_t u : raised) {
+      ++label[u];
+      result.raised_by[u].push_back(v);
+    }
+  }
+  for (VertexSet &set : result.raised_by) std::sort(set.begin(), set.end());
+  return result;
+}
+
+bool adjacent(const std::vector<VertexSet> &adjacency, std::uint32_t a, std::uint32_t b) {
+  return std::binary_search(adjacency[a].begin(), adjacency[a].end(), b);
+}
+
+bool is_complete(const std::vector<VertexSet> &adjacency, const VertexSet &set) {
+  for (std::size_t i = 0; i < set.size(); ++i)
+    for (std::size_t j = i + 1; j < set.size(); ++j)
+      if (!adjacent(adjacency, set[i], set[j])) return false;
+  return true;
+}
+
+} // namespace
+
+std::vector<VertexSet> find_prime_components(const std::vector<VertexSet> &adjacency) {
+  const std::uint32_t n = static_cast<std::uint32_t>(adjacency.size());
+  std::vector<VertexSet> pieces;
+  if (n == 0) return pieces;
+  LabelledSearch search = labelled_search(adjacency);
+  std::vector<bool> remaining(n, true);
+  std::vector<bool> in_separator(n, false);
+  std::vector<std::uint32_t> stack;
+  for (std::uint32_t x : search.order) {
+    if (!search.generator[x] || !remaining[x]) continue;
+    const VertexSet &separator = search.raised_by[x];
+    if (!is_complete(adjacency, separator)) continue;
+    for (std::uint32_t s : separator) in_separator[s] = true;
+    // The component of the remaining graph without the separator that
+    // holds x goes, with the separator, into a piece of its own.
+    VertexSet piece(separator);
+    remaining[x] = false;
+    stack.assign(1, x);
+    while (!stack.empty()) {
+      std::uint32_t y = stack.back();
+      stack.pop_back();
+      piece.push_back(y);
+      for (std::uint32_t z : adjacency[y]) {
+        if (!remaining[z] || in_separator[z]) continue;
+        remaining[z] = false;
+        stack.push_back(z);
+      }
+    }
+    for (std::uint32_t s : separator) in_separator[s] = false;
+    std::sort(piece.begin(), piece.end());
+    pieces.push_back(std::move(piece));
+  }
+  VertexSet rest;
+  for (std::uint32_t v = 0; v < n; ++v)
+    if (remaining[v]) rest.push_back(v);
+  if (!rest.empty()) pieces.push_back(std::move(rest));
+  return pieces;
+}
+
+} // namespace orvel
