@@ -400,6 +400,8 @@ ov_status_t log_elimination_sequence(Domain *domain) {
   return ov_error_none;
 }
 
+} // namespace
+
 ov_status_t triangulate_graph(Domain *domain, int method) {
   TriGraph graph = build_top_graph(domain);
   if (log_printf(domain, "\n") != ov_error_none) return ov_error_io;
@@ -418,6 +420,8 @@ ov_status_t triangulate_graph(Domain *domain, int method) {
     return ov_error_code();
   return log_elimination_sequence(domain);
 }
+
+namespace {
 
 ov_status_t log_time(Domain *domain) {
   if (domain->log_file == nullptr) return ov_error_none;

@@ -16,6 +16,10 @@ ov_status_t domain_triangulate(Domain *domain, int method);
 // first, adding the fill-ins that the order needs. On failure the domain is
 // rolled back.
 ov_status_t domain_triangulate_with_order(Domain *domain, Node *const *order);
+// Triangulates the graph of the nodes' neighbours, whose levels are set:
+// prime components, greedy elimination by the method, numbering and the
+// cliques. No roll-back.
+ov_status_t triangulate_graph(Domain *domain, int method);
 // The cached elimination order, eliminated first first; null with
 // enumeration if the numbers are not a permutation.
 NodeList *domain_elimination_order(Domain *domain);

@@ -1,0 +1,506 @@
+// Prime components, the greedy heuristics against a naive reference, and
+// triangulation by a given order.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <set>
+#include <sstream>
+
+#include "compile/compile.h"
+#include "compile/net_structure.h"
+#include "compile/triangulate.h"
+#include "table/table.h"
+
+using namespace orvel;
+using namespace orvel::test;
+
+namespace {
+
+using Matrix = std::vector<std::vector<bool>>;
+
+std::vector<VertexSet> adjacency_of(const Matrix &m) {
+  std::vector<VertexSet> adjacency(m.size());
+  for (std::uint32_t a = 0; a < m.size(); ++a)
+    for (std::uint32_t b = 0; b < m.size(); ++b)
+      if (a != b && m[a][b]) adjacency[a].push_back(b);
+  return adjacency;
+}
+
+Matrix random_graph(std::mt19937 &random, std::uint32_t n, double density) {
+  std::bernoulli_distribution edge(density);
+  Matrix m(n, std::vector<bool>(n, false));
+  for (std::uint32_t a = 0; a < n; ++a)
+    for (std::uint32_t b = a + 1; b < n; ++b) m[a][b] = m[b][a] = edge(random);
+  return m;
+}
+
+// Whether the vertices of `set` minus `removed` are connected within `set`.
+bool connected_without(const Matrix &m, const VertexSet &set, const std::vector<bool> &removed) {
+  std::vector<std::uint32_t> rest;
+  for (std::uint32_t v : set)
+    if (!removed[v]) rest.push_back(v);
+  if (rest.empty()) return true;
+  std::set<std::uint32_t> reached{rest[0]};
+  std::vector<std::uint32_t> stack{rest[0]};
+  while (!stack.empty()) {
+    std::uint32_t v = stack.back();
+    stack.pop_back();
+    for (std::uint32_t u : rest)
+      if (m[v][u] && reached.insert(u).second) stack.push_back(u);
+  }
+  return reached.size() == rest.size();
+}
+
+bool complete(const Matrix &m, const std::vector<std::uint32_t> &set) {
+  for (std::uint32_t a : set)
+    for (std::uint32_t b : set)
+      if (a != b && !m[a][b]) return false;
+  return true;
+}
+
+// Checks that pieces are the atoms of the graph: they cover it, every edge
+// lies in one, each piece's outside parts attach to it through complete
+// sets, no piece holds another, and no piece has a complete separator.
+void check_atoms(const Matrix &m, const std::vector<VertexSet> &pieces) {
+  const std::uint32_t n = static_cast<std::uint32_t>(m.size());
+  std::vector<bool> covered(n, false);
+  for (const VertexSet &piece : pieces) {
+    EXPECT_TRUE(std::is_sorted(piece.begin(), piece.end()));
+    for (std::uint32_t v : piece) covered[v] = true;
+  }
+  EXPECT_TRUE(std::all_of(covered.begin(), covered.end(), [](bool b) { return b; }));
+  for (std::uint32_t a = 0; a < n; ++a)
+    for (std::uint32_t b = a + 1; b < n; ++b)
+      if (m[a][b]) {
+        EXPECT_TRUE(std::any_of(pieces.begin(), pieces.end(), [&](const VertexSet &p) {
+          return std::binary_search(p.begin(), p.end(), a) && std::binary_search(p.begin(), p.end(), b);
+        })) << a << "-" << b;
+      }
+  for (std::size_t i = 0; i < pieces.size(); ++i) {
+    const VertexSet &piece = pieces[i];
+    for (std::size_t j = 0; j < pieces.size(); ++j)
+      if (i != j) {
+        EXPECT_FALSE(std::includes(pieces[j].begin(), pieces[j].end(), piece.begin(), piece.end()));
+      }
+    // The parts outside the piece attach through complete sets.
+    std::vector<bool> inside(n, false);
+    for (std::uint32_t v : piece) inside[v] = true;
+    std::vector<bool> seen(inside);
+    for (std::uint32_t start = 0; start < n; ++start) {
+      if (seen[start]) continue;
+      std::set<std::uint32_t> attach;
+      std::vector<std::uint32_t> stack{start};
+      seen[start] = true;
+      while (!stack.empty()) {
+        std::uint32_t v = stack.back();
+        stack.pop_back();
+        for (std::uint32_t u = 0; u < n; ++u) {
+          if (!m[v][u]) continue;
+          if (inside[u])
+            attach.insert(u);
+          else if (!seen[u])
+            seen[u] = true, stack.push_back(u);
+        }
+      }
+      EXPECT_TRUE(complete(m, std::vector<std::uint32_t>(attach.begin(), attach.end())));
+    }
+    // No complete set separates the piece.
+    const std::size_t k = piece.size();
+    for (std::uint64_t subset = 1; subset + 1 < (1ull << k); ++subset) {
+      std::vector<std::uint32_t> cut;
+      std::vector<bool> removed(n, false);
+      for (std::size_t b = 0; b < k; ++b)
+        if (subset >> b & 1) cut.push_back(piece[b]), removed[piece[b]] = true;
+      if (!complete(m, cut)) continue;
+      EXPECT_TRUE(connected_without(m, piece, removed)) << "piece " << i << " has a complete separator";
+    }
+  }
+}
+
+TEST(PrimeComponents, SmallCases) {
+  // Path 0-1-2: two pieces cut at 1.
+  Matrix path(3, std::vector<bool>(3, false));
+  path[0][1] = path[1][0] = path[1][2] = path[2][1] = true;
+  EXPECT_EQ(find_prime_components(adjacency_of(path)).size(), 2u);
+  check_atoms(path, find_prime_components(adjacency_of(path)));
+  // A chordless 4-cycle is prime.
+  Matrix cycle(4, std::vector<bool>(4, false));
+  for (int i = 0; i < 4; ++i) cycle[i][(i + 1) % 4] = cycle[(i + 1) % 4][i] = true;
+  auto pieces = find_prime_components(adjacency_of(cycle));
+  ASSERT_EQ(pieces.size(), 1u);
+  EXPECT_EQ(pieces[0], (VertexSet{0, 1, 2, 3}));
+  // Isolated vertices are pieces of their own.
+  Matrix empty(3, std::vector<bool>(3, false));
+  EXPECT_EQ(find_prime_components(adjacency_of(empty)).size(), 3u);
+  EXPECT_TRUE(find_prime_components({}).empty());
+}
+
+TEST(PrimeComponents, RandomGraphsAreCutIntoAtoms) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 400; ++round) {
+    std::uint32_t n = 1 + random() % 10;
+    double density = std::vector<double>{0.15, 0.3, 0.5, 0.7}[round % 4];
+    Matrix m = random_graph(random, n, density);
+    SCOPED_TRACE(round);
+    check_atoms(m, find_prime_components(adjacency_of(m)));
+  }
+}
+
+// A domain whose moral graph is set directly: vertex i is the i-th node in
+// node list order, named "v<i>".
+struct GraphDomain {
+  ov_domain_t domain = ov_new_domain();
+  std::vector<Node *> nodes;
+
+  GraphDomain(const Matrix &m, const std::vector<std::uint32_t> &states) {
+    const std::size_t n = m.size();
+    nodes.resize(n);
+    for (std::size_t i = n; i-- > 0;) {
+      std::string name = "v" + std::to_string(i);
+      nodes[i] = states[i] == 0 ? add_node(domain, name.c_str(), 0, ov_category_chance, ov_kind_continuous)
+                                : add_node(domain, name.c_str(), states[i]);
+    }
+    for (std::size_t a = 0; a < n; ++a) {
+      nodes[a]->level = 1;
+      for (std::size_t b = 0; b < n; ++b)
+        if (a != b && m[a][b]) nodes[a]->neighbours.push_back(nodes[b]);
+    }
+  }
+  ~GraphDomain() { ov_domain_delete(domain); }
+};
+
+std::vector<std::string> tab_lines(const std::string &text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    if (!line.empty() && line[0] == '\t') lines.push_back(line);
+  return lines;
+}
+
+// The greedy rules, recomputed from scratch at every step.
+struct ReferenceGreedy {
+  Matrix m;
+  std::vector<std::uint32_t> states; // 0: continuous
+  int method;
+  std::vector<std::string> lines;
+  std::vector<VertexSet> families;
+  int decided_by_no_fill = 0; // steps where a cheaper vertex needed fill-ins
+
+  double weight(std::uint32_t v) const { return states[v] == 0 ? 1.5 : states[v]; }
+  double set_weight(const VertexSet &set) const {
+    double p = 1;
+    std::uint32_t c = 0;
+    for (std::uint32_t v : set) states[v] == 0 ? ++c : p *= states[v];
+    return c > 0 ? p * (1 + c * (c + 3) / 2) : p;
+  }
+
+  void run(const VertexSet &component) {
+    std::vector<std::uint32_t> left(component);
+    while (!left.empty()) {
+      std::vector<double> cost(left.size());
+      std::vector<std::uint64_t> fill(left.size());
+      std::vector<VertexSet> around(left.size());
+      for (std::size_t i = 0; i < left.size(); ++i) {
+        VertexSet &n = around[i];
+        for (std::uint32_t u : left)
+          if (m[left[i]][u]) n.push_back(u);
+        double fill_weight = 0;
+        for (std::size_t a = 0; a < n.size(); ++a)
+          for (std::size_t b = a + 1; b < n.size(); ++b)
+            if (!m[n[a]][n[b]]) ++fill[i], fill_weight += weight(n[a]) * weight(n[b]);
+        VertexSet family(n);
+        family.insert(std::lower_bound(family.begin(), family.end(), left[i]), left[i]);
+        switch (method) {
+        case ov_tm_clique_size: cost[i] = n.size(); break;
+        case ov_tm_clique_weight: cost[i] = set_weight(family); break;
+        case ov_tm_fill_in_size: cost[i] = fill[i]; break;
+        default: cost[i] = fill_weight;
+        }
+      }
+      std::size_t chosen = 0, cheapest = 0;
+      for (std::size_t i = 1; i < left.size(); ++i)
+        if (cost[i] < cost[cheapest]) cheapest = i;
+      auto zero = std::find(fill.begin(), fill.end(), 0u);
+      chosen = zero != fill.end() ? static_cast<std::size_t>(zero - fill.begin()) : cheapest;
+      if (cost[chosen] > cost[cheapest]) ++decided_by_no_fill;
+      std::uint32_t v = left[chosen];
+      lines.push_back("\tEliminating v" + std::to_string(v));
+      const VertexSet &n = around[chosen];
+      for (std::uint32_t u : n)
+        for (std::uint32_t x : n)
+          if (u < x && !m[u][x]) {
+            m[u][x] = m[x][u] = true;
+            lines.push_back("\tCreating fill-in between v" + std::to_string(u) + " and v" + std::to_string(x));
+          }
+      VertexSet family(n);
+      family.insert(std::lower_bound(family.begin(), family.end(), v), v);
+      families.push_back(family);
+      left.erase(left.begin() + chosen);
+    }
+  }
+};
+
+std::set<std::set<std::string>> domain_cliques(Domain *domain) {
+  std::set<std::set<std::string>> result;
+  for (auto &clique : domain->cliques) {
+    std::set<std::string> names;
+    for (Node *node : clique->table->nodes) names.insert(*node->name);
+    result.insert(names);
+  }
+  return result;
+}
+
+TEST(Greedy, MatchesReferenceOnRandomGraphs) {
+  std::mt19937 random(11);
+  int decided_by_no_fill = 0;
+  for (int round = 0; round < 300; ++round) {
+    std::uint32_t n = 2 + random() % 11;
+    Matrix m = random_graph(random, n, std::vector<double>{0.25, 0.4, 0.6}[round % 3]);
+    std::vector<std::uint32_t> states(n);
+    for (auto &s : states) s = random() % 5 == 0 ? 0 : 2 + random() % 3;
+    int method = ov_tm_clique_size + round % 4;
+    SCOPED_TRACE("round " + std::to_string(round) + " method " + std::to_string(method));
+
+    GraphDomain graph(m, states);
+    LogCapture log(graph.domain);
+    ASSERT_EQ(triangulate_graph(graph.domain, method), ov_error_none);
+
+    ReferenceGreedy reference{m, states, method, {}, {}, 0};
+    for (const VertexSet &component : find_prime_components(adjacency_of(m))) {
+      std::vector<std::uint32_t> list(component.begin(), component.end());
+      if (complete(m, list))
+        reference.families.push_back(component);
+      else
+        reference.run(component);
+    }
+    decided_by_no_fill += reference.decided_by_no_fill;
+    EXPECT_EQ(tab_lines(log.text()), reference.lines);
+
+    // The cliques are the maximal families, and the numbers give a perfect
+    // elimination order of the filled graph.
+    std::set<std::set<std::string>> expected;
+    for (const VertexSet &f : reference.families) {
+      bool maximal = std::none_of(reference.families.begin(), reference.families.end(), [&](const VertexSet &g) {
+        return g != f && std::includes(g.begin(), g.end(), f.begin(), f.end());
+      });
+      if (!maximal) continue;
+      std::set<std::string> names;
+      for (std::uint32_t v : f) names.insert("v" + std::to_string(v));
+      expected.insert(names);
+    }
+    EXPECT_EQ(domain_cliques(graph.domain), expected);
+    for (std::uint32_t v = 0; v < n; ++v) {
+      std::vector<std::uint32_t> later;
+      for (std::uint32_t u = 0; u < n; ++u)
+        if (reference.m[v][u] && graph.nodes[u]->elimination_number < graph.nodes[v]->elimination_number)
+          later.push_back(u);
+      EXPECT_TRUE(complete(reference.m, later)) << "v" << v;
+    }
+  }
+  // Some steps took a vertex without fill-ins over a cheaper one.
+  EXPECT_GT(decided_by_no_fill, 0);
+}
+
+Matrix cycle_of_four() {
+  Matrix m(4, std::vector<bool>(4, false));
+  for (int i = 0; i < 4; ++i) m[i][(i + 1) % 4] = m[(i + 1) % 4][i] = true;
+  return m;
+}
+
+TEST(Greedy, EqualCostsKeepTheEarliestVertex) {
+  for (int method = ov_tm_clique_size; method <= ov_tm_fill_in_weight; ++method) {
+    GraphDomain graph(cycle_of_four(), {2, 2, 2, 2});
+    LogCapture log(graph.domain);
+    ASSERT_EQ(triangulate_graph(graph.domain, method), ov_error_none);
+    EXPECT_EQ(tab_lines(log.text()),
+              (std::vector<std::string>{"\tEliminating v0", "\tCreating fill-in between v1 and v3", "\tEliminating v1",
+                                        "\tEliminating v2", "\tEliminating v3"}));
+    EXPECT_NE(log.text().find("\nTriangulating prime component with 4 members:\n    v0, v1, v2, v3\n"),
+              std::string::npos);
+  }
+}
+
+TEST(Greedy, ContinuousNodeWeighsOneAndAHalf) {
+  // Cycle v0-v1-v2-v3 with v1 continuous. Eliminating v0 or v2 costs
+  // w(v1) * w(v3), eliminating v1 or v3 costs w(v0) * w(v2).
+  {
+    GraphDomain graph(cycle_of_four(), {2, 0, 2, 3}); // 4.5 against 4
+    LogCapture log(graph.domain);
+    ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_fill_in_weight), ov_error_none);
+    EXPECT_EQ(tab_lines(log.text())[0], "\tEliminating v1");
+  }
+  {
+    GraphDomain graph(cycle_of_four(), {1, 0, 3, 2}); // 3 against 3: the earliest
+    LogCapture log(graph.domain);
+    ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_fill_in_weight), ov_error_none);
+    EXPECT_EQ(tab_lines(log.text())[0], "\tEliminating v0");
+  }
+}
+
+TEST(Greedy, CompleteComponentsAreNotEliminated) {
+  Matrix m(2, std::vector<bool>(2, true));
+  {
+    GraphDomain graph(m, {3, 0}); // one continuous node: factor 3
+    LogCapture log(graph.domain);
+    ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_clique_size), ov_error_none);
+    std::string text = log.text();
+    EXPECT_NE(text.find("This component is a clique of cost 9\n"), std::string::npos);
+    EXPECT_TRUE(tab_lines(text).empty());
+    EXPECT_NE(text.find("\n\nTotal cost of triangulation for all prime components is 9\n"), std::string::npos);
+  }
+  Matrix three(3, std::vector<bool>(3, true));
+  GraphDomain graph(three, {2, 0, 0}); // two continuous nodes: factor 6
+  LogCapture log(graph.domain);
+  ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_clique_weight), ov_error_none);
+  EXPECT_NE(log.text().find("This component is a clique of cost 12\n"), std::string::npos);
+}
+
+TEST(Greedy, CostOfPrimeComponentIsLogged) {
+  GraphDomain graph(cycle_of_four(), {2, 2, 2, 2});
+  LogCapture log(graph.domain);
+  ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_fill_in_size), ov_error_none);
+  std::string text = log.text();
+  EXPECT_NE(text.find("\n    Using minimum fill-in size heuristic for triangulation:\n\n"), std::string::npos);
+  EXPECT_NE(text.find("\nFound triangulation of prime component of cost 16\n"), std::string::npos);
+  EXPECT_NE(text.find("\n\nElimination sequence:\n\n    v"), std::string::npos);
+}
+
+// Elimination of the moral graph along an order, recording the fill-ins:
+// each node's later neighbours are linked pairwise, taken in the order of its
+// moral neighbours and then of its fill-ins as they were made.
+std::vector<std::string> reference_fill_ins(Domain *domain, const std::vector<Node *> &order) {
+  std::map<Node *, std::set<Node *>> graph;
+  std::map<Node *, std::vector<Node *>> fills;
+  for (auto &node : domain->nodes)
+    for (Node *neighbour : node->neighbours) graph[node.get()].insert(neighbour);
+  std::set<Node *> done;
+  std::vector<std::string> lines;
+  for (Node *v : order) {
+    done.insert(v);
+    std::vector<Node *> later;
+    for (Node *u : v->neighbours)
+      if (!done.count(u)) later.push_back(u);
+    for (Node *u : fills[v])
+      if (!done.count(u)) later.push_back(u);
+    for (std::size_t i = 0; i < later.size(); ++i)
+      for (std::size_t j = i + 1; j < later.size(); ++j)
+        if (!graph[later[i]].count(later[j])) {
+          graph[later[i]].insert(later[j]);
+          graph[later[j]].insert(later[i]);
+          fills[later[i]].push_back(later[j]);
+          fills[later[j]].push_back(later[i]);
+          lines.push_back(*later[i]->name + " and " + *later[j]->name);
+        }
+  }
+  return lines;
+}
+
+TEST(TriangulateWithOrder, FillInsOfTheOrder) {
+  ov_domain_t domain = build_domain(read_net_structure(shared_network("asia.net")));
+  std::vector<Node *> order;
+  for (const char *name : {"either", "smoke", "asia", "xray", "tub", "lung", "bronc", "dysp"})
+    order.push_back(domain_find_node(domain, name));
+  std::vector<Node *> list(order);
+  list.push_back(nullptr);
+  LogCapture log(domain);
+  ASSERT_EQ(ov_domain_triangulate_with_order(domain, list.data()), ov_error_none);
+  EXPECT_EQ(ov_domain_is_triangulated(domain), 1);
+  std::string text = log.text();
+  EXPECT_NE(text.find("\n\nUser specified triangulation -- Fill-in links and node numbering:\n\n    8 either\n"),
+            std::string::npos);
+  std::vector<std::string> logged;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("Adding fill-in between ", 0) == 0) logged.push_back(line.substr(23));
+  EXPECT_EQ(logged, reference_fill_ins(domain, order));
+  EXPECT_FALSE(logged.empty());
+  ov_node_t *elimination = ov_domain_get_elimination_order(domain);
+  ASSERT_NE(elimination, nullptr);
+  for (std::size_t i = 0; i < order.size(); ++i) EXPECT_EQ(elimination[i], order[i]);
+  EXPECT_EQ(elimination[order.size()], nullptr);
+  // The forest is built from the order.
+  ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
+  check_forest(domain);
+  ov_domain_delete(domain);
+}
+
+TEST(TriangulateWithOrder, BadOrders) {
+  ov_domain_t domain = ov_new_domain();
+  Node *a = add_node(domain, "A", 2);
+  Node *b = add_node(domain, "B", 2);
+  Node *u = add_node(domain, "U", 0, ov_category_utility);
+  add_arc(a, b);
+  add_arc(b, u);
+  ov_domain_t other = ov_new_domain();
+  Node *stranger = add_node(other, "S", 2);
+
+  Node *missing[] = {a, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, missing), ov_error_enumeration);
+  EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
+  EXPECT_EQ(ov_domain_get_elimination_order(domain), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  Node *twice[] = {a, a, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, twice), ov_error_enumeration);
+  Node *utility[] = {a, b, u, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, utility), ov_error_enumeration);
+  Node *foreign[] = {stranger, a, b, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, foreign), ov_error_usage);
+  EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
+  Node *good[] = {b, a, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, good), ov_error_none);
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, good), ov_error_usage);
+  EXPECT_EQ(u->elimination_number, 3u);
+  EXPECT_EQ(b->elimination_number, 2u);
+  ov_domain_delete(other);
+  ov_domain_delete(domain);
+}
+
+TEST(TriangulateWithOrder, LevelsMayNotRise) {
+  ov_domain_t domain = ov_new_domain();
+  Node *a = add_node(domain, "A", 2);
+  Node *x = add_node(domain, "X", 0, ov_category_chance, ov_kind_continuous);
+  add_arc(a, x);
+  Node *discrete_first[] = {a, x, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, discrete_first), ov_error_enumeration);
+  Node *continuous_first[] = {x, a, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, continuous_first), ov_error_none);
+  ov_domain_delete(domain);
+}
+
+TEST(EliminationOrder, FromHeuristicAndUncompile) {
+  ov_domain_t empty = ov_new_domain();
+  ov_node_t *none = ov_domain_get_elimination_order(empty);
+  ASSERT_NE(none, nullptr);
+  EXPECT_EQ(none[0], nullptr);
+  ov_domain_delete(empty);
+
+  ov_domain_t domain = build_domain(read_net_structure(shared_network("child.net")));
+  EXPECT_EQ(ov_domain_get_elimination_order(domain), nullptr);
+  ASSERT_EQ(ov_domain_triangulate(domain, ov_tm_fill_in_weight), ov_error_none);
+  ov_node_t *order = ov_domain_get_elimination_order(domain);
+  ASSERT_NE(order, nullptr);
+  std::set<Node *> seen;
+  std::uint32_t n = domain->node_count();
+  for (std::uint32_t i = 0; i < n; ++i) {
+    ASSERT_NE(order[i], nullptr);
+    EXPECT_EQ(order[i]->elimination_number, n - i);
+    seen.insert(order[i]);
+  }
+  EXPECT_EQ(order[n], nullptr);
+  EXPECT_EQ(seen.size(), n);
+  EXPECT_EQ(ov_domain_get_elimination_order(domain), order);
+  EXPECT_FALSE(domain->cliques.empty());
+  // Uncompiling a triangulated domain forgets the triangulation.
+  EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
+  EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
+  EXPECT_TRUE(domain->cliques.empty());
+  for (auto &node : domain->nodes) {
+    EXPECT_TRUE(node->neighbours.empty());
+    EXPECT_EQ(node->level, 0u);
+  }
+  ov_domain_delete(domain);
+}
+
+} // namespace
