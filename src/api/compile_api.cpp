@@ -26,8 +26,7 @@ ov_status_t ov_domain_compile_qualitatively(ov_domain_t domain, ov_progress_func
 }
 
 ov_status_t ov_domain_compile_quantitatively(ov_domain_t domain, ov_progress_function_t progress) {
-  if (check_usage(domain == nullptr || domain->junction_trees.empty() || domain->compiled != 0))
-    return ov_error_usage;
+  if (check_usage(domain == nullptr || domain->junction_trees.empty() || domain->compiled != 0)) return ov_error_usage;
   return guarded_status([&] { return compile_quantitatively(domain, progress); });
 }
 
@@ -46,8 +45,7 @@ ov_status_t ov_domain_triangulate_with_order(ov_domain_t domain, ov_node_t *orde
 }
 
 ov_node_t *ov_domain_get_elimination_order(ov_domain_t domain) {
-  if (check_usage(domain == nullptr || (domain->node_count() > 0 && !domain_is_triangulated(domain))))
-    return nullptr;
+  if (check_usage(domain == nullptr || (domain->node_count() > 0 && !domain_is_triangulated(domain)))) return nullptr;
   return guarded<ov_node_t *>(nullptr, [&]() -> ov_node_t * {
     NodeList *order = domain_elimination_order(domain);
     return order == nullptr ? nullptr : order->data();

@@ -16,8 +16,7 @@ namespace {
 ov_status_t log_configuration(Domain *domain, const Table *table, Size index, std::uint32_t last) {
   // Strides: the last discrete node varies fastest.
   std::vector<Size> strides(table->discrete_count, 1);
-  for (std::uint32_t i = table->discrete_count; i-- > 1;)
-    strides[i - 1] = strides[i] * table->nodes[i]->state_count;
+  for (std::uint32_t i = table->discrete_count; i-- > 1;) strides[i - 1] = strides[i] * table->nodes[i]->state_count;
   for (std::uint32_t i = 0; i < last; ++i) {
     Node *node = table->nodes[i];
     std::uint32_t state = (index / strides[i]) % node->state_count;
@@ -73,7 +72,8 @@ ov_status_t check_node_potential(Domain *domain, Node *node) {
   }
   if (bad) return fail(ov_error_invalid_probability_potential);
   if (least * 0.0001 < greatest - least &&
-      log_printf(domain, "\nWarning: Conditional distributions for %s sum to different values:\n    min = %g\n    max = %g\n",
+      log_printf(domain,
+                 "\nWarning: Conditional distributions for %s sum to different values:\n    min = %g\n    max = %g\n",
                  name, least, greatest) != ov_error_none)
     return ov_error_io;
   return set_error(ov_error_none);

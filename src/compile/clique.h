@@ -26,10 +26,10 @@ struct ov_clique_s {
   std::uint32_t number = 0; // the clique's name in the log; list order after ordering runs from clique_count down
   ov_domain_s *domain = nullptr;
   ov_junction_tree_s *junction_tree = nullptr;
-  std::vector<orvel::CliqueLink> links; // the most recently made link first
-  ov_table_s *table = nullptr;          // weights over the members, discrete first
-  ov_table_s *utility_table = nullptr;  // utilities over the members; only with decisions or utilities
-  bool active = false;                  // takes part in the next collect
+  std::vector<orvel::CliqueLink> links;      // the most recently made link first
+  ov_table_s *table = nullptr;               // weights over the members, discrete first
+  ov_table_s *utility_table = nullptr;       // utilities over the members; only with decisions or utilities
+  bool active = false;                       // takes part in the next collect
   std::vector<ov_clique_s *> neighbour_list; // cache of ov_clique_get_neighbors, null-terminated; empty until asked
   double factor = 1.0;                       // share of the evidence probability from this clique's findings
   void *user_data = nullptr;

@@ -15,9 +15,7 @@ namespace orvel {
 
 namespace {
 
-bool domain_has_utilities(const Domain *domain) noexcept {
-  return domain->decision_count + domain->utility_count > 0;
-}
+bool domain_has_utilities(const Domain *domain) noexcept { return domain->decision_count + domain->utility_count > 0; }
 
 const NodeList &members_of(const Clique *clique) noexcept { return clique->table->nodes; }
 
@@ -26,10 +24,6 @@ bool holds_all(const Clique *clique, Node *const *nodes, std::size_t count) noex
   for (std::size_t i = 0; i < count; ++i)
     if (!members.contains(nodes[i])) return false;
   return true;
-}
-
-void refresh_clique_positions(Domain *domain) noexcept {
-  for (std::uint32_t i = 0; i < domain->cliques.size(); ++i) domain->cliques[i]->position = i;
 }
 
 const char *clique_name(Domain *domain, const Clique *clique) { return format_count(domain, clique->number); }
@@ -52,18 +46,9 @@ ov_status_t joined_names(const NodeList &nodes, std::string &text) {
   return ov_error_none;
 }
 
-// For each node (by number), the positions of the cliques that hold it, in
-// list order.
-std::vector<std::vector<std::uint32_t>> cliques_by_node(const Domain *domain) {
-  std::vector<std::vector<std::uint32_t>> holding(domain->node_count());
-  for (std::uint32_t i = 0; i < domain->cliques.size(); ++i)
-    for (Node *node : members_of(domain->cliques[i].get())) holding[node->number - 1].push_back(i);
-  return holding;
-}
-
 } // namespace
 
-Clique *clique_new(Domain *domain, Table *table) {
+std::unique_ptr<Clique> clique_new(Domain *domain, Table *table) {
   Table *utilities = nullptr;
   if (domain_has_utilities(domain)) {
     utilities = table_new(domain, table->nodes.data(), ov_table_kind_utility, role_clique, false, false);
@@ -73,18 +58,33 @@ Clique *clique_new(Domain *domain, Table *table) {
   clique->domain = domain;
   clique->table = table;
   clique->utility_table = utilities;
-  clique->number = domain->clique_count + 1;
-  Clique *made = clique.get();
-  domain->cliques.insert(domain->cliques.begin(), std::move(clique));
-  ++domain->clique_count;
-  refresh_clique_positions(domain);
-  return made;
+  clique->number = ++domain->clique_count;
+  return clique;
 }
 
-Clique *clique_find_superset(Domain *domain, std::uint32_t first, const NodeList &nodes, const Clique *stop) {
-  for (std::uint32_t i = first; i < domain->cliques.size(); ++i) {
-    Clique *clique = domain->cliques[i].get();
-    if (clique == stop) break;
+void install_cliques(Domain *domain, std::vector<std::unique_ptr<Clique>> made) noexcept {
+  auto &list = domain->cliques;
+  std::vector<std::unique_ptr<Clique>> installed;
+  installed.swap(made);
+  std::reverse(installed.begin(), installed.end());
+  for (auto &clique : list) installed.push_back(std::move(clique));
+  list.swap(installed);
+  for (std::uint32_t i = 0; i < list.size(); ++i) list[i]->position = i;
+}
+
+CliqueIndex index_cliques(const Domain *domain) {
+  CliqueIndex index(domain->node_count());
+  for (std::uint32_t i = 0; i < domain->cliques.size(); ++i)
+    for (Node *node : members_of(domain->cliques[i].get())) index[node->number - 1].push_back(i);
+  return index;
+}
+
+Clique *clique_find_superset(Domain *domain, const CliqueIndex &index, const NodeList &nodes, std::uint32_t stop) {
+  if (nodes.empty()) return stop > 0 && !domain->cliques.empty() ? domain->cliques[0].get() : nullptr;
+  // Such a clique holds the first node: only its cliques are candidates.
+  for (std::uint32_t position : index[nodes[0]->number - 1]) {
+    if (position >= stop) break;
+    Clique *clique = domain->cliques[position].get();
     if (holds_all(clique, nodes.data(), nodes.size())) return clique;
   }
   return nullptr;
@@ -134,6 +134,7 @@ ov_status_t build_cliques(Domain *domain) {
   // Each node with its later neighbours is a clique unless a clique made
   // before holds it; such a clique holds the node too.
   std::vector<std::vector<Clique *>> holding(domain->node_count());
+  std::vector<std::unique_ptr<Clique>> made;
   NodeList family;
   for (Node *v : *order) {
     collect_later(v);
@@ -150,10 +151,12 @@ ov_status_t build_cliques(Domain *domain) {
       }
     if (covered) continue;
     Table *table = table_new(domain, family.data(), ov_table_kind_probability, role_clique, true, false);
-    Clique *clique = table == nullptr ? nullptr : clique_new(domain, table);
+    std::unique_ptr<Clique> clique = table == nullptr ? nullptr : clique_new(domain, table);
     if (clique == nullptr) return ov_error_code();
-    for (Node *member : family) holding[member->number - 1].push_back(clique);
+    for (Node *member : family) holding[member->number - 1].push_back(clique.get());
+    made.push_back(std::move(clique));
   }
+  install_cliques(domain, std::move(made));
   return set_error(ov_error_none);
 }
 
@@ -162,7 +165,7 @@ ov_status_t order_cliques(Domain *domain) {
   if (count <= 1) return set_error(ov_error_none);
   NodeList *order = domain_elimination_order(domain);
   if (order == nullptr) return ov_error_code();
-  std::vector<std::vector<std::uint32_t>> holding = cliques_by_node(domain);
+  CliqueIndex holding = index_cliques(domain);
   std::vector<bool> removed(count, false);
   std::vector<std::uint32_t> taken; // in the order taken out
   std::uint32_t left = count;
@@ -207,7 +210,7 @@ ov_status_t order_cliques(Domain *domain) {
     if (!removed[i]) ordered.push_back(std::move(domain->cliques[i]));
   for (auto it = taken.rbegin(); it != taken.rend(); ++it) ordered.push_back(std::move(domain->cliques[*it]));
   domain->cliques = std::move(ordered);
-  refresh_clique_positions(domain);
+  for (std::uint32_t i = 0; i < count; ++i) domain->cliques[i]->position = i;
   for (std::uint32_t i = 0; i < count; ++i) domain->cliques[i]->number = domain->clique_count - i;
   return set_error(ov_error_none);
 }
@@ -242,6 +245,7 @@ ov_status_t log_cliques(Domain *domain) {
 ov_status_t build_junction_trees(Domain *domain) {
   if (log_printf(domain, "\n\nThe junction forest:\n") != ov_error_none) return ov_error_io;
   std::vector<bool> seen(domain->node_count(), false);
+  CliqueIndex index = index_cliques(domain);
   NodeList separator;
   for (std::uint32_t position = 0; position < domain->cliques.size(); ++position) {
     Clique *clique = domain->cliques[position].get();
@@ -269,7 +273,7 @@ ov_status_t build_junction_trees(Domain *domain) {
         return ov_error_io;
       continue;
     }
-    Clique *parent = clique_find_superset(domain, 0, separator, clique);
+    Clique *parent = clique_find_superset(domain, index, separator, position);
     if (parent == nullptr) return fail(ov_error_error);
     Table *weights = table_new(domain, separator.data(), ov_table_kind_probability, role_separator, false, false);
     if (weights == nullptr) return ov_error_code();
@@ -314,7 +318,7 @@ ov_status_t build_node_tables(Domain *domain) {
           best = &link;
       }
     }
-  std::vector<std::vector<std::uint32_t>> holding = cliques_by_node(domain);
+  CliqueIndex holding = index_cliques(domain);
 
   for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it) {
     Node *node = it->get();
@@ -387,6 +391,8 @@ ov_status_t assign_potentials(Domain *domain) {
   }
 
   if (log_printf(domain, "\n\nAssignment of potentials to cliques:\n\n") != ov_error_none) return ov_error_io;
+  const CliqueIndex index = index_cliques(domain);
+  const std::uint32_t all = static_cast<std::uint32_t>(domain->cliques.size());
   for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it) {
     Node *node = it->get();
     Table *table = node->table;
@@ -398,7 +404,7 @@ ov_status_t assign_potentials(Domain *domain) {
       clique = tree_find_superset(node->junction_tree->root, nullptr, table->nodes);
     } else if (node->category == ov_category_chance || node->category == ov_category_decision ||
                node->category == ov_category_utility) {
-      clique = clique_find_superset(domain, 0, table->nodes, nullptr);
+      clique = clique_find_superset(domain, index, table->nodes, all);
     } else {
       return fail(ov_error_error);
     }
@@ -408,8 +414,7 @@ ov_status_t assign_potentials(Domain *domain) {
     if (domain->log_file != nullptr) {
       const char *name;
       if (logged_name(node, name) != ov_error_none) return ov_error_code();
-      if (log_printf(domain, "    Node %s assigned to clique %s\n", name, clique_name(domain, clique)) !=
-          ov_error_none)
+      if (log_printf(domain, "    Node %s assigned to clique %s\n", name, clique_name(domain, clique)) != ov_error_none)
         return ov_error_io;
     }
   }
@@ -421,7 +426,7 @@ ov_status_t assign_potentials(Domain *domain) {
       Node *first = component->members.empty() ? nullptr : component->members[0];
       clique = first != nullptr && first->junction_tree != nullptr ? first->junction_tree->root : nullptr;
     } else {
-      clique = clique_find_superset(domain, 0, component->normalizer->nodes, nullptr);
+      clique = clique_find_superset(domain, index, component->normalizer->nodes, all);
     }
     if (clique == nullptr) return fail(ov_error_error);
     component->normalizer_clique = clique;
@@ -432,13 +437,12 @@ ov_status_t assign_potentials(Domain *domain) {
       return ov_error_code();
     component->potential_cliques.clear();
     for (Table *potential : component->potentials) {
-      Clique *home = clique_find_superset(domain, 0, potential->nodes, nullptr);
+      Clique *home = clique_find_superset(domain, index, potential->nodes, all);
       if (home == nullptr) return fail(ov_error_error);
       component->potential_cliques.push_back(home);
-      if (domain->log_file != nullptr &&
-          (joined_names(potential->nodes, names) != ov_error_none ||
-           log_printf(domain, "   Potential (%s) assigned to clique %s\n", names.c_str(),
-                      clique_name(domain, home)) != ov_error_none))
+      if (domain->log_file != nullptr && (joined_names(potential->nodes, names) != ov_error_none ||
+                                          log_printf(domain, "   Potential (%s) assigned to clique %s\n", names.c_str(),
+                                                     clique_name(domain, home)) != ov_error_none))
         return ov_error_code();
     }
   }

@@ -3,20 +3,29 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 #include "model/domain.h"
 #include "orvel.h"
 
 namespace orvel {
 
-// A clique over a table made for it (role clique), pushed on the head of the
-// domain's clique list; with decisions or utilities in the domain it also
-// gets a utility table over the same nodes. Null on failure.
-Clique *clique_new(Domain *domain, Table *table);
+// A clique over a table made for it (role clique), numbered by the domain's
+// clique count; with decisions or utilities in the domain it also gets a
+// utility table over the same nodes. Null on failure.
+std::unique_ptr<Clique> clique_new(Domain *domain, Table *table);
+// Puts cliques, in the order made, on the head of the domain's list, so
+// that the one made last comes first.
+void install_cliques(Domain *domain, std::vector<std::unique_ptr<Clique>> made) noexcept;
 
-// The first clique from position `first` up to, not including, `stop` (null:
-// the end of the list) whose members include all of `nodes`.
-Clique *clique_find_superset(Domain *domain, std::uint32_t first, const NodeList &nodes, const Clique *stop);
+// For each node (by number), the positions of the cliques that hold it, in
+// list order.
+using CliqueIndex = std::vector<std::vector<std::uint32_t>>;
+CliqueIndex index_cliques(const Domain *domain);
+// The first clique in list order before position `stop` whose members
+// include all of `nodes`, or null.
+Clique *clique_find_superset(Domain *domain, const CliqueIndex &index, const NodeList &nodes, std::uint32_t stop);
 // The first clique, depth first over links from `clique`, whose members
 // include all of `nodes`.
 Clique *tree_find_superset(Clique *clique, const Clique *parent, const NodeList &nodes);

@@ -10,8 +10,8 @@
 struct ov_junction_tree_s {
   std::uint32_t number = 0; // 1 for the first tree made; the newest tree heads the list
   ov_domain_s *domain = nullptr;
-  ov_clique_s *root = nullptr;            // the clique the tree was created with
-  std::vector<ov_clique_s *> clique_list; // cache of ov_jt_get_cliques, null-terminated; empty until asked
+  ov_clique_s *root = nullptr;              // the clique the tree was created with
+  std::vector<ov_clique_s *> clique_list;   // cache of ov_jt_get_cliques, null-terminated; empty until asked
   std::uint32_t changed_evidence_count = 0; // nodes whose entered evidence differs from the propagated
   // What the last propagation incorporated.
   bool evidence_propagated = false;

@@ -17,9 +17,9 @@ namespace orvel {
 namespace {
 
 struct LabelledSearch {
-  std::vector<std::uint32_t> order;   // vertices in elimination order: the last numbered first
-  std::vector<VertexSet> raised_by;   // numbered vertices that raised each vertex's label
-  std::vector<bool> generator;        // whose raised-by set is a minimal separator
+  std::vector<std::uint32_t> order; // vertices in elimination order: the last numbered first
+  std::vector<VertexSet> raised_by; // numbered vertices that raised each vertex's label
+  std::vector<bool> generator;      // whose raised-by set is a minimal separator
 };
 
 LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
@@ -33,11 +33,23 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
   std::vector<std::uint32_t> reached_in(n, 0); // step + 1 when reached in that step
   std::vector<std::vector<std::uint32_t>> reach(n + 1);
   std::vector<std::uint32_t> raised;
+  // Unnumbered vertices by label; an entry whose label has since risen, or
+  // whose vertex is numbered, is stale.
+  std::vector<std::vector<std::uint32_t>> by_label(n);
+  for (std::uint32_t u = n; u-- > 0;) by_label[0].push_back(u);
+  std::uint32_t highest = 0;
   std::int64_t previous_label = -1;
   for (std::uint32_t step = 0; step < n; ++step) {
     std::uint32_t v = n;
-    for (std::uint32_t u = 0; u < n; ++u)
-      if (!numbered[u] && (v == n || label[u] > label[v])) v = u;
+    while (v == n) {
+      auto &bucket = by_label[highest];
+      while (!bucket.empty() && (numbered[bucket.back()] || label[bucket.back()] != highest)) bucket.pop_back();
+      if (bucket.empty()) {
+        --highest;
+        continue;
+      }
+      v = bucket.back();
+    }
     if (static_cast<std::int64_t>(label[v]) <= previous_label) result.generator[v] = true;
     previous_label = label[v];
     numbered[v] = true;
@@ -76,6 +88,8 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
     for (std::uint32_t u : raised) {
       ++label[u];
       result.raised_by[u].push_back(v);
+      by_label[label[u]].push_back(u);
+      highest = std::max(highest, label[u]);
     }
   }
   for (VertexSet &set : result.raised_by) std::sort(set.begin(), set.end());

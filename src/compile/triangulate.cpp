@@ -227,8 +227,7 @@ private:
             const char *a = node_get_name(graph_.nodes[u]);
             const char *b = a == nullptr ? nullptr : node_get_name(graph_.nodes[x]);
             if (b == nullptr) return ov_error_code();
-            if (log_printf(domain, "\tCreating fill-in between %s and %s\n", a, b) != ov_error_none)
-              return ov_error_io;
+            if (log_printf(domain, "\tCreating fill-in between %s and %s\n", a, b) != ov_error_none) return ov_error_io;
           }
         }
       }
@@ -265,8 +264,8 @@ bool is_complete(const TriGraph &graph, const VertexSet &set) {
 
 ov_status_t triangulate_component(const TriGraph &graph, const VertexSet &component, int method, CliqueSet &out) {
   Domain *domain = graph.domain;
-  if (log_printf(domain, "\nTriangulating prime component with %s member%s:\n",
-                 format_count(domain, component.size()), component.size() == 1 ? "" : "s") != ov_error_none)
+  if (log_printf(domain, "\nTriangulating prime component with %s member%s:\n", format_count(domain, component.size()),
+                 component.size() == 1 ? "" : "s") != ov_error_none)
     return ov_error_io;
   if (log_vertex_names(graph, component) != ov_error_none) return ov_error_code();
   if (is_complete(graph, component)) {
@@ -376,14 +375,18 @@ ov_status_t number_vertices(const TriGraph &graph, const CliqueSet &cliques) {
 ov_status_t store_cliques(const TriGraph &graph, const CliqueSet &cliques) {
   Domain *domain = graph.domain;
   NodeList list;
+  std::vector<std::unique_ptr<Clique>> made;
   for (const VertexSet &clique : cliques.cliques) {
     list.clear();
     for (std::uint32_t v : clique) list.push_back(graph.nodes[v]);
     std::sort(list.begin(), list.end(),
               [](const Node *a, const Node *b) { return a->elimination_number < b->elimination_number; });
     Table *table = table_new(domain, list.data(), ov_table_kind_probability, role_clique, true, false);
-    if (table == nullptr || clique_new(domain, table) == nullptr) return ov_error_code();
+    std::unique_ptr<Clique> record = table == nullptr ? nullptr : clique_new(domain, table);
+    if (record == nullptr) return ov_error_code();
+    made.push_back(std::move(record));
   }
+  install_cliques(domain, std::move(made));
   return ov_error_none;
 }
 

@@ -28,7 +28,8 @@ Node *node_create(Domain *domain, ov_category_t category, ov_kind_t kind, ov_sub
     return nullptr;
   }
   auto node = std::make_unique<Node>();
-  domain->nodes.reserve(domain->nodes.size() + 1);
+  // Room for one more, growing geometrically so that filling a domain stays linear.
+  if (domain->nodes.size() == domain->nodes.capacity()) domain->nodes.reserve(2 * domain->nodes.size() + 1);
   domain_uncompile(domain);
 
   node->home = domain;

@@ -48,10 +48,10 @@ struct ov_node_s {
 
   // Compilation and inference (owned by the forest).
   ov_junction_tree_s *junction_tree = nullptr;
-  ov_clique_s *home_clique = nullptr;            // clique that takes the node's table
-  orvel::KernelPlan *table_plan = nullptr;       // multiplies the table into its home clique
+  ov_clique_s *home_clique = nullptr;      // clique that takes the node's table
+  orvel::KernelPlan *table_plan = nullptr; // multiplies the table into its home clique
   orvel::KernelPlan *extra_table_plan = nullptr;
-  orvel::KernelPlan *marginal_plan = nullptr;    // from the marginal source to belief_table
+  orvel::KernelPlan *marginal_plan = nullptr; // from the marginal source to belief_table
   // Tables the marginal is taken from: a clique's or a separator's.
   ov_table_s *marginal_source = nullptr;
   ov_table_s *marginal_source_utility = nullptr;
@@ -91,8 +91,8 @@ struct ov_node_s {
   std::vector<ov_number_t> entered_finding;         // empty: no finding
   bool has_entered_finding = false;
   ov_table_s *propagated_finding = nullptr;
-  ov_clique_s *finding_clique = nullptr;        // clique that evidence on the node enters
-  orvel::KernelPlan *finding_plan = nullptr;    // from finding_clique to propagated_finding
+  ov_clique_s *finding_clique = nullptr;     // clique that evidence on the node enters
+  orvel::KernelPlan *finding_plan = nullptr; // from finding_clique to propagated_finding
   std::int32_t instantiated_state = -1;
   std::int32_t simulated_state = -1;
   ov_subtype_t subtype = ov_subtype_label;

@@ -31,7 +31,8 @@ namespace {
 
 // Puts a new record on the domain's list.
 Table *table_attach_new(Domain *domain) {
-  domain->tables.reserve(domain->tables.size() + 1);
+  // Room for one more, growing geometrically so that filling a domain stays linear.
+  if (domain->tables.size() == domain->tables.capacity()) domain->tables.reserve(2 * domain->tables.size() + 1);
   TablePtr table(new Table);
   table->domain = domain;
   table->serial = static_cast<std::uint32_t>(domain->tables.size() + 1);

@@ -8,6 +8,7 @@
 
 #include "compile/compile.h"
 #include "compile/forest.h"
+#include "compile/forest_check.h"
 #include "compile/net_structure.h"
 #include "table/table.h"
 
@@ -306,9 +307,9 @@ TEST(ForestShape, ChainComponentPotentials) {
   EXPECT_NE(text.find("    Chain graph component (A, B):\n\tParents assigned to clique " +
                       std::to_string(k->normalizer_clique->number) + "\n"),
             std::string::npos);
-  EXPECT_NE(text.find("   Potential (A, B) assigned to clique " + std::to_string(k->potential_cliques[0]->number) +
-                      "\n"),
-            std::string::npos);
+  EXPECT_NE(
+      text.find("   Potential (A, B) assigned to clique " + std::to_string(k->potential_cliques[0]->number) + "\n"),
+      std::string::npos);
   EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
   EXPECT_EQ(k->normalizer, nullptr);
   EXPECT_TRUE(k->potential_cliques.empty());
@@ -334,10 +335,10 @@ TEST(CompileLog, CliquesTreesAndAssignments) {
     for (Node *node : clique->table->nodes) text += (text.empty() ? "" : ", ") + *node->name;
     return text;
   };
-  std::string expected_cliques = "\n\nCliques:\n\nClique 2, 2 members, table size = " +
-                                 std::to_string(head->table->size) + ":\n    " + names(head) +
-                                 "\n\nClique 1, 2 members, table size = " + std::to_string(second->table->size) +
-                                 ":\n    " + names(second) + "\n\nTotal clique table size: 12\n";
+  std::string expected_cliques =
+      "\n\nCliques:\n\nClique 2, 2 members, table size = " + std::to_string(head->table->size) + ":\n    " +
+      names(head) + "\n\nClique 1, 2 members, table size = " + std::to_string(second->table->size) + ":\n    " +
+      names(second) + "\n\nTotal clique table size: 12\n";
   std::string text = log.text();
   EXPECT_NE(text.find(expected_cliques), std::string::npos) << text;
   EXPECT_NE(text.find("\n\nThe junction forest:\n\nCreating junction tree with clique 2 as root ...\n"
@@ -346,10 +347,8 @@ TEST(CompileLog, CliquesTreesAndAssignments) {
       << text;
   EXPECT_NE(text.find("\n\nAssignment of potentials to cliques:\n\n"), std::string::npos);
   Clique *home_of_c = c->home_clique;
-  EXPECT_NE(text.find("    Node C assigned to clique " + std::to_string(home_of_c->number) + "\n"),
-            std::string::npos);
-  EXPECT_NE(text.find("\n\nChecking tables for all nodes:\n\n    Warning: Node `C' has no table\n"),
-            std::string::npos);
+  EXPECT_NE(text.find("    Node C assigned to clique " + std::to_string(home_of_c->number) + "\n"), std::string::npos);
+  EXPECT_NE(text.find("\n\nChecking tables for all nodes:\n\n    Warning: Node `C' has no table\n"), std::string::npos);
   EXPECT_EQ(ov_domain_get_jt_cost(domain), 12);
   ov_domain_delete(domain);
 }
@@ -404,8 +403,8 @@ TEST(CompileLog, NamesFoldAtSeventyFiveColumns) {
   // Six names of ten end at column 74; a seventh would pass 75.
   std::vector<const char *> seven(7, ten.c_str());
   ASSERT_EQ(log_names(domain, seven), ov_error_none);
-  EXPECT_EQ(log.text(), "    " + ten + ", " + ten + ", " + ten + ", " + ten + ", " + ten + ", " + ten + ",\n    " +
-                            ten + "\n");
+  EXPECT_EQ(log.text(),
+            "    " + ten + ", " + ten + ", " + ten + ", " + ten + ", " + ten + ", " + ten + ",\n    " + ten + "\n");
   // A last name may end at column 75, a name with another behind it at 74.
   std::string fifteen = "abcdefghijklmno", six = "uvwxyz";
   std::vector<const char *> last{fifteen.c_str(), ten.c_str(), ten.c_str(), ten.c_str(), ten.c_str(), six.c_str()};
@@ -428,7 +427,8 @@ TEST(ForestAccessors, WalkAndRefuseNull) {
   EXPECT_EQ(ov_domain_get_first_clique(domain), nullptr);
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   std::size_t count = 0;
-  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr; clique = ov_clique_get_next(clique)) {
+  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
+       clique = ov_clique_get_next(clique)) {
     EXPECT_EQ(clique, domain->cliques[count].get());
     ++count;
     ov_node_t *members = ov_clique_get_members(clique);

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "compile/compile.h"
+#include "compile/forest_check.h"
 #include "compile/net_structure.h"
 #include "table/table.h"
 

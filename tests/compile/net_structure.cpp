@@ -1,15 +1,10 @@
 #include "compile/net_structure.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <set>
-#include <sstream>
-
-#include "table/table.h"
+#include <stdexcept>
 
 namespace orvel::test {
 
@@ -35,7 +30,7 @@ std::vector<std::string> words_of(const std::string &text) {
 
 NetStructure read_net_structure(const std::string &path) {
   std::ifstream in(path);
-  EXPECT_TRUE(in.good()) << path;
+  if (!in) throw std::runtime_error("cannot read " + path);
   NetStructure net;
   std::map<std::string, std::uint32_t> index;
   std::string line;
@@ -69,8 +64,8 @@ NetStructure read_net_structure(const std::string &path) {
 
 Node *add_node(Domain *domain, const char *name, std::uint32_t states, ov_category_t category, ov_kind_t kind) {
   Node *node = ov_domain_new_node(domain, category, kind);
-  EXPECT_NE(node, nullptr);
-  EXPECT_EQ(ov_node_set_name(node, name), ov_error_none);
+  if (node == nullptr || ov_node_set_name(node, name) != ov_error_none)
+    throw std::runtime_error(std::string("cannot make node ") + name);
   if (kind == ov_kind_discrete && category != ov_category_utility) node->state_count = states;
   return node;
 }
@@ -99,206 +94,6 @@ std::vector<std::string> shared_networks() {
     if (entry.path().extension() == ".net") files.push_back(entry.path().filename().string());
   std::sort(files.begin(), files.end());
   return files;
-}
-
-LogCapture::LogCapture(Domain *domain) : domain_(domain), file_(std::tmpfile()) {
-  EXPECT_NE(file_, nullptr);
-  EXPECT_EQ(ov_domain_set_log_file(domain, file_), ov_error_none);
-}
-
-LogCapture::~LogCapture() {
-  if (domain_->log_file == file_) ov_domain_set_log_file(domain_, nullptr);
-  std::fclose(file_);
-}
-
-std::string LogCapture::text() {
-  std::fflush(file_);
-  long end = std::ftell(file_);
-  std::string content(static_cast<std::size_t>(end), '\0');
-  std::rewind(file_);
-  std::size_t read = std::fread(content.data(), 1, content.size(), file_);
-  content.resize(read);
-  std::fseek(file_, 0, SEEK_END);
-  return content;
-}
-
-double check_forest(Domain *domain) {
-  using NodeSet = std::set<Node *>;
-  std::vector<NodeSet> cliques;
-  std::map<const Clique *, std::size_t> index;
-  for (auto &clique : domain->cliques) {
-    index[clique.get()] = cliques.size();
-    cliques.emplace_back(clique->table->nodes.begin(), clique->table->nodes.end());
-  }
-  auto in_some_clique = [&](const NodeSet &set) {
-    return std::any_of(cliques.begin(), cliques.end(),
-                       [&](const NodeSet &c) { return std::includes(c.begin(), c.end(), set.begin(), set.end()); });
-  };
-
-  // Families of chance nodes and the parents of utility nodes sit in cliques.
-  for (auto &node : domain->nodes) {
-    NodeSet family(node->parents.begin(), node->parents.end());
-    if (node->category == ov_category_chance) family.insert(node.get());
-    if (node->category != ov_category_decision) {
-      EXPECT_TRUE(in_some_clique(family)) << *node->name;
-    }
-  }
-  // Cliques are maximal.
-  for (std::size_t i = 0; i < cliques.size(); ++i)
-    for (std::size_t j = 0; j < cliques.size(); ++j)
-      if (i != j) {
-        EXPECT_FALSE(std::includes(cliques[j].begin(), cliques[j].end(), cliques[i].begin(), cliques[i].end()))
-            << "clique " << i << " inside " << j;
-      }
-
-  // Links: symmetric, separators are the intersections, each tree is a
-  // tree (connected, one link fewer than cliques).
-  std::size_t link_ends = 0;
-  for (auto &clique : domain->cliques) {
-    for (const CliqueLink &link : clique->links) {
-      ++link_ends;
-      const auto &back = link.neighbour->links;
-      EXPECT_EQ(std::count_if(back.begin(), back.end(),
-                              [&](const CliqueLink &other) {
-                                return other.neighbour == clique.get() && other.separator == link.separator;
-                              }),
-                1);
-      NodeSet shared;
-      const NodeSet &a = cliques[index[clique.get()]], &b = cliques[index[link.neighbour]];
-      std::set_intersection(a.begin(), a.end(), b.begin(), b.end(), std::inserter(shared, shared.end()));
-      EXPECT_EQ(NodeSet(link.separator->nodes.begin(), link.separator->nodes.end()), shared);
-      EXPECT_EQ(link.neighbour->junction_tree, clique->junction_tree);
-    }
-  }
-  EXPECT_EQ(link_ends, 2 * (cliques.size() - domain->junction_trees.size()));
-  for (auto &tree : domain->junction_trees) {
-    std::set<const Clique *> reached{tree->root};
-    std::vector<const Clique *> stack{tree->root};
-    while (!stack.empty()) {
-      const Clique *c = stack.back();
-      stack.pop_back();
-      for (const CliqueLink &link : c->links)
-        if (reached.insert(link.neighbour).second) stack.push_back(link.neighbour);
-    }
-    std::size_t members = std::count_if(domain->cliques.begin(), domain->cliques.end(),
-                                        [&](const auto &c) { return c->junction_tree == tree.get(); });
-    EXPECT_EQ(reached.size(), members);
-  }
-  // Running intersection: the cliques that hold a node are connected.
-  for (auto &node : domain->nodes) {
-    std::vector<const Clique *> holding;
-    for (auto &clique : domain->cliques)
-      if (cliques[index[clique.get()]].count(node.get())) holding.push_back(clique.get());
-    if (holding.empty()) continue;
-    std::set<const Clique *> reached{holding[0]};
-    std::vector<const Clique *> stack{holding[0]};
-    while (!stack.empty()) {
-      const Clique *c = stack.back();
-      stack.pop_back();
-      for (const CliqueLink &link : c->links)
-        if (cliques[index[link.neighbour]].count(node.get()) && reached.insert(link.neighbour).second)
-          stack.push_back(link.neighbour);
-    }
-    EXPECT_EQ(reached.size(), holding.size()) << *node->name;
-  }
-
-  // The graph of the cliques is chordal with the elimination order as a
-  // perfect elimination order, contains the moral graph, and its maximal
-  // cliques are the cliques.
-  std::map<Node *, NodeSet> graph;
-  for (const NodeSet &c : cliques)
-    for (Node *a : c)
-      for (Node *b : c)
-        if (a != b) graph[a].insert(b);
-  for (auto &node : domain->nodes)
-    for (Node *neighbour : node->neighbours) EXPECT_TRUE(graph[node.get()].count(neighbour));
-  NodeList *order = domain->elimination_order ? &*domain->elimination_order : nullptr;
-  EXPECT_NE(order, nullptr);
-  std::set<NodeSet> from_order;
-  if (order != nullptr) {
-    for (Node *v : *order) {
-      NodeSet later{v};
-      for (Node *u : graph[v])
-        if (u->elimination_number < v->elimination_number) later.insert(u);
-      for (Node *a : later)
-        for (Node *b : later)
-          if (a != b) {
-            EXPECT_TRUE(graph[a].count(b)) << "not a perfect elimination order at " << *v->name;
-          }
-      from_order.insert(later);
-    }
-  }
-  // Levels never rise along the elimination order.
-  if (order != nullptr) {
-    for (std::uint32_t i = 1; i < order->size(); ++i) {
-      EXPECT_LE((*order)[i]->level, (*order)[i - 1]->level);
-    }
-  }
-
-  // A clique with a separator hangs below the first clique in list order
-  // that holds the separator.
-  for (std::size_t position = 0; position < domain->cliques.size(); ++position) {
-    const Clique *clique = domain->cliques[position].get();
-    for (const CliqueLink &link : clique->links) {
-      if (link.neighbour->position > position) continue;
-      NodeSet separator(link.separator->nodes.begin(), link.separator->nodes.end());
-      for (std::size_t i = 0; i < position; ++i) {
-        if (!std::includes(cliques[i].begin(), cliques[i].end(), separator.begin(), separator.end())) continue;
-        EXPECT_EQ(link.neighbour->position, i);
-        break;
-      }
-    }
-  }
-  // Marginals come from the smallest separator that holds a chance node,
-  // else from its first clique; evidence enters at its first clique.
-  for (auto &node : domain->nodes) {
-    if (node->category != ov_category_chance) continue;
-    const Table *first_clique = nullptr;
-    for (auto &clique : domain->cliques)
-      if (clique->table->nodes.contains(node.get())) {
-        first_clique = clique->table;
-        break;
-      }
-    Size smallest = size_overflow;
-    bool in_separator = false;
-    for (auto &clique : domain->cliques)
-      for (const CliqueLink &link : clique->links)
-        if (link.separator->nodes.contains(node.get())) {
-          in_separator = true;
-          smallest = std::min(smallest, link.separator->size);
-        }
-    if (node->marginal_source == nullptr) {
-      ADD_FAILURE() << "no marginal source for " << *node->name;
-      continue;
-    }
-    if (in_separator) {
-      EXPECT_EQ(node->marginal_source->role, role_separator);
-      EXPECT_EQ(node->marginal_source->size, smallest);
-    } else {
-      EXPECT_EQ(node->marginal_source, first_clique);
-    }
-    if (node->is_discrete()) {
-      EXPECT_EQ(node->finding_clique->table, first_clique);
-    }
-    EXPECT_TRUE(node->marginal_source->nodes.contains(node.get()));
-  }
-
-  std::set<NodeSet> maximal;
-  for (const NodeSet &c : from_order)
-    if (std::none_of(from_order.begin(), from_order.end(), [&](const NodeSet &d) {
-          return d != c && std::includes(d.begin(), d.end(), c.begin(), c.end());
-        }))
-      maximal.insert(c);
-  EXPECT_EQ(maximal, std::set<NodeSet>(cliques.begin(), cliques.end()));
-
-  double total = 0;
-  for (const NodeSet &c : cliques) {
-    double size = 1;
-    for (Node *node : c)
-      if (node->is_discrete()) size *= node->state_count;
-    total += size;
-  }
-  return total;
 }
 
 } // namespace orvel::test

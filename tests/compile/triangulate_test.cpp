@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "compile/compile.h"
+#include "compile/forest_check.h"
 #include "compile/net_structure.h"
 #include "compile/triangulate.h"
 #include "table/table.h"
@@ -74,9 +75,12 @@ void check_atoms(const Matrix &m, const std::vector<VertexSet> &pieces) {
   for (std::uint32_t a = 0; a < n; ++a)
     for (std::uint32_t b = a + 1; b < n; ++b)
       if (m[a][b]) {
-        EXPECT_TRUE(std::any_of(pieces.begin(), pieces.end(), [&](const VertexSet &p) {
-          return std::binary_search(p.begin(), p.end(), a) && std::binary_search(p.begin(), p.end(), b);
-        })) << a << "-" << b;
+        EXPECT_TRUE(std::any_of(pieces.begin(), pieces.end(),
+                                [&](const VertexSet &p) {
+                                  return std::binary_search(p.begin(), p.end(), a) &&
+                                         std::binary_search(p.begin(), p.end(), b);
+                                }))
+            << a << "-" << b;
       }
   for (std::size_t i = 0; i < pieces.size(); ++i) {
     const VertexSet &piece = pieces[i];
