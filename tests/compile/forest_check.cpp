@@ -10,15 +10,12 @@
 
 namespace orvel::test {
 
-LogCapture::LogCapture(Domain *domain) : domain_(domain), file_(std::tmpfile()) {
+LogCapture::LogCapture(Domain *domain) : file_(std::tmpfile()) {
   EXPECT_NE(file_, nullptr);
   EXPECT_EQ(ov_domain_set_log_file(domain, file_), ov_error_none);
 }
 
-LogCapture::~LogCapture() {
-  if (domain_->log_file == file_) ov_domain_set_log_file(domain_, nullptr);
-  std::fclose(file_);
-}
+LogCapture::~LogCapture() { std::fclose(file_); }
 
 std::string LogCapture::text() {
   std::fflush(file_);

@@ -9,7 +9,9 @@
 
 namespace orvel::test {
 
-// A log stream in memory that can be read back.
+// A log stream in memory that can be read back. The domain may be deleted
+// while the capture lives, but must not write to its log after the capture
+// ends.
 class LogCapture {
 public:
   explicit LogCapture(Domain *domain);
@@ -20,7 +22,6 @@ public:
   std::string text();
 
 private:
-  Domain *domain_;
   std::FILE *file_;
 };
 
