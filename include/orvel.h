@@ -539,8 +539,6 @@ OV_API ov_status_t ov_clique_set_user_data(ov_clique_t clique, void *data);
 OV_API void *ov_clique_get_user_data(ov_clique_t clique);
 /* The number of cliques, or -1. */
 OV_API ov_count_t ov_domain_get_number_of_cliques(ov_domain_t domain);
-/* The junction tree that holds the node, or NULL. */
-OV_API ov_junction_tree_t ov_node_get_junction_tree(ov_node_t node);
 /* The sum over the cliques of (CG entries per cell + 1) times the table size;
  * -1 for a size too large to count, and -1 with usage without cliques. */
 OV_API ov_count_t ov_domain_get_jt_cost(ov_domain_t domain);

@@ -123,11 +123,6 @@ ov_count_t ov_domain_get_number_of_cliques(ov_domain_t domain) {
   return domain->clique_count;
 }
 
-ov_junction_tree_t ov_node_get_junction_tree(ov_node_t node) {
-  if (check_usage(node == nullptr)) return nullptr;
-  return node->junction_tree;
-}
-
 ov_count_t ov_domain_get_jt_cost(ov_domain_t domain) {
   if (check_usage(domain == nullptr || domain->cliques.empty())) return -1;
   return jt_cost(domain);

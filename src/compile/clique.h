@@ -16,7 +16,7 @@ struct CliqueLink {
   Clique *neighbour = nullptr;
   Table *separator = nullptr;
   Table *separator_utilities = nullptr;
-  // Maps this clique's tables onto the separator; made by propagation.
+  // Maps this clique's tables onto the separator.
   KernelPlan *plan = nullptr;
 };
 

@@ -9,6 +9,7 @@
 #include "compile/compile.h"
 #include "compile/triangulate.h"
 #include "model/chain_component.h"
+#include "table/plan.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -284,8 +285,12 @@ ov_status_t build_junction_trees(Domain *domain) {
     }
     clique->junction_tree = parent->junction_tree;
     for (Node *member : members_of(clique)) member->junction_tree = parent->junction_tree;
-    parent->links.insert(parent->links.begin(), CliqueLink{clique, weights, utilities, nullptr});
-    clique->links.insert(clique->links.begin(), CliqueLink{parent, weights, utilities, nullptr});
+    // One plan in each direction, both onto the same separator tables.
+    KernelPlan *down = plan_new(parent->table, parent->utility_table, weights, utilities);
+    KernelPlan *up = down == nullptr ? nullptr : plan_new(clique->table, clique->utility_table, weights, utilities);
+    if (up == nullptr) return ov_error_code();
+    parent->links.insert(parent->links.begin(), CliqueLink{clique, weights, utilities, down});
+    clique->links.insert(clique->links.begin(), CliqueLink{parent, weights, utilities, up});
     std::uint32_t members = separator.size();
     if (log_printf(domain, "\nCliques %s and %s linked, separator has %s member%s and table size = ",
                    clique_name(domain, parent), clique_name(domain, clique), format_count(domain, members),
@@ -347,10 +352,14 @@ ov_status_t build_node_tables(Domain *domain) {
     }
     node->marginal_source = source;
     node->marginal_source_utility = source_utility;
+    node->marginal_plan = plan_new(source, source_utility, node->belief_table, node->utility_table);
+    if (node->marginal_plan == nullptr) return ov_error_code();
     if (!node->is_discrete()) continue;
     node->finding_clique = clique;
     node->propagated_finding = table_new(domain, self, ov_table_kind_probability, role_forest, false, true);
     if (node->propagated_finding == nullptr) return ov_error_code();
+    node->finding_plan = plan_new(clique->table, nullptr, node->propagated_finding, nullptr);
+    if (node->finding_plan == nullptr) return ov_error_code();
     if (node->state_count == 1) node->instantiated_state = 0;
     // Findings entered before a compile survive it.
     if (node->entered_finding.empty()) node->entered_finding.assign(node->state_count, 1.0f);
@@ -410,7 +419,14 @@ ov_status_t assign_potentials(Domain *domain) {
     }
     if (clique == nullptr) return fail(ov_error_error);
     node->home_clique = clique;
-    if (node->category == ov_category_utility) node->junction_tree = clique->junction_tree;
+    // The table multiplies (weights) or adds (utilities) into the clique.
+    if (node->category == ov_category_utility) {
+      node->junction_tree = clique->junction_tree;
+      node->table_plan = plan_new(clique->table, clique->utility_table, nullptr, table);
+    } else {
+      node->table_plan = plan_new(clique->table, clique->utility_table, table, nullptr);
+    }
+    if (node->table_plan == nullptr) return ov_error_code();
     if (domain->log_file != nullptr) {
       const char *name;
       if (logged_name(node, name) != ov_error_none) return ov_error_code();
@@ -430,16 +446,21 @@ ov_status_t assign_potentials(Domain *domain) {
     }
     if (clique == nullptr) return fail(ov_error_error);
     component->normalizer_clique = clique;
+    component->normalizer_plan = plan_new(clique->table, nullptr, component->normalizer, nullptr);
+    if (component->normalizer_plan == nullptr) return ov_error_code();
     if (domain->log_file != nullptr &&
         (joined_names(component->members, names) != ov_error_none ||
          log_printf(domain, "    Chain graph component (%s):\n\tParents assigned to clique %s\n", names.c_str(),
                     clique_name(domain, clique)) != ov_error_none))
       return ov_error_code();
     component->potential_cliques.clear();
+    component->potential_plans.clear();
     for (Table *potential : component->potentials) {
       Clique *home = clique_find_superset(domain, index, potential->nodes, all);
       if (home == nullptr) return fail(ov_error_error);
       component->potential_cliques.push_back(home);
+      component->potential_plans.push_back(plan_new(home->table, nullptr, potential, nullptr));
+      if (component->potential_plans.back() == nullptr) return ov_error_code();
       if (domain->log_file != nullptr && (joined_names(potential->nodes, names) != ov_error_none ||
                                           log_printf(domain, "   Potential (%s) assigned to clique %s\n", names.c_str(),
                                                      clique_name(domain, home)) != ov_error_none))

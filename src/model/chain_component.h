@@ -17,11 +17,11 @@ struct ChainComponent {
   std::vector<Table *> potentials;
 
   // Compilation: reset when the forest is released.
-  Table *normalizer = nullptr;             // over the nodes with a child in the component
-  Clique *normalizer_clique = nullptr;     // clique that takes the normaliser
-  std::vector<Clique *> potential_cliques; // clique that takes each chain potential
-  KernelPlan *normalizer_plan = nullptr;   // made by propagation
-  std::vector<KernelPlan *> potential_plans;
+  Table *normalizer = nullptr;               // over the nodes with a child in the component
+  Clique *normalizer_clique = nullptr;       // clique that takes the normaliser
+  std::vector<Clique *> potential_cliques;   // clique that takes each chain potential
+  KernelPlan *normalizer_plan = nullptr;     // from that clique to the normaliser
+  std::vector<KernelPlan *> potential_plans; // from each potential's clique to it
 };
 
 } // namespace orvel

@@ -33,7 +33,9 @@ bool same_discrete_nodes(const Table *a, const Table *b) noexcept {
 
 // Puts a new plan on the domain's list.
 KernelPlan *plan_attach_new(Domain *domain) {
-  domain->kernel_plans.reserve(domain->kernel_plans.size() + 1);
+  // Room for one more, growing geometrically so that building a forest stays linear.
+  if (domain->kernel_plans.size() == domain->kernel_plans.capacity())
+    domain->kernel_plans.reserve(2 * domain->kernel_plans.size() + 1);
   KernelPlanPtr plan(new KernelPlan);
   plan->domain = domain;
   plan->serial = static_cast<std::uint32_t>(domain->kernel_plans.size() + 1);

@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 
+#include "table/plan.h"
 #include "table/table.h"
 
 namespace orvel::test {
@@ -73,6 +74,15 @@ double check_forest(Domain *domain) {
       const NodeSet &a = cliques[index[clique.get()]], &b = cliques[index[link.neighbour]];
       std::set_intersection(a.begin(), a.end(), b.begin(), b.end(), std::inserter(shared, shared.end()));
       EXPECT_EQ(NodeSet(link.separator->nodes.begin(), link.separator->nodes.end()), shared);
+      // The link's plan maps this clique's tables onto the separator.
+      if (link.plan == nullptr) {
+        ADD_FAILURE() << "link without a plan";
+      } else {
+        EXPECT_EQ(link.plan->target, clique->table);
+        EXPECT_EQ(link.plan->target_utility, clique->utility_table);
+        EXPECT_EQ(link.plan->source, link.separator);
+        EXPECT_EQ(link.plan->source_utility, link.separator_utilities);
+      }
       EXPECT_EQ(link.neighbour->junction_tree, clique->junction_tree);
     }
   }
@@ -185,7 +195,14 @@ double check_forest(Domain *domain) {
     }
     if (node->is_discrete()) {
       EXPECT_EQ(node->finding_clique->table, first_clique);
+      EXPECT_TRUE(node->finding_plan != nullptr && node->finding_plan->target == first_clique &&
+                  node->finding_plan->source == node->propagated_finding);
     }
+    EXPECT_TRUE(node->marginal_plan != nullptr && node->marginal_plan->target == node->marginal_source &&
+                node->marginal_plan->source == node->belief_table);
+    // The node's table goes to a clique that holds all its nodes.
+    EXPECT_TRUE(node->home_clique != nullptr && node->table_plan != nullptr &&
+                node->table_plan->target == node->home_clique->table && node->table_plan->source == node->table);
     EXPECT_TRUE(node->marginal_source->nodes.contains(node.get()));
   }
 

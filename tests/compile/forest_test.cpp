@@ -447,7 +447,10 @@ TEST(ForestAccessors, WalkAndRefuseNull) {
   JunctionTree *tree = domain->junction_trees[0].get();
   ov_clique_t *cliques = ov_jt_get_cliques(tree);
   EXPECT_EQ(cliques[0], ov_jt_get_root(tree));
-  EXPECT_EQ(ov_node_get_junction_tree(ov_domain_get_first_node(domain)), tree);
+  EXPECT_EQ(ov_domain_get_first_node(domain)->junction_tree, tree);
+  // The public form needs a compiled domain.
+  EXPECT_EQ(ov_node_get_junction_tree(ov_domain_get_first_node(domain)), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_not_compiled);
   EXPECT_EQ(ov_jt_set_user_data(tree, &count), ov_error_none);
   EXPECT_EQ(ov_jt_get_user_data(tree), &count);
 

@@ -66,11 +66,18 @@ Node *add_node(Domain *domain, const char *name, std::uint32_t states, ov_catego
   Node *node = ov_domain_new_node(domain, category, kind);
   if (node == nullptr || ov_node_set_name(node, name) != ov_error_none)
     throw std::runtime_error(std::string("cannot make node ") + name);
-  if (kind == ov_kind_discrete && category != ov_category_utility) node->state_count = states;
+  if (kind == ov_kind_discrete && category != ov_category_utility && states != node->state_count &&
+      ov_node_set_number_of_states(node, states) != ov_error_none)
+    throw std::runtime_error(std::string("cannot give states to ") + name);
   return node;
 }
 
 void add_arc(Node *parent, Node *child) {
+  if (ov_node_add_parent(child, parent) != ov_error_none)
+    throw std::runtime_error("cannot add the arc " + *parent->name + " -> " + *child->name);
+}
+
+void add_arc_unchecked(Node *parent, Node *child) {
   domain_uncompile(child->home);
   node_list_insert_by_kind(child->parents, parent);
   parent->children.push_back(child);

@@ -22,8 +22,11 @@ NetStructure read_net_structure(const std::string &path);
 // A new discrete chance node with a name and a number of states.
 Node *add_node(Domain *domain, const char *name, std::uint32_t states, ov_category_t category = ov_category_chance,
                ov_kind_t kind = ov_kind_discrete);
-// An arc, with discrete parents ahead of continuous ones.
+// An arc, through the graph editing calls.
 void add_arc(Node *parent, Node *child);
+// An arc pushed into the parent and child lists without any check, so that
+// a test can build a cycle.
+void add_arc_unchecked(Node *parent, Node *child);
 // A domain with the nodes (in file order) and arcs of a structure.
 ov_domain_t build_domain(const NetStructure &structure);
 
