@@ -46,6 +46,10 @@ inline bool in_moral_graph(const Node *node) noexcept {
 ov_status_t log_names(Domain *domain, const std::vector<const char *> &names);
 // The same for nodes, by name.
 ov_status_t log_node_names(Domain *domain, Node *const *nodes, std::size_t count);
+// A log line with the name of one node, or of two nodes, in `format`; the
+// names are generated for nodes that have none. Nothing without a log.
+ov_status_t log_node_line(Domain *domain, const char *format, Node *node);
+ov_status_t log_node_pair(Domain *domain, const char *format, Node *a, Node *b);
 // A table size, with " + <CG size>" when the table has a CG block.
 ov_status_t log_table_size(Domain *domain, Size size, std::uint32_t cg_stride);
 

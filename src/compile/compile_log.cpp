@@ -49,6 +49,21 @@ ov_status_t log_node_names(Domain *domain, Node *const *nodes, std::size_t count
   return log_names(domain, names);
 }
 
+ov_status_t log_node_line(Domain *domain, const char *format, Node *node) {
+  if (domain->log_file == nullptr) return ov_error_none;
+  const char *name = node_get_name(node);
+  if (name == nullptr) return ov_error_code();
+  return log_printf(domain, format, name);
+}
+
+ov_status_t log_node_pair(Domain *domain, const char *format, Node *a, Node *b) {
+  if (domain->log_file == nullptr) return ov_error_none;
+  const char *first = node_get_name(a);
+  const char *second = first == nullptr ? nullptr : node_get_name(b);
+  if (second == nullptr) return ov_error_code();
+  return log_printf(domain, format, first, second);
+}
+
 ov_status_t log_table_size(Domain *domain, Size size, std::uint32_t cg_stride) {
   if (log_printf(domain, "%s", format_count(domain, size)) != ov_error_none) return ov_error_io;
   if (cg_stride == 0) return ov_error_none;

@@ -147,12 +147,8 @@ ov_status_t moral_neighbours(Domain *domain, Node *v, std::vector<Node *> &list)
     for (Node *member : component_of(child)) {
       for (Node *q : member->parents) {
         if (!add(q)) continue;
-        if (domain->log_file != nullptr && v->number < q->number) {
-          const char *a = node_get_name(v);
-          const char *b = a == nullptr ? nullptr : node_get_name(q);
-          if (b == nullptr) return ov_error_code();
-          if (log_printf(domain, "    Marrying %s and %s\n", a, b) != ov_error_none) return ov_error_io;
-        }
+        if (v->number < q->number && log_node_pair(domain, "    Marrying %s and %s\n", v, q) != ov_error_none)
+          return ov_error_code();
       }
     }
   }
@@ -218,13 +214,9 @@ ov_status_t complete_level_boundaries(Domain *domain, std::uint32_t k) {
       for (Node *b : boundary) {
         if (b == a || std::find(a->neighbours.begin(), a->neighbours.end(), b) != a->neighbours.end()) continue;
         additions.push_back(b);
-        if (domain->log_file != nullptr && a->number < b->number) {
-          const char *na = node_get_name(a);
-          const char *nb = na == nullptr ? nullptr : node_get_name(b);
-          if (nb == nullptr) return ov_error_code();
-          if (log_printf(domain, "    Creating necessary fill-in between %s and %s\n", na, nb) != ov_error_none)
-            return ov_error_io;
-        }
+        if (a->number < b->number &&
+            log_node_pair(domain, "    Creating necessary fill-in between %s and %s\n", a, b) != ov_error_none)
+          return ov_error_code();
       }
       a->neighbours.insert(a->neighbours.end(), additions.begin(), additions.end());
     }

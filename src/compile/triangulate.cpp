@@ -199,11 +199,7 @@ private:
   ov_status_t eliminate(std::uint32_t v, std::uint32_t k) {
     Domain *domain = graph_.domain;
     graph_.nodes[v]->elimination_number = k;
-    if (domain->log_file != nullptr) {
-      const char *name = node_get_name(graph_.nodes[v]);
-      if (name == nullptr) return ov_error_code();
-      if (log_printf(domain, "\tEliminating %s\n", name) != ov_error_none) return ov_error_io;
-    }
+    if (log_node_line(domain, "\tEliminating %s\n", graph_.nodes[v]) != ov_error_none) return ov_error_code();
     VertexSet n = std::move(adjacent_[v]);
     adjacent_[v] = {};
     VertexSet family(n);
@@ -221,15 +217,10 @@ private:
         merged.clear();
         std::merge(au.begin(), au.end(), missing.begin(), missing.end(), std::back_inserter(merged));
         au.swap(merged);
-        if (domain->log_file != nullptr) {
-          for (std::uint32_t x : missing) {
-            if (x < u) continue;
-            const char *a = node_get_name(graph_.nodes[u]);
-            const char *b = a == nullptr ? nullptr : node_get_name(graph_.nodes[x]);
-            if (b == nullptr) return ov_error_code();
-            if (log_printf(domain, "\tCreating fill-in between %s and %s\n", a, b) != ov_error_none) return ov_error_io;
-          }
-        }
+        for (std::uint32_t x : missing)
+          if (u < x && log_node_pair(domain, "\tCreating fill-in between %s and %s\n", graph_.nodes[u],
+                                     graph_.nodes[x]) != ov_error_none)
+            return ov_error_code();
       }
       cost_[u] = -1.0;
     }
@@ -395,11 +386,8 @@ ov_status_t log_elimination_sequence(Domain *domain) {
   if (log_printf(domain, "\n\nElimination sequence:\n\n") != ov_error_none) return ov_error_io;
   NodeList *order = domain_elimination_order(domain);
   if (order == nullptr) return ov_error_code();
-  for (Node *node : *order) {
-    const char *name = node_get_name(node);
-    if (name == nullptr) return ov_error_code();
-    if (log_printf(domain, "    %s\n", name) != ov_error_none) return ov_error_io;
-  }
+  for (Node *node : *order)
+    if (log_node_line(domain, "    %s\n", node) != ov_error_none) return ov_error_code();
   return ov_error_none;
 }
 
@@ -452,11 +440,7 @@ template <class F> ov_status_t triangulation_stage(Domain *domain, F &&body) {
 } // namespace
 
 ov_status_t log_fill_in(Domain *domain, Node *a, Node *b) {
-  if (domain->log_file == nullptr) return ov_error_none;
-  const char *first = node_get_name(a);
-  const char *second = first == nullptr ? nullptr : node_get_name(b);
-  if (second == nullptr) return ov_error_code();
-  return log_printf(domain, "Adding fill-in between %s and %s\n", first, second);
+  return log_node_pair(domain, "Adding fill-in between %s and %s\n", a, b);
 }
 
 bool nodes_linked(const Node *a, const Node *b) noexcept {
