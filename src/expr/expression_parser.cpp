@@ -147,8 +147,6 @@ ExpressionPtr parse_primary(ParseContext *ctx) {
 
 // power: primary [ "^" power ], grouping to the right.
 ExpressionPtr parse_power(ParseContext *ctx) {
-  NestingLevel level(ctx);
-  if (!level.ok()) return nullptr;
   ExpressionPtr base = parse_primary(ctx);
   if (!base) return nullptr;
   int token = scan_expression_token(ctx);
@@ -156,6 +154,8 @@ ExpressionPtr parse_power(ParseContext *ctx) {
     unget_token(ctx, token);
     return base;
   }
+  NestingLevel level(ctx);
+  if (!level.ok()) return nullptr;
   ExpressionPtr exponent = parse_power(ctx);
   if (!exponent) return nullptr;
   return make_composite(ov_op_power, std::move(base), std::move(exponent));
