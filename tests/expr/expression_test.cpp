@@ -229,8 +229,11 @@ TEST_F(ExpressionTest, CloneIsDeepAndKeepsNoSharing) {
   EXPECT_NE(operands[1], shared);
   EXPECT_EQ(operands[1]->references, 1);
   EXPECT_EQ(ov_expression_get_node(ov_expression_get_operands(operands[1])[0]), b);
-  ov_expression_t label_copy = ov_expression_clone(label("text"));
+  ov_expression_t original = label("text");
+  ov_expression_t label_copy = ov_expression_clone(original);
+  EXPECT_NE(ov_expression_get_label(label_copy), ov_expression_get_label(original));
   EXPECT_STREQ(ov_expression_get_label(label_copy), "text");
+  ov_expression_delete(original);
   ov_expression_delete(label_copy);
   ov_expression_delete(tree);
   EXPECT_EQ(text_of(copy), "if (a < 3, -b, -b)");
