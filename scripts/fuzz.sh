@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets of fuzz/ with clang (libFuzzer, AddressSanitizer,
 # UndefinedBehaviorSanitizer) and runs each one for a bounded time, starting
-# from its seed corpus in fuzz/corpus/<name>/. Fails if any target finds a
+# from its seed corpus in fuzz/corpus/<name>/ (and with the dictionary
+# fuzz/<target>.dict if there is one). Fails if any target finds a
 # crash, a leak, a time-out or runs out of memory; the input that did it is
 # kept in the build directory under fuzz-artifacts/.
 #
@@ -41,10 +42,12 @@ for target in "${targets[@]}"; do
   work="$(mktemp -d)"
   corpora=("$work")
   [ -d "$seeds" ] && corpora+=("$seeds")
+  dictionary=()
+  [ -f "fuzz/$target.dict" ] && dictionary=(-dict="fuzz/$target.dict")
   echo "== $target: ${seconds}s, max_len $max_len, timeout ${timeout}s"
   # New inputs go to the scratch corpus; the seed corpus is only read.
   if ! "$build/$target" -max_total_time="$seconds" -max_len="$max_len" -timeout="$timeout" \
-    -rss_limit_mb="$rss_mb" -print_final_stats=1 -artifact_prefix="$artifacts/$target-" "${corpora[@]}"; then
+    -rss_limit_mb="$rss_mb" -print_final_stats=1 -artifact_prefix="$artifacts/$target-" "${dictionary[@]}" "${corpora[@]}"; then
     failed+=("$target")
   fi
   rm -rf "$work"
