@@ -392,5 +392,75 @@ TEST_F(ModelTest, CopyingAModel) {
   EXPECT_EQ(bare_copy->expressions, nullptr);
 }
 
+// ---------------------------------------------------------------- through graph editing
+
+class ModelGraphTest : public ::testing::Test {
+protected:
+  void SetUp() override { domain = ov_new_domain(); }
+  void TearDown() override { ov_domain_delete(domain); }
+  ov_node_t make(const char *name, ov_count_t states) {
+    ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+    ov_node_set_name(node, name);
+    EXPECT_EQ(ov_node_set_number_of_states(node, states), ov_error_none);
+    return node;
+  }
+  ov_expression_t parse(const char *text) {
+    ov_expression_t e = ov_domain_string_to_expression(domain, text, nullptr, nullptr);
+    EXPECT_NE(e, nullptr) << text;
+    return e;
+  }
+  ov_domain_t domain = nullptr;
+};
+
+TEST_F(ModelGraphTest, EditsReachTheModel) {
+  ov_node_t a = make("a", 2), b = make("b", 3), c = make("c", 2), child = make("child", 2);
+  for (ov_node_t parent : {a, b, c}) ASSERT_EQ(ov_node_add_parent(child, parent), ov_error_none);
+  ov_node_t model_nodes[] = {a, nullptr};
+  ov_model_t model = ov_node_new_model(child, model_nodes);
+  ASSERT_NE(model, nullptr);
+  ov_expression_t with_b = parse("Normal (b, 1)");
+  ov_expression_t with_c = parse("if (c == \"x\", 0.5, a)");
+  ASSERT_EQ(ov_model_set_expression(model, 0, with_b), ov_error_none);
+  ASSERT_EQ(ov_model_set_expression(model, 1, with_c), ov_error_none);
+
+  // A parent that expressions mention: their slots are cleared.
+  ASSERT_EQ(ov_node_remove_parent(child, b), ov_error_none);
+  EXPECT_EQ(ov_model_get_expression(model, 0), nullptr);
+  EXPECT_EQ(ov_model_get_expression(model, 1), with_c);
+
+  // A switch for an interchangeable node rewrites the references.
+  ov_node_t d = make("d", 2);
+  ASSERT_EQ(ov_node_switch_parent(child, c, d), ov_error_none);
+  EXPECT_TRUE(expression_mentions(with_c, d));
+  EXPECT_FALSE(expression_mentions(with_c, c));
+
+  // A new state count of a model node: the slots are made anew.
+  ASSERT_EQ(ov_node_set_number_of_states(a, 4), ov_error_none);
+  EXPECT_EQ(ov_model_get_size(model), 4);
+  EXPECT_EQ(ov_model_get_expression(model, 1), nullptr);
+
+  // Deleting a model node deletes the model.
+  ASSERT_EQ(ov_model_set_expression(model, 2, parse("a * 2")), ov_error_none);
+  ASSERT_EQ(ov_node_delete(a), ov_error_none);
+  EXPECT_EQ(ov_node_get_model(child), nullptr);
+
+  // Reversing an edge deletes the models at both ends.
+  ov_model_t again = ov_node_new_model(child, nullptr);
+  ASSERT_EQ(ov_model_set_expression(again, 0, parse("d")), ov_error_none);
+  ASSERT_EQ(ov_node_reverse_edge(d, child), ov_error_none);
+  EXPECT_EQ(ov_node_get_model(child), nullptr);
+}
+
+TEST_F(ModelGraphTest, DeletingAMentionedParentClearsItsSlots) {
+  ov_node_t a = make("a", 2), child = make("child", 2);
+  ASSERT_EQ(ov_node_add_parent(child, a), ov_error_none);
+  ov_model_t model = ov_node_new_model(child, nullptr);
+  ov_expression_t e = parse("Distribution (a, 1 - a)");
+  ASSERT_EQ(ov_model_set_expression(model, 0, e), ov_error_none);
+  ASSERT_EQ(ov_node_delete(a), ov_error_none);
+  EXPECT_EQ(ov_model_get_expression(model, 0), nullptr); // no reference to the deleted node remains
+  EXPECT_EQ(model->table_is_stale, 1);
+}
+
 } // namespace
 } // namespace orvel
