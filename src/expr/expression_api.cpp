@@ -13,8 +13,6 @@ using namespace orvel;
 
 namespace {
 
-bool is_valid_operator(ov_operator_t op) noexcept { return is_composite_operator(op); }
-
 // Parses under the "C" locale; the caller has checked the arguments.
 ov_expression_t parse_guarded(Domain *scope, ov_string_t text, ov_parse_error_handler_t handler, void *data) {
   return guarded<ov_expression_t>(nullptr, [&]() -> ov_expression_t {
@@ -49,7 +47,7 @@ ov_expression_t ov_node_make_expression(ov_node_t node) {
 }
 
 ov_expression_t ov_make_composite_expression(ov_operator_t op, ov_expression_t *operands) {
-  if (check_usage(operands == nullptr || !is_valid_operator(op))) return nullptr;
+  if (check_usage(operands == nullptr || !is_composite_operator(op))) return nullptr;
   // The tree gets its own copy of the array; the caller keeps theirs.
   Size count = 0;
   while (operands[count] != nullptr) ++count;

@@ -134,6 +134,7 @@ ExpressionPtr parse_primary(ParseContext *ctx) {
     return inner;
   }
   case tok_dotted_name: {
+    if (ctx->domain == nullptr) return syntax_error(); // no scope to resolve in
     Node *node = resolve_node_path(ctx, ctx->domain, ctx->text.get());
     if (node == nullptr) return nullptr;
     return ExpressionPtr(node_expression(node));
