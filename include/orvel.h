@@ -592,14 +592,13 @@ OV_API char *ov_expression_to_string(ov_expression_t expression);
 OV_API ov_expression_t ov_domain_string_to_expression(ov_domain_t domain, ov_string_t text,
                                                       ov_parse_error_handler_t handler, void *data);
 /* The same with the names of a class (dotted names reach instance outputs). */
-OV_API ov_expression_t ov_class_string_to_expression(ov_class_t c, ov_string_t text,
-                                                     ov_parse_error_handler_t handler, void *data);
+OV_API ov_expression_t ov_class_string_to_expression(ov_class_t c, ov_string_t text, ov_parse_error_handler_t handler,
+                                                     void *data);
 /* The same with a simple handler; note the order of the first two arguments. */
-OV_API ov_expression_t ov_string_to_expression(ov_string_t text, ov_domain_t domain,
-                                               ov_simple_error_handler_t handler);
+OV_API ov_expression_t ov_string_to_expression(ov_string_t text, ov_domain_t domain, ov_simple_error_handler_t handler);
 /* The same with the names of the domain (or class) of the model's node. */
-OV_API ov_expression_t ov_string_parse_expression(ov_string_t text, ov_model_t model,
-                                                  ov_parse_error_handler_t handler, void *data);
+OV_API ov_expression_t ov_string_parse_expression(ov_string_t text, ov_model_t model, ov_parse_error_handler_t handler,
+                                                  void *data);
 
 /* ------------------------------------------------------------------------
  * Models
