@@ -4,6 +4,7 @@
 
 #include "api/error.h"
 #include "model/domain.h"
+#include "oo/class.h"
 
 namespace orvel {
 
@@ -26,10 +27,10 @@ Node *resolve_failure() noexcept {
   return nullptr;
 }
 
-// The output clone that stands for `output` in an instance: clones run
-// parallel to the outputs of the instance's class.
+// The output clone that stands for `output` in an instance, or null if
+// `output` is no output of the instance's class.
 Node *instance_output(const Node *instance, const Node *output) noexcept {
-  std::int64_t position = instance->instance_class->class_outputs.index_of(output);
+  std::int64_t position = output_position(instance, output);
   if (position < 0 || static_cast<std::uint64_t>(position) >= instance->output_clones.size()) return nullptr;
   return instance->output_clones[static_cast<std::uint32_t>(position)];
 }

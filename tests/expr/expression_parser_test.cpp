@@ -241,33 +241,29 @@ TEST_F(ParserTest, SimpleHandlerReceivesLocationAndMessage) {
 }
 
 TEST_F(ParserTest, ClassScopeResolvesInstanceOutputs) {
-  // A class holding an instance of another class whose output is `out`.
-  ov_domain_t inner = ov_new_domain();
-  ov_domain_t outer = ov_new_domain();
-  orvel::ClassCollection *collection = reinterpret_cast<orvel::ClassCollection *>(&messages); // a marker only
-  inner->class_collection = collection;
-  inner->class_name = "Inner";
-  outer->class_collection = collection;
-  outer->class_name = "Outer";
-  ov_node_t out = ov_domain_new_node(inner, ov_category_chance, ov_kind_discrete);
+  // Class Outer holds an instance of class Inner, whose output is `out`.
+  ov_class_collection_t collection = ov_new_class_collection();
+  ov_class_t inner = ov_cc_new_class(collection);
+  ov_class_t outer = ov_cc_new_class(collection);
+  ASSERT_EQ(ov_class_set_name(inner, "Inner"), ov_error_none);
+  ASSERT_EQ(ov_class_set_name(outer, "Outer"), ov_error_none);
+  ov_node_t out = ov_class_new_node(inner, ov_category_chance, ov_kind_discrete);
   ov_node_set_name(out, "out");
-  ov_node_t hidden = ov_domain_new_node(inner, ov_category_chance, ov_kind_discrete);
+  ov_node_t hidden = ov_class_new_node(inner, ov_category_chance, ov_kind_discrete);
   ov_node_set_name(hidden, "hidden");
-  inner->class_outputs.push_back(out);
-  orvel::Node *instance = orvel::node_create(outer, ov_category_instance, ov_kind_discrete, ov_subtype_label, false);
-  instance->instance_class = inner;
+  ASSERT_EQ(ov_node_add_to_outputs(out), ov_error_none);
+  ov_node_t instance = ov_class_new_instance(outer, inner);
+  ASSERT_NE(instance, nullptr);
   ov_node_set_name(instance, "inst");
-  ov_node_t clone = ov_domain_new_node(outer, ov_category_chance, ov_kind_discrete);
-  clone->master = out;
-  clone->instance = instance;
-  instance->output_clones.push_back(clone);
-  ov_node_t plain = ov_domain_new_node(outer, ov_category_chance, ov_kind_discrete);
+  ov_node_t clone = ov_node_get_output(instance, out);
+  ASSERT_NE(clone, nullptr);
+  ov_node_t plain = ov_class_new_node(outer, ov_category_chance, ov_kind_discrete);
   ov_node_set_name(plain, "plain");
 
-  ov_class_t c = orvel::as_class(outer);
-  ov_expression_t e = ov_class_string_to_expression(c, "inst.out + plain", collect, &messages);
+  ov_expression_t e = ov_class_string_to_expression(outer, "inst.out + plain", collect, &messages);
   ASSERT_NE(e, nullptr);
   EXPECT_EQ(ov_expression_get_node(ov_expression_get_operands(e)[0]), clone);
+  EXPECT_EQ(ov_expression_get_node(ov_expression_get_operands(e)[1]), plain);
   ov_expression_delete(e);
 
   const ErrorCase cases[] = {
@@ -279,20 +275,15 @@ TEST_F(ParserTest, ClassScopeResolvesInstanceOutputs) {
   };
   for (const ErrorCase &bad : cases) {
     messages.clear();
-    EXPECT_EQ(ov_class_string_to_expression(c, bad.text, collect, &messages), nullptr) << bad.text;
+    EXPECT_EQ(ov_class_string_to_expression(outer, bad.text, collect, &messages), nullptr) << bad.text;
     EXPECT_EQ(ov_error_code(), bad.code) << bad.text;
     EXPECT_EQ(messages, bad.messages) << bad.text;
   }
-  // Unhook the hand-made class links before the records go.
-  instance->output_clones.clear();
-  clone->master = nullptr;
-  clone->instance = nullptr;
-  instance->instance_class = nullptr;
-  inner->class_outputs.clear();
-  inner->class_collection = nullptr;
-  outer->class_collection = nullptr;
-  ov_domain_delete(outer);
-  ov_domain_delete(inner);
+  // In a plain domain a dotted name cannot succeed.
+  messages.clear();
+  EXPECT_EQ(parse("a.out"), "error parse");
+  EXPECT_EQ(messages, (Messages{{5, "node `a' is not an instance node"}}));
+  ov_cc_delete(collection);
 }
 
 TEST_F(ParserTest, ParsingIsIndependentOfTheCallersLocale) {
