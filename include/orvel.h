@@ -615,6 +615,104 @@ OV_API ov_string_t ov_attribute_get_value(ov_attribute_t attribute);
 OV_API ov_attribute_t ov_attribute_get_next(ov_attribute_t attribute);
 
 /* ------------------------------------------------------------------------
+ * Expressions
+ *
+ * Expressions are immutable trees. A composite takes over its operands, and
+ * a model slot holds the expression stored in it: ov_expression_delete frees
+ * an expression only when nothing holds it (and then frees the operands it
+ * held last), and otherwise does nothing.
+ * ------------------------------------------------------------------------ */
+
+/* A number constant (ov_op_number), owned by the caller. */
+OV_API ov_expression_t ov_number_make_expression(ov_double_t number);
+/* A boolean constant (ov_op_boolean); any non-zero value is true. */
+OV_API ov_expression_t ov_boolean_make_expression(int value);
+/* A label constant (ov_op_label) holding a copy of the string; usage for NULL. */
+OV_API ov_expression_t ov_label_make_expression(ov_string_t label);
+/* A reference to a node (ov_op_node); usage for NULL. */
+OV_API ov_expression_t ov_node_make_expression(ov_node_t node);
+/* A composite of an operator 60..104 and a NULL-terminated operand array. The
+ * array is copied and stays the caller's; the operands belong to the new
+ * tree, or stay the caller's on failure: usage (NULL array, operator out of
+ * range), invalid_expression (operands that do not fit), no_memory. */
+OV_API ov_expression_t ov_make_composite_expression(ov_operator_t op, ov_expression_t *operands);
+/* 1 for a composite, 0 for a leaf, -1 with usage for NULL. */
+OV_API int ov_expression_is_composite(ov_expression_t expression);
+/* The operator, or ov_op_error with usage for NULL. */
+OV_API ov_operator_t ov_expression_get_operator(ov_expression_t expression);
+/* The NULL-terminated operands of a composite, owned by the tree; usage for
+ * a leaf. */
+OV_API ov_expression_t *ov_expression_get_operands(ov_expression_t expression);
+/* The node of an ov_op_node leaf; usage otherwise. */
+OV_API ov_node_t ov_expression_get_node(ov_expression_t expression);
+/* The value of an ov_op_number leaf; -1.0 with usage otherwise. */
+OV_API ov_double_t ov_expression_get_number(ov_expression_t expression);
+/* The string of an ov_op_label leaf, owned by the tree; usage otherwise. */
+OV_API ov_string_t ov_expression_get_label(ov_expression_t expression);
+/* 0 or 1 for an ov_op_boolean leaf; -1 with usage otherwise. */
+OV_API int ov_expression_get_boolean(ov_expression_t expression);
+/* A deep copy sharing nothing, owned by the caller. */
+OV_API ov_expression_t ov_expression_clone(ov_expression_t expression);
+/* Frees an expression that nothing holds; does nothing (with success) for one
+ * held by a tree or a model. */
+OV_API ov_status_t ov_expression_delete(ov_expression_t expression);
+/* The text form, which reads back to the same tree; the caller frees it with
+ * free(). NULL on failure. */
+OV_API char *ov_expression_to_string(ov_expression_t expression);
+/* Parses an expression whose names are nodes of the domain; the caller owns
+ * the result. Errors: usage, syntax, parse, an error of a failed step; the
+ * handler receives each message with the number of bytes read so far. */
+OV_API ov_expression_t ov_domain_string_to_expression(ov_domain_t domain, ov_string_t text,
+                                                      ov_parse_error_handler_t handler, void *data);
+/* The same with the names of a class (dotted names reach instance outputs). */
+OV_API ov_expression_t ov_class_string_to_expression(ov_class_t c, ov_string_t text, ov_parse_error_handler_t handler,
+                                                     void *data);
+/* The same with a simple handler; note the order of the first two arguments. */
+OV_API ov_expression_t ov_string_to_expression(ov_string_t text, ov_domain_t domain, ov_simple_error_handler_t handler);
+/* The same with the names of the domain (or class) of the model's node. */
+OV_API ov_expression_t ov_string_parse_expression(ov_string_t text, ov_model_t model, ov_parse_error_handler_t handler,
+                                                  void *data);
+
+/* ------------------------------------------------------------------------
+ * Models
+ *
+ * A model generates the table of a discrete chance or utility node from one
+ * expression per configuration of its model nodes (some of the node's
+ * parents). Slot index: the first model node varies slowest, the last
+ * fastest. A node owns its model.
+ * ------------------------------------------------------------------------ */
+
+/* A new model of the node over a NULL-terminated list of distinct parents (a
+ * NULL list is empty), replacing any model it had; the node owns it. usage
+ * for another node kind, an output clone or a bad list; no_memory. */
+OV_API ov_model_t ov_node_new_model(ov_node_t node, ov_node_t *model_nodes);
+/* The node's model, or NULL (with none) if it has none. */
+OV_API ov_model_t ov_node_get_model(ov_node_t node);
+/* Deletes a model, releasing its expressions; the table stays as it is. */
+OV_API ov_status_t ov_model_delete(ov_model_t model);
+/* The model nodes, NULL-terminated, owned by the model. */
+OV_API ov_node_t *ov_model_get_nodes(ov_model_t model);
+/* The number of slots (the product of the model nodes' state counts); -1 with
+ * size_too_large or no_memory. */
+OV_API ov_count_t ov_model_get_size(ov_model_t model);
+/* Stores an expression in a slot (NULL clears it), taking a reference on it.
+ * usage for a bad index; invalid_expression if it names a node that is not a
+ * parent of the model's node, or if a utility node's model is given a
+ * boolean, label or distribution. Marks the model stale. */
+OV_API ov_status_t ov_model_set_expression(ov_model_t model, ov_index_t index, ov_expression_t expression);
+/* The expression of a slot, owned by the model, or NULL (with none) if unset. */
+OV_API ov_expression_t ov_model_get_expression(ov_model_t model, ov_index_t index);
+/* Samples taken across each bounded interval parent (default 25); usage for
+ * 0. Marks the model stale. */
+OV_API ov_status_t ov_model_set_number_of_samples_per_interval(ov_model_t model, uint32_t count);
+/* The samples per interval, or -1. */
+OV_API ov_count_t ov_model_get_number_of_samples_per_interval(ov_model_t model);
+/* Stores the caller's pointer. */
+OV_API ov_status_t ov_model_set_user_data(ov_model_t model, void *data);
+/* The caller's pointer, or NULL. */
+OV_API void *ov_model_get_user_data(ov_model_t model);
+
+/* ------------------------------------------------------------------------
  * Classes
  * ------------------------------------------------------------------------ */
 

@@ -186,7 +186,7 @@ void touch_table(Node *node) noexcept {
 
 void invalidate_model(Node *node) noexcept {
   if (!node->model) return;
-  node->model->table_stale = true;
+  node->model->table_is_stale = 1;
   touch_table(node);
 }
 

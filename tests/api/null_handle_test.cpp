@@ -197,6 +197,36 @@ const std::vector<Case> &cases() {
       CASE(ov_node_unset_input, 1, nullptr, nullptr),
       CASE(ov_node_get_output, nullptr, nullptr, nullptr),
       CASE(ov_node_substitute_class, 1, nullptr, nullptr),
+      // Expressions.
+      CASE(ov_label_make_expression, nullptr, nullptr),
+      CASE(ov_node_make_expression, nullptr, nullptr),
+      CASE(ov_make_composite_expression, nullptr, ov_op_add, nullptr),
+      CASE(ov_expression_is_composite, -1, nullptr),
+      CASE(ov_expression_get_operator, ov_op_error, nullptr),
+      CASE(ov_expression_get_operands, nullptr, nullptr),
+      CASE(ov_expression_get_node, nullptr, nullptr),
+      CASE(ov_expression_get_number, -1.0, nullptr),
+      CASE(ov_expression_get_label, nullptr, nullptr),
+      CASE(ov_expression_get_boolean, -1, nullptr),
+      CASE(ov_expression_clone, nullptr, nullptr),
+      CASE(ov_expression_delete, 1, nullptr),
+      CASE(ov_expression_to_string, nullptr, nullptr),
+      CASE(ov_domain_string_to_expression, nullptr, nullptr, "1", nullptr, nullptr),
+      CASE(ov_class_string_to_expression, nullptr, nullptr, "1", nullptr, nullptr),
+      CASE(ov_string_to_expression, nullptr, "1", nullptr, nullptr),
+      CASE(ov_string_parse_expression, nullptr, "1", nullptr, nullptr, nullptr),
+      // Models.
+      CASE(ov_node_new_model, nullptr, nullptr, no_nodes),
+      CASE(ov_node_get_model, nullptr, nullptr),
+      CASE(ov_model_delete, 1, nullptr),
+      CASE(ov_model_get_nodes, nullptr, nullptr),
+      CASE(ov_model_get_size, -1, nullptr),
+      CASE(ov_model_set_expression, 1, nullptr, 0, nullptr),
+      CASE(ov_model_get_expression, nullptr, nullptr, 0),
+      CASE(ov_model_set_number_of_samples_per_interval, 1, nullptr, 5),
+      CASE(ov_model_get_number_of_samples_per_interval, -1, nullptr),
+      CASE(ov_model_set_user_data, 1, nullptr, &w),
+      CASE(ov_model_get_user_data, nullptr, nullptr),
   };
   return all;
 }
@@ -205,8 +235,16 @@ const std::vector<Case> &cases() {
 
 // Functions that take no handle.
 const std::set<std::string> no_handle = {
-    "ov_error_code",       "ov_error_name",       "ov_error_description", "ov_get_user_name",
-    "ov_get_organization", "ov_get_package_name", "ov_new_domain",        "ov_new_class_collection",
+    "ov_error_code",
+    "ov_error_name",
+    "ov_error_description",
+    "ov_get_user_name",
+    "ov_get_organization",
+    "ov_get_package_name",
+    "ov_new_domain",
+    "ov_new_class_collection",
+    "ov_number_make_expression",
+    "ov_boolean_make_expression",
 };
 
 TEST(NullHandles, EveryFunctionRecordsUsageAndReturnsItsFailureValue) {

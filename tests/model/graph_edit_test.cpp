@@ -214,10 +214,13 @@ TEST(RemoveParent, RefusalsAndTheModelHook) {
   EXPECT_EQ(ov_node_remove_parent(nullptr, a), ov_error_usage);
   EXPECT_EQ(ov_node_remove_parent(b, nullptr), ov_error_usage);
   ASSERT_EQ(ov_node_add_parent(b, a), ov_error_none);
-  b->model.reset(new ov_model_s{b, false});
+  ov_model_t model = ov_node_new_model(b, nullptr);
+  ASSERT_NE(model, nullptr);
+  model->table_is_stale = 0;
   fake_triangulation(domain.get());
   ASSERT_EQ(ov_node_remove_parent(b, a), ov_error_none);
-  EXPECT_TRUE(b->model->table_stale);
+  EXPECT_EQ(ov_node_get_model(b), model);
+  EXPECT_EQ(model->table_is_stale, 1);
   EXPECT_FALSE(triangulated(domain.get()));
 }
 
@@ -372,7 +375,12 @@ TEST(SwitchParent, KeepsNumbersAndPlaces) {
   fill_distinct(table);
   std::vector<float> numbers = snapshot(table).data;
   std::vector<ov_node_t> table_nodes = node_list(ov_table_get_nodes(table));
-  child->model.reset(new ov_model_s{child, false});
+  ov_node_t model_nodes[] = {old_parent, nullptr};
+  ov_model_t model = ov_node_new_model(child, model_nodes);
+  ASSERT_NE(model, nullptr);
+  ov_expression_t expression = ov_node_make_expression(old_parent);
+  ASSERT_EQ(ov_model_set_expression(model, 0, expression), ov_error_none);
+  model->table_is_stale = 0;
   fake_triangulation(domain.get());
 
   ASSERT_EQ(ov_node_switch_parent(child, old_parent, replacement), ov_error_none);
@@ -382,7 +390,10 @@ TEST(SwitchParent, KeepsNumbersAndPlaces) {
   std::replace(table_nodes.begin(), table_nodes.end(), old_parent, replacement);
   EXPECT_EQ(node_list(ov_table_get_nodes(table)), table_nodes);
   EXPECT_EQ(snapshot(table).data, numbers);
-  EXPECT_TRUE(child->model->table_stale);
+  // The model follows the switch; with the same states its table still holds.
+  EXPECT_EQ(ov_model_get_nodes(model)[0], replacement);
+  EXPECT_EQ(ov_expression_get_node(expression), replacement);
+  EXPECT_EQ(model->table_is_stale, 0);
   EXPECT_FALSE(triangulated(domain.get()));
 }
 
@@ -608,11 +619,18 @@ TEST(NumberOfStates, ModelsThatHoldTheNodeAreInvalidated) {
   DomainPtr domain = new_domain();
   ov_node_t node = discrete(domain.get(), 2), child = discrete(domain.get(), 2);
   ASSERT_EQ(ov_node_add_parent(child, node), ov_error_none);
-  node->model.reset(new ov_model_s{node, false});
-  child->model.reset(new ov_model_s{child, false});
+  ov_model_t own = ov_node_new_model(node, nullptr);
+  ov_node_t model_nodes[] = {node, nullptr};
+  ov_model_t childs = ov_node_new_model(child, model_nodes);
+  ASSERT_TRUE(own != nullptr && childs != nullptr);
+  ASSERT_EQ(ov_model_set_expression(childs, 1, ov_number_make_expression(1)), ov_error_none);
+  own->table_is_stale = childs->table_is_stale = 0;
   ASSERT_EQ(ov_node_set_number_of_states(node, 3), ov_error_none);
-  EXPECT_TRUE(node->model->table_stale);
-  EXPECT_TRUE(child->model->table_stale);
+  EXPECT_EQ(own->table_is_stale, 1);
+  EXPECT_EQ(childs->table_is_stale, 1);
+  // The child's model held the node: its slots go and come back with the new count.
+  EXPECT_EQ(childs->expressions, nullptr);
+  EXPECT_EQ(ov_model_get_size(childs), 3);
 }
 
 TEST(NumberOfStates, ClassOutputClonesFollow) {

@@ -445,36 +445,36 @@ TEST_F(Cascades, LabelValueAndSubtypeChangesReachTheModelsOfTheNodeAndItsChildre
     n->model->node = n;
   }
   auto reset = [&] {
-    for (ov_node_t n : {parent, child, other}) n->model->table_stale = false;
+    for (ov_node_t n : {parent, child, other}) n->model->table_is_stale = false;
   };
   reset();
   ASSERT_EQ(ov_node_set_state_label(parent, 0, "a"), ov_error_none);
-  EXPECT_TRUE(parent->model->table_stale);
-  EXPECT_TRUE(child->model->table_stale);
-  EXPECT_FALSE(other->model->table_stale);
+  EXPECT_TRUE(parent->model->table_is_stale);
+  EXPECT_TRUE(child->model->table_is_stale);
+  EXPECT_FALSE(other->model->table_is_stale);
 
   reset();
   ASSERT_EQ(ov_node_set_subtype(parent, ov_subtype_number), ov_error_none);
-  EXPECT_TRUE(parent->model->table_stale);
-  EXPECT_TRUE(child->model->table_stale);
+  EXPECT_TRUE(parent->model->table_is_stale);
+  EXPECT_TRUE(child->model->table_is_stale);
 
   // Labels of a numbered node do not feed expressions: no cascade.
   reset();
   ASSERT_EQ(ov_node_set_state_label(parent, 1, "b"), ov_error_none);
-  EXPECT_FALSE(parent->model->table_stale);
-  EXPECT_FALSE(child->model->table_stale);
+  EXPECT_FALSE(parent->model->table_is_stale);
+  EXPECT_FALSE(child->model->table_is_stale);
 
   reset();
   ASSERT_EQ(ov_node_set_state_value(parent, 1, 4.0), ov_error_none);
-  EXPECT_TRUE(parent->model->table_stale);
-  EXPECT_TRUE(child->model->table_stale);
-  EXPECT_FALSE(other->model->table_stale);
+  EXPECT_TRUE(parent->model->table_is_stale);
+  EXPECT_TRUE(child->model->table_is_stale);
+  EXPECT_FALSE(other->model->table_is_stale);
 
   // A change to a child does not reach its parent.
   reset();
   ASSERT_EQ(ov_node_set_state_label(child, 0, "x"), ov_error_none);
-  EXPECT_TRUE(child->model->table_stale);
-  EXPECT_FALSE(parent->model->table_stale);
+  EXPECT_TRUE(child->model->table_is_stale);
+  EXPECT_FALSE(parent->model->table_is_stale);
 }
 
 TEST_F(Cascades, DescriptiveEditsLeaveACompiledDomainCompiled) {
@@ -549,12 +549,12 @@ TEST_F(ClassFixture, ChangesToAnOutputReachTheModelsBehindItsClones) {
   for (ov_node_t n : {output, clone, reader}) {
     n->model.reset(new ov_model_s);
     n->model->node = n;
-    n->model->table_stale = false;
+    n->model->table_is_stale = false;
   }
   ASSERT_EQ(ov_node_set_state_label(output, 0, "a"), ov_error_none);
-  EXPECT_TRUE(output->model->table_stale);
-  EXPECT_TRUE(clone->model->table_stale);
-  EXPECT_TRUE(reader->model->table_stale) << "a child of the clone";
+  EXPECT_TRUE(output->model->table_is_stale);
+  EXPECT_TRUE(clone->model->table_is_stale);
+  EXPECT_TRUE(reader->model->table_is_stale) << "a child of the clone";
 }
 
 TEST_F(ClassFixture, DeletingClassNodesCleansTheClassRecords) {

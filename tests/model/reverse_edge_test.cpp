@@ -294,8 +294,10 @@ TEST(ReverseEdge, ModelsAndLearningTablesGo) {
   DomainPtr domain = new_domain();
   ov_node_t p = discrete(domain.get(), 2), c = discrete(domain.get(), 2);
   ASSERT_EQ(ov_node_add_parent(c, p), ov_error_none);
-  p->model.reset(new ov_model_s{p, false});
-  c->model.reset(new ov_model_s{c, false});
+  ASSERT_NE(ov_node_new_model(p, nullptr), nullptr);
+  ov_node_t model_nodes[] = {p, nullptr};
+  ASSERT_NE(ov_node_new_model(c, model_nodes), nullptr);
+  ASSERT_EQ(ov_model_set_expression(ov_node_get_model(c), 0, ov_node_make_expression(p)), ov_error_none);
   Node *none[] = {nullptr};
   p->experience_table = table_new(domain.get(), none, ov_table_kind_experience, role_plain, false, true);
   Node *family[] = {p, nullptr};

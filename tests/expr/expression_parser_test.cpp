@@ -1,0 +1,312 @@
+// The expression parser through its public entry points: precedence, signs,
+// names, calls, every syntax error with its message and location.
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "expr/expression.h"
+#include "expr/expression_parser.h"
+#include "model/domain.h"
+#include "orvel.h"
+
+namespace {
+
+using Messages = std::vector<std::pair<std::uint32_t, std::string>>;
+
+void collect(std::uint32_t location, ov_string_t message, void *data) {
+  static_cast<Messages *>(data)->emplace_back(location, message);
+}
+
+Messages *simple_sink = nullptr;
+void collect_simple(std::uint32_t location, ov_string_t message) { simple_sink->emplace_back(location, message); }
+
+std::string text_of(ov_expression_t expression) {
+  char *text = ov_expression_to_string(expression);
+  std::string copy = text != nullptr ? text : "<null>";
+  std::free(text);
+  return copy;
+}
+
+class ParserTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    domain = ov_new_domain();
+    for (const char *name : {"a", "b", "c", "min", "Normal", "x_1"}) {
+      ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+      ov_node_set_name(node, name);
+    }
+  }
+  void TearDown() override { ov_domain_delete(domain); }
+
+  ov_node_t node(const char *name) { return ov_domain_get_node_by_name(domain, name); }
+
+  // The printed form of what the text parses to, or "error <name>".
+  std::string parse(const char *text) {
+    messages.clear();
+    ov_expression_t e = ov_domain_string_to_expression(domain, text, collect, &messages);
+    if (e == nullptr) return std::string("error ") + ov_error_name(ov_error_code());
+    EXPECT_EQ(ov_error_code(), ov_error_none);
+    std::string printed = text_of(e);
+    ov_expression_delete(e);
+    return printed;
+  }
+
+  ov_domain_t domain = nullptr;
+  Messages messages;
+};
+
+// ---------------------------------------------------------------- grammar
+
+TEST_F(ParserTest, PrecedenceAndGrouping) {
+  const std::pair<const char *, const char *> cases[] = {
+      {"1 + 2 * 3", "1 + 2 * 3"},
+      {"(1 + 2) * 3", "(1 + 2) * 3"},
+      {"a - b - c", "a - b - c"},
+      {"a - (b - c)", "a - (b - c)"},
+      {"2 ^ 3 ^ 4", "2 ^ 3 ^ 4"},
+      {"(2 ^ 3) ^ 4", "(2 ^ 3) ^ 4"},
+      {"a / b * c", "a / b * c"},
+      {"a*b^c", "a * b ^ c"},
+      {"((a))", "a"},
+      {"a = b", "a == b"},
+      {"a <> b", "a != b"},
+      {"a+1 >= b*2", "a + 1 >= b * 2"},
+      {"(1 < 2) == true", "(1 < 2) == true"},
+      {"0.1234567", "0.123457"},
+      {"\"s\\t\\x41\"", "\"s\\tA\""},
+  };
+  for (auto [text, printed] : cases) EXPECT_EQ(parse(text), printed) << text;
+}
+
+TEST_F(ParserTest, LeadingSignCoversTheFirstProduct) {
+  ov_expression_t e = ov_domain_string_to_expression(domain, "-a * b", nullptr, nullptr);
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(ov_expression_get_operator(e), ov_op_negate);
+  EXPECT_EQ(ov_expression_get_operator(ov_expression_get_operands(e)[0]), ov_op_multiply);
+  ov_expression_delete(e);
+
+  e = ov_domain_string_to_expression(domain, "-2 ^ 2", nullptr, nullptr);
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(ov_expression_get_operator(e), ov_op_negate);
+  ov_expression_delete(e);
+
+  // On a number constant the minus is folded into it.
+  e = ov_domain_string_to_expression(domain, "-(2.5)", nullptr, nullptr);
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(ov_expression_get_operator(e), ov_op_number);
+  EXPECT_EQ(ov_expression_get_number(e), -2.5);
+  ov_expression_delete(e);
+
+  EXPECT_EQ(parse("+a"), "a");
+  EXPECT_EQ(parse("-1 + a"), "-1 + a");
+  EXPECT_EQ(parse("a - (-1)"), "a - (-1)");
+  EXPECT_EQ(parse("2 ^ (-2)"), "2 ^ (-2)");
+  EXPECT_EQ(parse("Normal (-1, 1)"), "Normal (-1, 1)");
+  EXPECT_EQ(parse("-(-a)"), "-(-a)");
+  // A sign is allowed only at the start of a sum.
+  EXPECT_EQ(parse("2 ^ -2"), "error syntax");
+  EXPECT_EQ(parse("a * -b"), "error syntax");
+  EXPECT_EQ(parse("- -a"), "error syntax");
+}
+
+TEST_F(ParserTest, NamesNodesConstantsAndCalls) {
+  ov_expression_t e = ov_domain_string_to_expression(domain, "x_1", nullptr, nullptr);
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(ov_expression_get_node(e), node("x_1"));
+  ov_expression_delete(e);
+
+  EXPECT_EQ(parse("true"), "true");
+  EXPECT_EQ(parse("if (false, \"x\", a)"), "if (false, \"x\", a)");
+  // A node may share a name with an operator: only "(" makes it a call.
+  EXPECT_EQ(parse("min + max (min, Normal)"), "min + max (min, Normal)");
+  EXPECT_EQ(parse("Normal(0,1)"), "Normal (0, 1)");
+  EXPECT_EQ(parse("Normal (0, 1)"), "Normal (0, 1)");
+  EXPECT_EQ(parse("and ()"), "and ()");
+  EXPECT_EQ(parse("NoisyOR (a == \"x\", 0.5, true, 1)"), "NoisyOR (a == \"x\", 0.5, true, 1)");
+  EXPECT_EQ(parse("Beta (1, 2, 0, b)"), "Beta (1, 2, 0, b)");
+
+  // A node named true hides the constant.
+  ov_node_t t = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+  ov_node_set_name(t, "true");
+  e = ov_domain_string_to_expression(domain, "true", nullptr, nullptr);
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(ov_expression_get_operator(e), ov_op_node);
+  EXPECT_EQ(ov_expression_get_node(e), t);
+  ov_expression_delete(e);
+}
+
+TEST_F(ParserTest, ManyNodesGoThroughTheNameTable) {
+  for (int i = 0; i < 50; ++i) {
+    ov_node_t n = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+    ov_node_set_name(n, ("n" + std::to_string(i)).c_str());
+  }
+  EXPECT_EQ(parse("n0 + n49 * n25"), "n0 + n49 * n25");
+}
+
+// ---------------------------------------------------------------- errors
+
+struct ErrorCase {
+  const char *text;
+  ov_error_t code;
+  std::vector<std::pair<std::uint32_t, std::string>> messages;
+};
+
+TEST_F(ParserTest, EveryErrorHasItsCodeMessageAndLocation) {
+  const ErrorCase cases[] = {
+      {"", ov_error_syntax, {}},
+      {"   ", ov_error_syntax, {}},
+      {"1 < 2 < 3", ov_error_syntax, {}},
+      {"(1 + 2", ov_error_syntax, {}},
+      {"(1 + 2]", ov_error_syntax, {{7, "unexpected character: `]'"}}},
+      {"1 +", ov_error_syntax, {}},
+      {"1 2", ov_error_syntax, {}},
+      {"not true", ov_error_syntax, {{8, "no such node"}}},
+      {"zzz + 1", ov_error_syntax, {{5, "no such node"}}}, // one token read ahead
+      {"Foo (1)", ov_error_syntax, {{5, "unknown operator `Foo'"}}},
+      {"normal (0, 1)", ov_error_syntax, {{8, "unknown operator `normal'"}}},
+      {"max (1; 2)", ov_error_syntax, {{7, "`,' or `)' expected"}}},
+      {"max (1, 2", ov_error_syntax, {{9, "`,' or `)' expected"}}},
+      {"if (true, 1)", ov_error_invalid_expression, {{12, "API error: invalid_expression"}}},
+      {"Normal (0, \"x\")", ov_error_invalid_expression, {{15, "API error: invalid_expression"}}},
+      {"true + 1", ov_error_invalid_expression, {}},
+      {"q.b", ov_error_parse, {{3, "node `q' not found"}}},
+      {"a.b", ov_error_parse, {{3, "node `a' is not an instance node"}}},
+      {"a.", ov_error_syntax, {{2, "`.' must be followed by a letter or a `_'"}}},
+      {"a # b", ov_error_syntax, {{3, "unexpected character: `#'"}}},
+      {"a !b", ov_error_syntax, {{4, "`!' must be followed by `='"}}},
+      {"\"open", ov_error_syntax, {{5, "string did not end"}}},
+      {"\"\\q\"", ov_error_syntax, {{3, "illegal escape sequence: `\\q'"}}},
+      {"1 +\n\n zzz", ov_error_syntax, {{9, "no such node"}}},
+      {"a ==", ov_error_syntax, {}},
+  };
+  for (const ErrorCase &c : cases) {
+    EXPECT_EQ(parse(c.text), std::string("error ") + ov_error_name(c.code)) << c.text;
+    EXPECT_EQ(messages, c.messages) << c.text;
+  }
+}
+
+TEST_F(ParserTest, LongUnknownOperatorNameGivesABoundedWellFormedMessage) {
+  std::string name(10000, 'F');
+  std::string text = name + " (1)";
+  EXPECT_EQ(parse(text.c_str()), "error syntax");
+  ASSERT_EQ(messages.size(), 1u);
+  const std::string &m = messages[0].second;
+  EXPECT_LT(m.size(), orvel::message_capacity);
+  EXPECT_EQ(m, "unknown operator `" + std::string(orvel::message_name_limit - 3, 'F') + "...'");
+}
+
+TEST_F(ParserTest, NestingIsBounded) {
+  std::string deep(orvel::expression_nesting_limit - 1, '(');
+  deep += "a" + std::string(orvel::expression_nesting_limit - 1, ')');
+  EXPECT_EQ(parse(deep.c_str()), "a");
+  std::string deeper = "(" + deep + ")";
+  EXPECT_EQ(parse(deeper.c_str()), "error syntax");
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(messages[0].second, "expression is nested too deeply");
+  std::string open(100000, '(');
+  EXPECT_EQ(parse(open.c_str()), "error syntax");
+}
+
+// ---------------------------------------------------------------- entry points
+
+TEST_F(ParserTest, EntryPointsCheckTheirArguments) {
+  EXPECT_EQ(ov_domain_string_to_expression(nullptr, "1", nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_domain_string_to_expression(domain, nullptr, nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_class_string_to_expression(nullptr, "1", nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_string_to_expression("1", nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_string_to_expression(nullptr, domain, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_string_parse_expression("1", nullptr, nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+}
+
+TEST_F(ParserTest, SimpleHandlerReceivesLocationAndMessage) {
+  Messages simple;
+  simple_sink = &simple;
+  EXPECT_EQ(ov_string_to_expression("a + zzz", domain, collect_simple), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_syntax);
+  EXPECT_EQ(simple, (Messages{{7, "no such node"}}));
+  ov_expression_t e = ov_string_to_expression("a + b", domain, nullptr);
+  ASSERT_NE(e, nullptr);
+  ov_expression_delete(e);
+  simple_sink = nullptr;
+}
+
+TEST_F(ParserTest, ClassScopeResolvesInstanceOutputs) {
+  // Class Outer holds an instance of class Inner, whose output is `out`.
+  ov_class_collection_t collection = ov_new_class_collection();
+  ov_class_t inner = ov_cc_new_class(collection);
+  ov_class_t outer = ov_cc_new_class(collection);
+  ASSERT_EQ(ov_class_set_name(inner, "Inner"), ov_error_none);
+  ASSERT_EQ(ov_class_set_name(outer, "Outer"), ov_error_none);
+  ov_node_t out = ov_class_new_node(inner, ov_category_chance, ov_kind_discrete);
+  ov_node_set_name(out, "out");
+  ov_node_t hidden = ov_class_new_node(inner, ov_category_chance, ov_kind_discrete);
+  ov_node_set_name(hidden, "hidden");
+  ASSERT_EQ(ov_node_add_to_outputs(out), ov_error_none);
+  ov_node_t instance = ov_class_new_instance(outer, inner);
+  ASSERT_NE(instance, nullptr);
+  ov_node_set_name(instance, "inst");
+  ov_node_t clone = ov_node_get_output(instance, out);
+  ASSERT_NE(clone, nullptr);
+  ov_node_t plain = ov_class_new_node(outer, ov_category_chance, ov_kind_discrete);
+  ov_node_set_name(plain, "plain");
+
+  ov_expression_t e = ov_class_string_to_expression(outer, "inst.out + plain", collect, &messages);
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(ov_expression_get_node(ov_expression_get_operands(e)[0]), clone);
+  EXPECT_EQ(ov_expression_get_node(ov_expression_get_operands(e)[1]), plain);
+  ov_expression_delete(e);
+
+  const ErrorCase cases[] = {
+      {"inst.hidden", ov_error_parse, {{11, "node `hidden' is not an output node in class `Inner'"}}},
+      {"inst.nothing", ov_error_parse, {{12, "class `Inner' has no node named `nothing'"}}},
+      {"plain.out", ov_error_parse, {{9, "node `plain' is not an instance node in class `Outer'"}}},
+      {"missing.out", ov_error_parse, {{11, "class `Outer' has no node named `missing'"}}},
+      {"nothing", ov_error_syntax, {{7, "no such node"}}},
+  };
+  for (const ErrorCase &bad : cases) {
+    messages.clear();
+    EXPECT_EQ(ov_class_string_to_expression(outer, bad.text, collect, &messages), nullptr) << bad.text;
+    EXPECT_EQ(ov_error_code(), bad.code) << bad.text;
+    EXPECT_EQ(messages, bad.messages) << bad.text;
+  }
+  // In a plain domain a dotted name cannot succeed.
+  messages.clear();
+  EXPECT_EQ(parse("a.out"), "error parse");
+  EXPECT_EQ(messages, (Messages{{5, "node `a' is not an instance node"}}));
+  ov_cc_delete(collection);
+}
+
+TEST_F(ParserTest, ParsingIsIndependentOfTheCallersLocale) {
+  const char *german = std::setlocale(LC_ALL, "de_DE.UTF-8");
+  if (german == nullptr) GTEST_SKIP() << "no de_DE locale on this machine";
+  EXPECT_EQ(parse("1.5 * a"), "1.5 * a");
+  std::setlocale(LC_ALL, "C");
+}
+
+TEST_F(ParserTest, InternalEntryLeavesTheEndingTokenUnread) {
+  // Inside a file the slot's end token is read by the caller.
+  orvel::ParseContext ctx("a * 2, b)", orvel::scan_net_token);
+  ctx.domain = domain;
+  ov_expression_t first = orvel::parse_expression(&ctx);
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(orvel::scan_net_token(&ctx), ',');
+  ov_expression_t second = orvel::parse_expression(&ctx);
+  ASSERT_NE(second, nullptr);
+  EXPECT_EQ(orvel::scan_net_token(&ctx), ')');
+  EXPECT_EQ(text_of(first), "a * 2");
+  EXPECT_EQ(text_of(second), "b");
+  ov_expression_delete(first);
+  ov_expression_delete(second);
+}
+
+} // namespace

@@ -1,0 +1,466 @@
+// Models: creation checks, the lazy slot array, storing expressions with
+// their reference counts, staleness and the table mark, copying, and what
+// graph edits do to a model.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "compile/junction_tree.h"
+#include "expr/expression.h"
+#include "expr/model.h"
+#include "model/domain.h"
+#include "orvel.h"
+
+namespace orvel {
+namespace {
+
+class ModelTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    domain = ov_new_domain();
+    p1 = make("p1", 2);
+    p2 = make("p2", 3);
+    p3 = make("p3", 2);
+    child = make("child", 2);
+    other = make("other", 2);
+    link(p1, child);
+    link(p2, child);
+    link(p3, child);
+  }
+  void TearDown() override { ov_domain_delete(domain); }
+
+  // Nodes get their states and links through the records here, so that the
+  // tests depend on nothing but the model code.
+  ov_node_t make(const char *name, std::uint32_t states, ov_category_t category = ov_category_chance) {
+    ov_node_t node = ov_domain_new_node(domain, category, ov_kind_discrete);
+    ov_node_set_name(node, name);
+    if (category != ov_category_utility) node->state_count = states;
+    return node;
+  }
+  static void link(ov_node_t parent, ov_node_t node) {
+    node->parents.push_back(parent);
+    parent->children.push_back(node);
+  }
+  static void unlink(ov_node_t parent, ov_node_t node) {
+    node->parents.remove(parent);
+    parent->children.remove(node);
+  }
+  ov_model_t model_of(ov_node_t node, std::vector<ov_node_t> nodes) {
+    nodes.push_back(nullptr);
+    return ov_node_new_model(node, nodes.data());
+  }
+  ov_expression_t ref(ov_node_t node) { return ov_node_make_expression(node); }
+  static ov_expression_t make_expr(ov_operator_t op, std::vector<ov_expression_t> operands) {
+    operands.push_back(nullptr);
+    return ov_make_composite_expression(op, operands.data());
+  }
+
+  ov_domain_t domain = nullptr;
+  ov_node_t p1 = nullptr, p2 = nullptr, p3 = nullptr, child = nullptr, other = nullptr;
+};
+
+// ---------------------------------------------------------------- creation
+
+TEST_F(ModelTest, CreationChecksTheNodeAndTheList) {
+  ov_node_t decision = make("d", 2, ov_category_decision);
+  ov_node_t continuous = ov_domain_new_node(ov_new_domain(), ov_category_chance, ov_kind_continuous);
+  EXPECT_EQ(ov_node_new_model(nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_node_new_model(decision, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_node_new_model(continuous, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_node_get_model(decision), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  ov_domain_delete(continuous->home);
+
+  EXPECT_EQ(model_of(child, {p1, p1}), nullptr); // duplicate
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(model_of(child, {other}), nullptr); // not a parent
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  ov_domain_t elsewhere = ov_new_domain();
+  ov_node_t stranger = ov_domain_new_node(elsewhere, ov_category_chance, ov_kind_discrete);
+  EXPECT_EQ(model_of(child, {stranger}), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  ov_domain_delete(elsewhere);
+  EXPECT_EQ(ov_node_get_model(child), nullptr);
+
+  // An output clone of an instance has no model of its own.
+  ov_node_t clone = make("clone", 2);
+  clone->master = other;
+  EXPECT_EQ(ov_node_new_model(clone, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  clone->master = nullptr;
+
+  // A null list is an empty model: one slot for every configuration.
+  ov_model_t empty = ov_node_new_model(child, nullptr);
+  ASSERT_NE(empty, nullptr);
+  EXPECT_EQ(ov_node_get_model(child), empty);
+  EXPECT_EQ(ov_model_get_nodes(empty)[0], nullptr);
+  EXPECT_EQ(ov_model_get_size(empty), 1);
+  EXPECT_EQ(empty->node, child);
+  EXPECT_EQ(empty->table_is_stale, 1);
+  EXPECT_EQ(ov_model_get_number_of_samples_per_interval(empty), 25);
+
+  ov_node_t utility = make("u", 0, ov_category_utility);
+  link(p1, utility);
+  EXPECT_NE(model_of(utility, {p1}), nullptr);
+}
+
+TEST_F(ModelTest, ANewModelReplacesTheOldAndIsStale) {
+  ov_model_t first = model_of(child, {p1});
+  ASSERT_NE(first, nullptr);
+  ov_expression_t e = ov_number_make_expression(1);
+  EXPECT_EQ(ov_model_set_expression(first, 0, e), ov_error_none);
+  EXPECT_EQ(e->references, 1);
+
+  ov_junction_tree_s tree;
+  child->junction_tree = &tree;
+  domain->log_likelihood_valid = 1;
+  std::vector<ov_node_t> list{p2, p1, nullptr};
+  ov_model_t second = ov_node_new_model(child, list.data());
+  ASSERT_NE(second, nullptr);
+  EXPECT_EQ(ov_node_get_model(child), second);
+  EXPECT_EQ(second->table_is_stale, 1);
+  // The table mark reaches the junction tree and the cached log-likelihood.
+  EXPECT_TRUE(tree.tables_changed);
+  EXPECT_EQ(domain->log_likelihood_valid, 0u);
+  child->junction_tree = nullptr;
+  // The model keeps its own copy of the list, in the caller's order.
+  list[0] = p3;
+  EXPECT_EQ(ov_model_get_nodes(second)[0], p2);
+  EXPECT_EQ(ov_model_get_nodes(second)[1], p1);
+  EXPECT_EQ(ov_model_get_size(second), 6);
+}
+
+// ---------------------------------------------------------------- slots
+
+TEST_F(ModelTest, SizeIsTheProductOfStateCountsAndIndicesAreChecked) {
+  ov_model_t model = model_of(child, {p1, p2, p3});
+  EXPECT_EQ(model->expressions, nullptr); // made on first need
+  EXPECT_EQ(ov_model_get_expression(model, 11), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_none);
+  EXPECT_EQ(ov_model_get_size(model), 12);
+  EXPECT_EQ(ov_model_get_expression(model, 12), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_model_get_expression(model, -1), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  ov_expression_t e = ov_number_make_expression(1);
+  EXPECT_EQ(ov_model_set_expression(model, 12, e), ov_error_usage);
+  EXPECT_EQ(ov_model_set_expression(model, -1, e), ov_error_usage);
+  EXPECT_EQ(ov_model_set_expression(nullptr, 0, e), ov_error_usage);
+  EXPECT_EQ(ov_model_get_expression(nullptr, 0), nullptr);
+  EXPECT_EQ(ov_model_get_size(nullptr), -1);
+  EXPECT_EQ(e->references, 0);
+  ov_expression_delete(e);
+}
+
+TEST_F(ModelTest, SizesThatDoNotFit) {
+  p1->state_count = 65536;
+  p2->state_count = 65536;
+  ov_model_t saturated = model_of(child, {p1, p2});
+  EXPECT_EQ(ov_model_get_size(saturated), -1);
+  EXPECT_EQ(ov_error_code(), ov_error_size_too_large);
+  EXPECT_EQ(ov_model_get_expression(saturated, 0), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_no_memory);
+  // A size that fits, but whose pointer array does not.
+  p2->state_count = 16384;
+  ov_model_t huge = model_of(child, {p1, p2});
+  EXPECT_EQ(ov_model_get_size(huge), -1);
+  EXPECT_EQ(ov_error_code(), ov_error_no_memory);
+  EXPECT_EQ(ov_model_set_expression(huge, 0, nullptr), ov_error_no_memory);
+  p1->state_count = 2;
+  p2->state_count = 3;
+}
+
+TEST_F(ModelTest, StoredExpressionsAreCheckedAndCounted) {
+  ov_model_t model = model_of(child, {p1});
+  // Only parents may be named, even a node of the same domain is refused.
+  ov_expression_t bad = make_expr(ov_op_add, {ref(p2), ref(other)});
+  EXPECT_EQ(ov_model_set_expression(model, 0, bad), ov_error_invalid_expression);
+  EXPECT_EQ(bad->references, 0);
+  EXPECT_EQ(ov_model_get_expression(model, 0), nullptr);
+  ov_expression_delete(bad);
+
+  // A chance node takes a distribution whatever its subtype.
+  ov_expression_t normal = make_expr(ov_op_normal, {ref(p3), ov_number_make_expression(1)});
+  EXPECT_EQ(ov_model_set_expression(model, 0, normal), ov_error_none);
+  // The same expression in many slots.
+  EXPECT_EQ(ov_model_set_expression(model, 1, normal), ov_error_none);
+  EXPECT_EQ(normal->references, 2);
+  // Deleting a held expression does nothing.
+  EXPECT_EQ(ov_expression_delete(normal), ov_error_none);
+  EXPECT_EQ(normal->references, 2);
+  // Storing it again where it already is keeps it alive.
+  EXPECT_EQ(ov_model_set_expression(model, 1, normal), ov_error_none);
+  EXPECT_EQ(normal->references, 2);
+  EXPECT_EQ(ov_model_set_expression(model, 0, nullptr), ov_error_none);
+  EXPECT_EQ(normal->references, 1);
+  EXPECT_EQ(ov_model_get_expression(model, 1), normal);
+  // The last slot lets go: the tree is freed (the sanitizers check).
+  EXPECT_EQ(ov_model_set_expression(model, 1, nullptr), ov_error_none);
+
+  // Deleting the model releases what it holds.
+  ov_expression_t kept = ov_number_make_expression(3);
+  EXPECT_EQ(ov_model_set_expression(model, 0, kept), ov_error_none);
+  EXPECT_EQ(ov_model_delete(model), ov_error_none);
+  EXPECT_EQ(ov_node_get_model(child), nullptr);
+  EXPECT_EQ(ov_model_delete(nullptr), ov_error_usage);
+}
+
+TEST_F(ModelTest, UtilityModelsRefuseNonNumbers) {
+  ov_node_t utility = make("u", 0, ov_category_utility);
+  link(p1, utility);
+  ov_model_t model = model_of(utility, {});
+  ov_expression_t refused[] = {
+      make_expr(ov_op_normal, {ov_number_make_expression(0), ov_number_make_expression(1)}),
+      ov_boolean_make_expression(1),
+      ov_label_make_expression("x"),
+  };
+  for (ov_expression_t e : refused) {
+    EXPECT_EQ(ov_model_set_expression(model, 0, e), ov_error_invalid_expression);
+    EXPECT_EQ(e->references, 0);
+    ov_expression_delete(e);
+  }
+  // A node reference is judged at generation.
+  EXPECT_EQ(ov_model_set_expression(model, 0, ref(p1)), ov_error_none);
+  EXPECT_EQ(ov_model_set_expression(model, 0, ov_number_make_expression(-5)), ov_error_none);
+}
+
+TEST_F(ModelTest, ChangesMarkTheModelStale) {
+  ov_model_t model = model_of(child, {p1});
+  model->table_is_stale = 0;
+  EXPECT_EQ(ov_model_set_expression(model, 0, nullptr), ov_error_none);
+  EXPECT_EQ(model->table_is_stale, 1);
+
+  model->table_is_stale = 0;
+  EXPECT_EQ(ov_model_set_number_of_samples_per_interval(model, 25), ov_error_none); // same value still marks
+  EXPECT_EQ(model->table_is_stale, 1);
+  EXPECT_EQ(ov_model_set_number_of_samples_per_interval(model, 0), ov_error_usage);
+  EXPECT_EQ(ov_model_set_number_of_samples_per_interval(model, 7), ov_error_none);
+  EXPECT_EQ(ov_model_get_number_of_samples_per_interval(model), 7);
+  EXPECT_EQ(ov_model_get_number_of_samples_per_interval(nullptr), -1);
+
+  // A rejected expression changes nothing.
+  model->table_is_stale = 0;
+  ov_expression_t bad = ref(other);
+  EXPECT_EQ(ov_model_set_expression(model, 0, bad), ov_error_invalid_expression);
+  EXPECT_EQ(model->table_is_stale, 0);
+  ov_expression_delete(bad);
+
+  // Rippling from a parent whose meaning changes.
+  model->table_is_stale = 0;
+  EXPECT_EQ(ov_node_set_subtype(p1, ov_subtype_number), ov_error_none);
+  EXPECT_EQ(model->table_is_stale, 1);
+
+  int word = 0;
+  EXPECT_EQ(ov_model_set_user_data(model, &word), ov_error_none);
+  EXPECT_EQ(ov_model_get_user_data(model), &word);
+  EXPECT_EQ(ov_model_get_user_data(nullptr), nullptr);
+}
+
+TEST_F(ModelTest, ParsingInTheScopeOfAModel) {
+  ov_model_t model = model_of(child, {p1});
+  ov_expression_t e = ov_string_parse_expression("p1 * 2 + p2", model, nullptr, nullptr);
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(ov_model_set_expression(model, 1, e), ov_error_none);
+  EXPECT_EQ(ov_string_parse_expression("nobody", model, nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_syntax);
+}
+
+// ---------------------------------------------------------------- lifecycle
+
+TEST_F(ModelTest, DeletingTheOwnerDeletesTheModel) {
+  ov_model_t model = model_of(child, {p1});
+  ov_expression_t e = make_expr(ov_op_add, {ref(p1), ov_number_make_expression(1)});
+  EXPECT_EQ(ov_model_set_expression(model, 0, e), ov_error_none);
+  EXPECT_EQ(ov_model_set_expression(model, 1, e), ov_error_none);
+  EXPECT_EQ(ov_node_delete(child), ov_error_none); // no leak under the sanitizers
+}
+
+TEST_F(ModelTest, RemovingAParent) {
+  ov_model_t model = model_of(child, {p1});
+  ov_expression_t mentions = make_expr(ov_op_add, {ref(p2), ref(p1)});
+  ov_expression_t spares = make_expr(ov_op_multiply, {ref(p3), ref(p1)});
+  EXPECT_EQ(ov_model_set_expression(model, 0, mentions), ov_error_none);
+  EXPECT_EQ(ov_model_set_expression(model, 1, spares), ov_error_none);
+  model->table_is_stale = 0;
+  unlink(p2, child);
+  model_on_parent_removed(model, p2);
+  EXPECT_EQ(ov_model_get_expression(model, 0), nullptr);
+  EXPECT_EQ(ov_model_get_expression(model, 1), spares);
+  EXPECT_EQ(model->table_is_stale, 1);
+
+  // A model without its array is left alone.
+  ov_model_t fresh = ov_node_new_model(child, nullptr);
+  fresh->table_is_stale = 0;
+  unlink(p3, child);
+  model_on_parent_removed(fresh, p3);
+  EXPECT_EQ(fresh->expressions, nullptr);
+  EXPECT_EQ(fresh->table_is_stale, 0);
+
+  // A model node takes the whole model.
+  ov_model_t over_p1 = model_of(child, {p1});
+  EXPECT_EQ(ov_model_set_expression(over_p1, 1, ref(p1)), ov_error_none);
+  unlink(p1, child);
+  model_on_parent_removed(over_p1, p1);
+  EXPECT_EQ(ov_node_get_model(child), nullptr);
+  model_on_parent_removed(nullptr, p1);
+}
+
+TEST_F(ModelTest, SwitchingAParentRewritesListAndExpressions) {
+  ov_model_t model = model_of(child, {p1, p3});
+  ov_expression_t shared = make_expr(ov_op_if, {make_expr(ov_op_equals, {ref(p1), ref(p3)}), ref(p1), ref(p2)});
+  for (int slot = 0; slot < 4; ++slot) EXPECT_EQ(ov_model_set_expression(model, slot, shared), ov_error_none);
+  model->table_is_stale = 0;
+  unlink(p1, child);
+  link(other, child);
+  model_on_parent_switched(model, p1, other);
+  EXPECT_EQ(ov_model_get_nodes(model)[0], other);
+  EXPECT_EQ(ov_model_get_nodes(model)[1], p3);
+  EXPECT_FALSE(expression_mentions(shared, p1));
+  EXPECT_TRUE(expression_mentions(shared, other));
+  EXPECT_TRUE(expression_mentions(shared, p3));
+  EXPECT_EQ(model->table_is_stale, 0); // the switch itself marks nothing
+}
+
+TEST_F(ModelTest, StateCountChanges) {
+  ov_model_t model = model_of(child, {p1});
+  ov_expression_t e = ref(p2);
+  EXPECT_EQ(ov_model_set_expression(model, 1, e), ov_error_none);
+  model->table_is_stale = 0;
+
+  // A parent that is not a model node: the expressions stay.
+  p2->state_count = 5;
+  model_on_state_count_changed(model, p2);
+  EXPECT_EQ(ov_model_get_expression(model, 1), e);
+  EXPECT_EQ(model->table_is_stale, 1);
+
+  // A model node: the array goes and is remade with the new size.
+  model->table_is_stale = 0;
+  p1->state_count = 4;
+  model_on_state_count_changed(model, p1);
+  EXPECT_EQ(model->expressions, nullptr);
+  EXPECT_EQ(model->table_is_stale, 1);
+  EXPECT_EQ(ov_model_get_size(model), 4);
+  EXPECT_EQ(ov_model_get_expression(model, 1), nullptr);
+
+  // The model's own node.
+  model->table_is_stale = 0;
+  model_on_state_count_changed(model, child);
+  EXPECT_EQ(model->table_is_stale, 1);
+}
+
+TEST_F(ModelTest, ReversingAnEdgeDeletesTheModel) {
+  ov_model_t model = model_of(child, {p1});
+  EXPECT_EQ(ov_model_set_expression(model, 0, ref(p1)), ov_error_none);
+  model_on_edge_reversed(model);
+  EXPECT_EQ(ov_node_get_model(child), nullptr);
+}
+
+TEST_F(ModelTest, CopyingAModel) {
+  ov_model_t model = model_of(child, {p1});
+  ov_expression_t shared = make_expr(ov_op_add, {ref(p1), ref(p2)});
+  EXPECT_EQ(ov_model_set_expression(model, 0, shared), ov_error_none);
+  EXPECT_EQ(ov_model_set_expression(model, 1, shared), ov_error_none);
+  int word = 0;
+  ov_model_set_user_data(model, &word);
+  ov_model_set_number_of_samples_per_interval(model, 9);
+  model->table_is_stale = 0;
+
+  ov_node_t twin = make("twin", 2);
+  ModelPtr copy = model_copy(model, twin);
+  ASSERT_NE(copy, nullptr);
+  EXPECT_EQ(copy->node, twin);
+  EXPECT_EQ(copy->size, 2u);
+  EXPECT_EQ(copy->table_is_stale, 0);
+  EXPECT_EQ(copy->samples_per_interval, 9u);
+  EXPECT_EQ(copy->user_data, nullptr);
+  EXPECT_EQ(copy->nodes[0], p1);
+  EXPECT_NE(copy->nodes.data(), model->nodes.data());
+  // Each slot gets a clone of its own, held once.
+  EXPECT_NE(copy->expressions[0], shared);
+  EXPECT_NE(copy->expressions[0], copy->expressions[1]);
+  EXPECT_EQ(copy->expressions[0]->references, 1);
+  EXPECT_EQ(copy->expressions[1]->references, 1);
+  EXPECT_EQ(shared->references, 2);
+
+  // A model without an array copies without one.
+  ov_model_t bare = ov_node_new_model(child, nullptr);
+  ModelPtr bare_copy = model_copy(bare, twin);
+  ASSERT_NE(bare_copy, nullptr);
+  EXPECT_EQ(bare_copy->expressions, nullptr);
+}
+
+// ---------------------------------------------------------------- through graph editing
+
+class ModelGraphTest : public ::testing::Test {
+protected:
+  void SetUp() override { domain = ov_new_domain(); }
+  void TearDown() override { ov_domain_delete(domain); }
+  ov_node_t make(const char *name, ov_count_t states) {
+    ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+    ov_node_set_name(node, name);
+    EXPECT_EQ(ov_node_set_number_of_states(node, states), ov_error_none);
+    return node;
+  }
+  ov_expression_t parse(const char *text) {
+    ov_expression_t e = ov_domain_string_to_expression(domain, text, nullptr, nullptr);
+    EXPECT_NE(e, nullptr) << text;
+    return e;
+  }
+  ov_domain_t domain = nullptr;
+};
+
+TEST_F(ModelGraphTest, EditsReachTheModel) {
+  ov_node_t a = make("a", 2), b = make("b", 3), c = make("c", 2), child = make("child", 2);
+  for (ov_node_t parent : {a, b, c}) ASSERT_EQ(ov_node_add_parent(child, parent), ov_error_none);
+  ov_node_t model_nodes[] = {a, nullptr};
+  ov_model_t model = ov_node_new_model(child, model_nodes);
+  ASSERT_NE(model, nullptr);
+  ov_expression_t with_b = parse("Normal (b, 1)");
+  ov_expression_t with_c = parse("if (c == \"x\", 0.5, a)");
+  ASSERT_EQ(ov_model_set_expression(model, 0, with_b), ov_error_none);
+  ASSERT_EQ(ov_model_set_expression(model, 1, with_c), ov_error_none);
+
+  // A parent that expressions mention: their slots are cleared.
+  ASSERT_EQ(ov_node_remove_parent(child, b), ov_error_none);
+  EXPECT_EQ(ov_model_get_expression(model, 0), nullptr);
+  EXPECT_EQ(ov_model_get_expression(model, 1), with_c);
+
+  // A switch for an interchangeable node rewrites the references.
+  ov_node_t d = make("d", 2);
+  ASSERT_EQ(ov_node_switch_parent(child, c, d), ov_error_none);
+  EXPECT_TRUE(expression_mentions(with_c, d));
+  EXPECT_FALSE(expression_mentions(with_c, c));
+
+  // A new state count of a model node: the slots are made anew.
+  ASSERT_EQ(ov_node_set_number_of_states(a, 4), ov_error_none);
+  EXPECT_EQ(ov_model_get_size(model), 4);
+  EXPECT_EQ(ov_model_get_expression(model, 1), nullptr);
+
+  // Deleting a model node deletes the model.
+  ASSERT_EQ(ov_model_set_expression(model, 2, parse("a * 2")), ov_error_none);
+  ASSERT_EQ(ov_node_delete(a), ov_error_none);
+  EXPECT_EQ(ov_node_get_model(child), nullptr);
+
+  // Reversing an edge deletes the models at both ends.
+  ov_model_t again = ov_node_new_model(child, nullptr);
+  ASSERT_EQ(ov_model_set_expression(again, 0, parse("d")), ov_error_none);
+  ASSERT_EQ(ov_node_reverse_edge(d, child), ov_error_none);
+  EXPECT_EQ(ov_node_get_model(child), nullptr);
+}
+
+TEST_F(ModelGraphTest, DeletingAMentionedParentClearsItsSlots) {
+  ov_node_t a = make("a", 2), child = make("child", 2);
+  ASSERT_EQ(ov_node_add_parent(child, a), ov_error_none);
+  ov_model_t model = ov_node_new_model(child, nullptr);
+  ov_expression_t e = parse("Distribution (a, 1 - a)");
+  ASSERT_EQ(ov_model_set_expression(model, 0, e), ov_error_none);
+  ASSERT_EQ(ov_node_delete(a), ov_error_none);
+  EXPECT_EQ(ov_model_get_expression(model, 0), nullptr); // no reference to the deleted node remains
+  EXPECT_EQ(model->table_is_stale, 1);
+}
+
+} // namespace
+} // namespace orvel
