@@ -90,7 +90,7 @@ ov_status_t check_probability_potentials(Domain *domain) {
   for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it) {
     Node *node = it->get();
     if (node->category != ov_category_chance || !node->is_discrete()) continue;
-    if (node->model && node->model->table_stale) continue;
+    if (node->model && node->model->table_is_stale) continue;
     ov_status_t code = check_node_potential(domain, node);
     if (code == ov_error_invalid_probability_potential)
       remembered = code;
