@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds with warnings as errors and runs every
-# test; then builds again under AddressSanitizer and UndefinedBehaviorSanitizer
+# test; runs the fuzz targets for a bounded time; then builds again under AddressSanitizer and UndefinedBehaviorSanitizer
 # and runs every test there too.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,6 +10,9 @@ jobs=$(nproc)
 cmake -S . -B build-ci -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVEL_WERROR=ON
 cmake --build build-ci -j "$jobs"
 ctest --test-dir build-ci --output-on-failure -j "$jobs"
+
+# The fuzz targets run for a bounded time each (ORVEL_FUZZ_SECONDS, default 60).
+bash scripts/fuzz.sh "${ORVEL_FUZZ_SECONDS:-60}"
 
 cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug -DORVEL_WERROR=ON -DORVEL_SANITIZE=ON \
   -DORVEL_BUILD_BENCH=OFF
