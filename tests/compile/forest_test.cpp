@@ -285,15 +285,7 @@ TEST(ForestShape, ChainComponentPotentials) {
   Node *b = add_node(domain, "B", 2);
   add_arc(p, a);
   add_arc(q, b);
-  auto component = std::make_unique<ChainComponent>();
-  ChainComponent *k = component.get();
-  component->domain = domain;
-  component->members.push_back(a);
-  component->members.push_back(b);
-  Node *pair[] = {a, b, nullptr};
-  component->potentials.push_back(table_new(domain, pair, ov_table_kind_probability, role_plain, false, false));
-  a->chain_component = b->chain_component = k;
-  domain->chain_components.push_back(std::move(component));
+  ChainComponent *k = add_chain_component(domain, {a, b}, true);
   LogCapture log(domain);
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);

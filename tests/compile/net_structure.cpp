@@ -6,6 +6,8 @@
 #include <map>
 #include <stdexcept>
 
+#include "table/table.h"
+
 namespace orvel::test {
 
 namespace {
@@ -81,6 +83,23 @@ void add_arc_unchecked(Node *parent, Node *child) {
   domain_uncompile(child->home);
   node_list_insert_by_kind(child->parents, parent);
   parent->children.push_back(child);
+}
+
+ChainComponent *add_chain_component(Domain *domain, std::vector<Node *> members, bool with_potential) {
+  auto component = std::make_unique<ChainComponent>();
+  component->domain = domain;
+  for (Node *member : members) {
+    component->members.push_back(member);
+    member->chain_component = component.get();
+  }
+  if (with_potential) {
+    members.push_back(nullptr);
+    Table *potential = table_new(domain, members.data(), ov_table_kind_probability, role_plain, false, false);
+    if (potential == nullptr) throw std::runtime_error("cannot make a chain potential");
+    component->potentials.push_back(potential);
+  }
+  domain->chain_components.push_back(std::move(component));
+  return domain->chain_components.back().get();
 }
 
 ov_domain_t build_domain(const NetStructure &structure) {

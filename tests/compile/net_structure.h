@@ -27,6 +27,9 @@ void add_arc(Node *parent, Node *child);
 // An arc pushed into the parent and child lists without any check, so that
 // a test can build a cycle.
 void add_arc_unchecked(Node *parent, Node *child);
+// A chain component over `members`, with one chain potential over them
+// when `with_potential` is set.
+ChainComponent *add_chain_component(Domain *domain, std::vector<Node *> members, bool with_potential);
 // A domain with the nodes (in file order) and arcs of a structure.
 ov_domain_t build_domain(const NetStructure &structure);
 
