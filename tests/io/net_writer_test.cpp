@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "expr/model.h"
+#include "io/net_writer.h"
 #include "model/chain_component.h"
 #include "model/domain.h"
 #include "oo/class.h"
@@ -417,6 +418,50 @@ TEST_F(ClassGolden, EmptyCollectionAndBadFile) {
   EXPECT_EQ(ov_cc_save_as_net(cc, "/nonexistent-dir/c.net"), ov_error_io);
   EXPECT_EQ(ov_class_get_file_name(c), nullptr);
   EXPECT_EQ(ov_class_save_as_net(c, "/nonexistent-dir/c.net"), ov_error_io);
+}
+
+// A model in a class: its slots line up under the first one. G is made
+// after P, so it is written first.
+TEST_F(ClassGolden, ModelInAClass) {
+  ov_class_t gen = make_class("Gen");
+  ov_domain_t g = as_domain(gen);
+  ov_node_t p = named(g, "P"), child = named(g, "G");
+  set_states(child, {"g0", "g1"});
+  set_states(p, {"p0", "p1"});
+  ASSERT_EQ(ov_node_add_parent(child, p), ov_error_none);
+  ov_node_t model_nodes[] = {p, nullptr};
+  ov_model_t model = ov_node_new_model(child, model_nodes);
+  ASSERT_NE(model, nullptr);
+  ASSERT_EQ(
+      ov_model_set_expression(model, 0, ov_class_string_to_expression(gen, "Distribution(0.5, 0.5)", nullptr, nullptr)),
+      ov_error_none);
+  ASSERT_EQ(
+      ov_model_set_expression(model, 1, ov_class_string_to_expression(gen, "Distribution(0, 1)", nullptr, nullptr)),
+      ov_error_none);
+  const char *text = "class Gen\n{\n\tinputs = ();\n\toutputs = ();\n    node_size = (0 0);\n"
+                     "\n    node G\n    {\n\tstates = (\"g0\" \"g1\");\n\tsubtype = label;\n    }\n"
+                     "\n    node P\n    {\n\tstates = (\"p0\" \"p1\");\n    }\n"
+                     "\n    potential (G | P)\n    {\n\tmodel_nodes = (P);\n"
+                     "\tmodel_data  = ( Distribution (0.5, 0.5),\n\t\t\tDistribution (0, 1) );\n    }\n"
+                     "\n    potential (P) {}\n"
+                     "} % class Gen\n";
+  EXPECT_EQ(written(reinterpret_cast<ov_domain_t>(gen)), text);
+}
+
+TEST_F(ClassGolden, UnknownSubtypeAndFailingCollectionStream) {
+  ov_class_t c = make_class("C");
+  ov_node_t node = named(as_domain(c), "A");
+  node->subtype = static_cast<ov_subtype_t>(99);
+  std::FILE *sink = std::fopen("/dev/null", "w");
+  ASSERT_NE(sink, nullptr);
+  EXPECT_EQ(ov_domain_write_net(reinterpret_cast<ov_domain_t>(c), sink), ov_error_error);
+  std::fclose(sink);
+  node->subtype = ov_subtype_label;
+  std::FILE *input = std::fopen("/dev/null", "r");
+  ASSERT_NE(input, nullptr);
+  EXPECT_EQ(orvel::net_write_collection(cc, input), ov_error_io);
+  EXPECT_EQ(ov_error_code(), ov_error_io);
+  std::fclose(input);
 }
 
 } // namespace
