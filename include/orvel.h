@@ -776,6 +776,22 @@ OV_API ov_node_t ov_node_get_output(ov_node_t instance, ov_node_t output);
  * clones to the inputs and outputs of the same names. */
 OV_API ov_status_t ov_node_substitute_class(ov_node_t instance, ov_class_t cls);
 
+/* ------------------------------------------------------------------------
+ * NET files
+ * ------------------------------------------------------------------------ */
+
+/* writing */
+/* Writes a domain, or a class cast to ov_domain_t, as NET text to an open
+ * stream and flushes it; a domain's node names are made legal first. */
+OV_API ov_status_t ov_domain_write_net(ov_domain_t domain, FILE *stream);
+/* Writes a domain to a NET file; its file name becomes file_name. */
+OV_API ov_status_t ov_domain_save_as_net(ov_domain_t domain, ov_string_t file_name);
+/* Writes a class to a NET file; its file name becomes file_name. */
+OV_API ov_status_t ov_class_save_as_net(ov_class_t cls, ov_string_t file_name);
+/* Writes every class of a non-empty collection to one NET file, each after
+ * the classes it instantiates; their file names become file_name. */
+OV_API ov_status_t ov_cc_save_as_net(ov_class_collection_t collection, ov_string_t file_name);
+
 #ifdef __cplusplus
 }
 #endif

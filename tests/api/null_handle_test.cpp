@@ -227,6 +227,11 @@ const std::vector<Case> &cases() {
       CASE(ov_model_get_number_of_samples_per_interval, -1, nullptr),
       CASE(ov_model_set_user_data, 1, nullptr, &w),
       CASE(ov_model_get_user_data, nullptr, nullptr),
+      // NET files.
+      CASE(ov_domain_write_net, 1, nullptr, stderr),
+      CASE(ov_domain_save_as_net, 1, nullptr, "unused.net"),
+      CASE(ov_class_save_as_net, 1, nullptr, "unused.net"),
+      CASE(ov_cc_save_as_net, 1, nullptr, "unused.net"),
   };
   return all;
 }
