@@ -792,6 +792,25 @@ OV_API ov_status_t ov_class_save_as_net(ov_class_t cls, ov_string_t file_name);
  * the classes it instantiates; their file names become file_name. */
 OV_API ov_status_t ov_cc_save_as_net(ov_class_collection_t collection, ov_string_t file_name);
 
+/* reading */
+/* Reads a NET file (block or old node format) into a new domain that keeps
+ * the file name; NULL on failure, with messages given to the handler. */
+OV_API ov_domain_t ov_net_parse_domain(ov_string_t file_name, ov_parse_error_handler_t handler, void *data);
+/* Reads NET text from an open stream, which stays the caller's. */
+OV_API ov_domain_t ov_net_parse(FILE *file, ov_simple_error_handler_t handler);
+/* Reads NET text from a string; locations are byte offsets. */
+OV_API ov_domain_t ov_net_parse_from_string(ov_string_t text, ov_simple_error_handler_t handler);
+/* Reads the classes of a NET file into a collection; the loader is asked
+ * for classes that instances name; a failure removes the classes added. */
+OV_API ov_status_t ov_net_parse_classes(ov_string_t file_name, ov_class_collection_t collection,
+                                        ov_class_loader_t loader, ov_parse_error_handler_t handler, void *data);
+/* The nodes named in a file, NULL-terminated, owned by the caller (free). */
+OV_API ov_node_t *ov_domain_parse_nodes(ov_domain_t domain, ov_string_t file_name, ov_parse_error_handler_t handler,
+                                        void *data);
+/* The same for the nodes of a class. */
+OV_API ov_node_t *ov_class_parse_nodes(ov_class_t cls, ov_string_t file_name, ov_parse_error_handler_t handler,
+                                       void *data);
+
 #ifdef __cplusplus
 }
 #endif

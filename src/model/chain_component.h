@@ -1,10 +1,12 @@
 // Chain components: the undirected parts of a chain graph.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "model/forward.h"
 #include "model/node_list.h"
+#include "orvel.h"
 
 namespace orvel {
 
@@ -23,5 +25,14 @@ struct ChainComponent {
   KernelPlan *normalizer_plan = nullptr;     // from that clique to the normaliser
   std::vector<KernelPlan *> potential_plans; // from each potential's clique to it
 };
+
+// Adds a chain graph potential: `table` (of the domain, value kind 0, no
+// continuous nodes) whose last `child_count` nodes are the children, tied
+// together by undirected links; every other node of the table must be a
+// parent of each child. The children and the components they already belong
+// to merge into one new component, which takes the table. Errors: usage for
+// arguments that break these rules, cyclic_network if a directed path joins
+// two children of different components. Uncompiles the domain.
+ov_status_t domain_add_chain_potential(Domain *domain, Table *table, std::uint32_t child_count);
 
 } // namespace orvel

@@ -232,6 +232,12 @@ const std::vector<Case> &cases() {
       CASE(ov_domain_save_as_net, 1, nullptr, "unused.net"),
       CASE(ov_class_save_as_net, 1, nullptr, "unused.net"),
       CASE(ov_cc_save_as_net, 1, nullptr, "unused.net"),
+      CASE(ov_net_parse_domain, nullptr, nullptr, nullptr, nullptr),
+      CASE(ov_net_parse, nullptr, nullptr, nullptr),
+      CASE(ov_net_parse_from_string, nullptr, nullptr, nullptr),
+      CASE(ov_net_parse_classes, 1, nullptr, nullptr, nullptr, nullptr, nullptr),
+      CASE(ov_domain_parse_nodes, nullptr, nullptr, "nodes.txt", nullptr, nullptr),
+      CASE(ov_class_parse_nodes, nullptr, nullptr, "nodes.txt", nullptr, nullptr),
   };
   return all;
 }
