@@ -30,7 +30,8 @@ Domain *parse_domain_source(std::FILE *file, const char *string, ov_parse_error_
   TokenFunction tokens = format == 0 ? scan_data_token : scan_net_token;
   ov_status_t status;
   try {
-    auto parser = file != nullptr ? std::make_unique<NetParser>(file, tokens) : std::make_unique<NetParser>(string, tokens);
+    auto parser =
+        file != nullptr ? std::make_unique<NetParser>(file, tokens) : std::make_unique<NetParser>(string, tokens);
     parser->ctx.error_handler = handler;
     parser->ctx.handler_data = data;
     parser->ctx.domain = domain;
@@ -214,11 +215,9 @@ ov_node_t *ov_domain_parse_nodes(ov_domain_t domain, ov_string_t file_name, ov_p
   return guarded<ov_node_t *>(nullptr, [&] { return parse_node_file(domain, file_name, handler, data); });
 }
 
-ov_node_t *ov_class_parse_nodes(ov_class_t cls, ov_string_t file_name, ov_parse_error_handler_t handler,
-                                void *data) {
+ov_node_t *ov_class_parse_nodes(ov_class_t cls, ov_string_t file_name, ov_parse_error_handler_t handler, void *data) {
   if (check_usage(cls == nullptr || !as_domain(cls)->is_class() || file_name == nullptr)) return nullptr;
-  return guarded<ov_node_t *>(nullptr,
-                              [&] { return parse_node_file(as_domain(cls), file_name, handler, data); });
+  return guarded<ov_node_t *>(nullptr, [&] { return parse_node_file(as_domain(cls), file_name, handler, data); });
 }
 
 } // extern "C"

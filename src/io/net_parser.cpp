@@ -603,8 +603,7 @@ ov_status_t old_header(NetParser &p) {
   Domain *domain = p.scope;
   int token = net_next(p);
   if (token != tok_name) return net_unexpected(p, token, "name expected");
-  if (attribute_set(domain->attributes, "name", p.ctx.text_or_empty(), false) != ov_error_none)
-    return net_api_error(p);
+  if (attribute_set(domain->attributes, "name", p.ctx.text_or_empty(), false) != ov_error_none) return net_api_error(p);
   token = net_next(p);
   if (token != tok_string) return net_unexpected(p, token, "string expected");
   if (*p.ctx.text_or_empty() != 0 &&

@@ -330,8 +330,7 @@ ov_status_t read_flat_table(NetParser &p, Table *table) {
   }
   if (net_expect(p, '(') != ov_error_none) return ov_error_code();
   for (Size i = 0; i < table->size; ++i)
-    if (read_normal(p, table, table->cg_data.get() + static_cast<std::size_t>(i) * table->cg_stride) !=
-        ov_error_none)
+    if (read_normal(p, table, table->cg_data.get() + static_cast<std::size_t>(i) * table->cg_stride) != ov_error_none)
       return ov_error_code();
   return net_expect(p, ')');
 }

@@ -1,0 +1,551 @@
+// The NET parser: the shared networks against an independent reader, golden
+// files with their exact messages, lines and codes, the items of potential
+// blocks, classes, node-list files and hostile input.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "expr/model.h"
+#include "model/chain_component.h"
+#include "model/domain.h"
+#include "oo/class.h"
+#include "orvel.h"
+#include "table/table.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Messages {
+  std::vector<std::string> lines; // "location: message"
+};
+
+void collect(std::uint32_t location, ov_string_t message, void *data) {
+  static_cast<Messages *>(data)->lines.push_back(std::to_string(location) + ": " + message);
+}
+
+std::string read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+std::string temp_file(const std::string &name, const std::string &text) {
+  std::string path = (fs::temp_directory_path() / ("orvel_net_" + name)).string();
+  std::ofstream(path, std::ios::binary) << text;
+  return path;
+}
+
+ov_node_t node(ov_domain_t d, const char *name) { return ov_domain_get_node_by_name(d, name); }
+
+std::vector<float> table_values(ov_node_t n) {
+  ov_table_t t = ov_node_get_table(n);
+  ov_number_t *data = ov_table_get_data(t);
+  return std::vector<float>(data, data + ov_table_get_size(t));
+}
+
+// ---------------------------------------------------------------- shared networks
+
+// An independent reading of a block-format file: node names and state
+// counts, and per potential the child, its parents and every number of its
+// data item in file order.
+struct Reference {
+  std::map<std::string, std::size_t> states;
+  std::vector<std::string> order;
+  struct Potential {
+    std::string child;
+    std::vector<std::string> parents;
+    std::vector<double> data;
+  };
+  std::vector<Potential> potentials;
+};
+
+// A plain tokeniser: strings, words (names and numbers) and single
+// punctuation characters; comments are dropped.
+std::vector<std::string> simple_tokens(const std::string &text) {
+  std::vector<std::string> tokens;
+  std::size_t i = 0;
+  while (i < text.size()) {
+    char c = text[i];
+    if (std::isspace(static_cast<unsigned char>(c))) {
+      ++i;
+    } else if (c == '%') {
+      while (i < text.size() && text[i] != '\n') ++i;
+    } else if (c == '"') {
+      std::size_t j = text.find('"', i + 1);
+      tokens.push_back(text.substr(i, j + 1 - i));
+      i = j + 1;
+    } else if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.' || c == '-' || c == '+') {
+      std::size_t j = i;
+      while (j < text.size() && (std::isalnum(static_cast<unsigned char>(text[j])) || text[j] == '_' ||
+                                 text[j] == '.' || text[j] == '-' || text[j] == '+'))
+        ++j;
+      tokens.push_back(text.substr(i, j - i));
+      i = j;
+    } else {
+      tokens.push_back(std::string(1, c));
+      ++i;
+    }
+  }
+  return tokens;
+}
+
+Reference read_reference(const std::string &text) {
+  Reference r;
+  std::vector<std::string> t = simple_tokens(text);
+  for (std::size_t i = 0; i + 1 < t.size(); ++i) {
+    if (t[i] == "node" && t[i + 2] == "{") {
+      std::size_t count = 1;
+      std::size_t j = i + 3;
+      for (; t[j] != "}"; ++j)
+        if (t[j] == "states") {
+          count = 0;
+          for (j += 3; t[j] != ")"; ++j) ++count;
+        }
+      r.states[t[i + 1]] = count;
+      r.order.push_back(t[i + 1]);
+      i = j;
+    } else if (t[i] == "potential" && t[i + 1] == "(") {
+      Reference::Potential p;
+      p.child = t[i + 2];
+      std::size_t j = i + 3;
+      if (t[j] == "|")
+        for (++j; t[j] != ")"; ++j) p.parents.push_back(t[j]);
+      for (; t[j] != "}"; ++j)
+        if (t[j] == "data")
+          for (j += 2; t[j] != ";"; ++j)
+            if (t[j] != "(" && t[j] != ")") p.data.push_back(std::strtod(t[j].c_str(), nullptr));
+      r.potentials.push_back(std::move(p));
+      i = j;
+    }
+  }
+  return r;
+}
+
+TEST(NetParserNetworks, EveryNetworkMatchesAnIndependentReading) {
+  std::vector<std::string> files;
+  for (const auto &entry : fs::directory_iterator(ORVEL_SHARED_DIR "/networks"))
+    if (entry.path().extension() == ".net") files.push_back(entry.path().string());
+  ASSERT_GE(files.size(), 15u);
+  for (const std::string &file : files) {
+    SCOPED_TRACE(file);
+    Messages messages;
+    ov_domain_t d = ov_net_parse_domain(file.c_str(), collect, &messages);
+    ASSERT_NE(d, nullptr) << (messages.lines.empty() ? "" : messages.lines[0]);
+    EXPECT_TRUE(messages.lines.empty());
+    EXPECT_STREQ(ov_domain_get_file_name(d), file.c_str());
+    Reference ref = read_reference(read_file(file));
+    // Nodes in file order.
+    std::vector<std::string> names;
+    for (ov_node_t n = ov_domain_get_first_node(d); n != nullptr; n = ov_node_get_next(n))
+      names.push_back(ov_node_get_name(n));
+    EXPECT_EQ(names, ref.order);
+    for (const auto &[name, count] : ref.states)
+      EXPECT_EQ(ov_node_get_number_of_states(node(d, name.c_str())), static_cast<ov_count_t>(count)) << name;
+    ASSERT_EQ(ref.potentials.size(), ref.order.size());
+    for (const auto &p : ref.potentials) {
+      ov_node_t child = node(d, p.child.c_str());
+      ASSERT_NE(child, nullptr);
+      std::vector<std::string> parents;
+      for (ov_node_t *q = ov_node_get_parents(child); *q != nullptr; ++q) parents.push_back(ov_node_get_name(*q));
+      EXPECT_EQ(parents, p.parents) << p.child;
+      std::vector<float> values = table_values(child);
+      ASSERT_EQ(values.size(), p.data.size()) << p.child;
+      for (std::size_t i = 0; i < values.size(); ++i)
+        ASSERT_EQ(values[i], static_cast<float>(p.data[i])) << p.child << " cell " << i;
+    }
+    ov_domain_delete(d);
+  }
+}
+
+// ---------------------------------------------------------------- golden files
+
+// Each file of tests/data/net/ holds its expectations as comments: "%! code
+// <name>" and one "%! <line>: <message>" per message, in order.
+TEST(NetParserGolden, MessagesLinesAndCodes) {
+  std::vector<fs::path> files;
+  for (const auto &entry : fs::directory_iterator(ORVEL_TEST_DATA "/net"))
+    if (entry.path().extension() == ".net") files.push_back(entry.path());
+  ASSERT_GE(files.size(), 60u);
+  for (const fs::path &file : files) {
+    SCOPED_TRACE(file.filename().string());
+    std::istringstream text(read_file(file.string()));
+    std::string line, code;
+    std::vector<std::string> expected;
+    while (std::getline(text, line) && line.rfind("%! ", 0) == 0) {
+      if (line.rfind("%! code ", 0) == 0)
+        code = line.substr(8);
+      else
+        expected.push_back(line.substr(3));
+    }
+    Messages messages;
+    ov_domain_t d = ov_net_parse_domain(file.string().c_str(), collect, &messages);
+    EXPECT_EQ(ov_error_name(ov_error_code()), code);
+    EXPECT_EQ(d != nullptr, code == "none");
+    EXPECT_EQ(messages.lines, expected);
+    if (d != nullptr) ov_domain_delete(d);
+  }
+}
+
+// ---------------------------------------------------------------- items
+
+TEST(NetParserItems, NodeItemsAndAttributesInFileOrder) {
+  const char *text = "net { node_size = (80.4 39.6); first = \"1\"; second = \"2\"; }\n"
+                     "node A { label = \"The A\"; position = (-10.7 20.2); states = (\"lo\" \"hi\");\n"
+                     "  subtype = interval; state_values = (-infinity 0 +infinity); x = \"a\"; y = \"b\"; }\n"
+                     "node B { subtype = number; states = (\"1\" \"2\"); state_values = (1 -2.5); }\n"
+                     "node C { subtype = boolean; states = (\"no\" \"yes\"); }\n"
+                     "decision D { states = (\"go\"); }\nutility U {}\n"
+                     "discrete node E {} discrete decision F {}\n";
+  ov_domain_t d = ov_net_parse_from_string(text, nullptr);
+  ASSERT_NE(d, nullptr) << ov_error_code();
+  int w, h;
+  ov_domain_get_node_size(d, &w, &h);
+  EXPECT_EQ(w, 80);
+  EXPECT_EQ(h, 40);
+  ov_attribute_t a = ov_domain_get_first_attribute(d);
+  ASSERT_NE(a, nullptr);
+  EXPECT_STREQ(ov_attribute_get_key(a), "first");
+  EXPECT_STREQ(ov_attribute_get_key(ov_attribute_get_next(a)), "second");
+  ov_node_t A = node(d, "A");
+  EXPECT_STREQ(ov_node_get_label(A), "The A");
+  int x, y;
+  ov_node_get_position(A, &x, &y);
+  EXPECT_EQ(x, -10);
+  EXPECT_EQ(y, 20);
+  EXPECT_EQ(ov_node_get_subtype(A), ov_subtype_interval);
+  EXPECT_EQ(ov_node_get_state_value(A, 0), -1.7976931348623157e308);
+  EXPECT_EQ(ov_node_get_state_value(A, 2), 1.7976931348623157e308);
+  EXPECT_STREQ(ov_node_get_state_label(A, 1), "hi");
+  EXPECT_STREQ(ov_attribute_get_key(ov_node_get_first_attribute(A)), "x");
+  EXPECT_EQ(ov_node_get_state_value(node(d, "B"), 1), -2.5);
+  EXPECT_EQ(ov_node_get_subtype(node(d, "C")), ov_subtype_boolean);
+  EXPECT_EQ(ov_node_get_category(node(d, "D")), ov_category_decision);
+  EXPECT_EQ(ov_node_get_category(node(d, "U")), ov_category_utility);
+  EXPECT_EQ(ov_node_get_category(node(d, "F")), ov_category_decision);
+  // File order in the list; number 1 is the node made last.
+  EXPECT_EQ(ov_domain_get_first_node(d), A);
+  EXPECT_EQ(node(d, "F")->number, 1u);
+  ov_domain_delete(d);
+}
+
+TEST(NetParserItems, NestedAndFlatFormsGiveTheSameTable) {
+  const char *head = "node A { states = (\"a\" \"b\"); } node B { states = (\"a\" \"b\"); }\n"
+                     "node C { states = (\"a\" \"b\" \"c\"); }\n";
+  std::string nested = std::string(head) + "potential (C | A B) { data = (((1 2 3) (4 5 6)) ((7 8 9) (10 11 12))); }\n";
+  std::string flat = std::string(head) + "potential (C | A B) { data = (1 2 3 4 5 6 7 8 9 10 11 12); }\n";
+  ov_domain_t d1 = ov_net_parse_from_string(nested.c_str(), nullptr);
+  ov_domain_t d2 = ov_net_parse_from_string(flat.c_str(), nullptr);
+  ASSERT_NE(d1, nullptr);
+  ASSERT_NE(d2, nullptr);
+  std::vector<float> expected{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+  EXPECT_EQ(table_values(node(d1, "C")), expected);
+  EXPECT_EQ(table_values(node(d2, "C")), expected);
+  ov_domain_delete(d1);
+  ov_domain_delete(d2);
+}
+
+TEST(NetParserItems, ConditionalGaussianTables) {
+  const char *text = "node A { states = (\"a\" \"b\"); }\ncontinuous node X {}\ncontinuous node C {}\n"
+                     "potential (A) { data = (0.5 0.5); }\npotential (X) { data = normal(0, 1); }\n"
+                     "potential (C | A X) { data = ( normal(1 + 2 * X - X, 1) normal(-X - 3 + 0.5 * X, 4) ); }\n";
+  ov_domain_t d = ov_net_parse_from_string(text, nullptr);
+  ASSERT_NE(d, nullptr) << ov_error_code();
+  ov_node_t C = node(d, "C"), X = node(d, "X");
+  // The child stands between the discrete and the continuous parents.
+  ov_node_t *nodes = ov_table_get_nodes(ov_node_get_table(C));
+  EXPECT_EQ(nodes[0], node(d, "A"));
+  EXPECT_EQ(nodes[1], C);
+  EXPECT_EQ(nodes[2], X);
+  EXPECT_EQ(ov_node_get_alpha(C, 0), 1.0);
+  EXPECT_EQ(ov_node_get_beta(C, X, 0), 1.0);
+  EXPECT_EQ(ov_node_get_gamma(C, 0), 1.0);
+  EXPECT_EQ(ov_node_get_alpha(C, 1), -3.0);
+  EXPECT_EQ(ov_node_get_beta(C, X, 1), -0.5);
+  EXPECT_EQ(ov_node_get_gamma(C, 1), 4.0);
+  EXPECT_EQ(ov_node_get_gamma(X, 0), 1.0);
+  ov_domain_delete(d);
+}
+
+TEST(NetParserItems, DecisionsUtilitiesModelsAndLearningTables) {
+  const char *text = "node A { states = (\"a\" \"b\"); }\ndecision D { states = (\"x\" \"y\"); }\nutility U {}\n"
+                     "node B { states = (\"p\" \"q\"); }\n"
+                     "potential (A) { data = (0.5 0.5); }\npotential (D | A) {}\n"
+                     "potential (U | D) { data = (-1 2); }\n"
+                     "potential (B | A) { model_nodes = (A); samples_per_interval = 7;\n"
+                     "  model_data = ( Distribution(0.1, 0.9), ); data = ((0.1 0.9) (0.5 0.5));\n"
+                     "  experience = (3 4); fading = (1 0.5); }\n";
+  ov_domain_t d = ov_net_parse_from_string(text, nullptr);
+  ASSERT_NE(d, nullptr) << ov_error_code();
+  ov_node_t D = node(d, "D"), U = node(d, "U"), B = node(d, "B");
+  EXPECT_EQ(ov_node_get_parents(D)[0], node(d, "A"));
+  EXPECT_EQ(ov_node_get_table(D), nullptr);
+  EXPECT_EQ(table_values(U), (std::vector<float>{-1, 2}));
+  ov_model_t model = ov_node_get_model(B);
+  ASSERT_NE(model, nullptr);
+  EXPECT_EQ(ov_model_get_number_of_samples_per_interval(model), 7);
+  EXPECT_NE(ov_model_get_expression(model, 0), nullptr);
+  EXPECT_EQ(ov_model_get_expression(model, 1), nullptr);
+  EXPECT_EQ(model->table_is_stale, 0);
+  ASSERT_NE(B->experience_table, nullptr);
+  EXPECT_EQ(B->experience_table->data[1], 4.0f);
+  EXPECT_EQ(B->fading_table->data[1], 0.5f);
+  ov_domain_delete(d);
+}
+
+TEST(NetParserItems, ChainGraphPotentialsMergeComponents) {
+  const char *text = "node A { states = (\"a\" \"b\"); } node B { states = (\"a\" \"b\"); }\n"
+                     "node C { states = (\"a\" \"b\"); } node E { states = (\"a\" \"b\"); }\n"
+                     "potential (A) { data = (0.5 0.5); }\n"
+                     "potential (B C | A) { data = (((1 2) (3 4)) ((5 6) (7 8))); }\n"
+                     "potential (C E) { data = (1 2 3 4); }\n";
+  ov_domain_t d = ov_net_parse_from_string(text, nullptr);
+  ASSERT_NE(d, nullptr) << ov_error_code();
+  ASSERT_EQ(d->chain_components.size(), 1u);
+  orvel::ChainComponent *component = d->chain_components[0].get();
+  EXPECT_EQ(component->members.size(), 3u);
+  EXPECT_EQ(component->potentials.size(), 2u);
+  for (const char *name : {"B", "C", "E"}) EXPECT_EQ(node(d, name)->chain_component, component) << name;
+  EXPECT_EQ(node(d, "A")->chain_component, nullptr);
+  EXPECT_EQ(component->potentials[0]->data[7], 8.0f);
+  EXPECT_EQ(node(d, "B")->table, nullptr);
+  ov_domain_delete(d);
+}
+
+TEST(NetParserItems, ParentOrderFollowsThePotential) {
+  const char *text = "node A {} node B {} node C {}\npotential (C | B A) {}\n";
+  ov_domain_t d = ov_net_parse_from_string(text, nullptr);
+  ASSERT_NE(d, nullptr);
+  ov_node_t *parents = ov_node_get_parents(node(d, "C"));
+  EXPECT_EQ(parents[0], node(d, "B"));
+  EXPECT_EQ(parents[1], node(d, "A"));
+  ov_domain_delete(d);
+}
+
+TEST(NetParserItems, OldNodeFormat) {
+  const char *text = "dom \"Label\" 10 20 2\nlung \"Lung\" 1 2 (\"yes\" \"no\") smoke\n ((0.1 0.9) (0.01 0.99))\n"
+                     "smoke \"Smoke\" -1.5 3 (\"yes\" \"no\") (0.5 0.5)\n";
+  ov_domain_t d = ov_net_parse_from_string(text, nullptr);
+  ASSERT_NE(d, nullptr) << ov_error_code();
+  EXPECT_STREQ(ov_domain_get_attribute(d, "name"), "dom");
+  EXPECT_STREQ(ov_domain_get_attribute(d, "label"), "Label");
+  int w, h;
+  ov_domain_get_node_size(d, &w, &h);
+  EXPECT_EQ(w, 20);
+  EXPECT_EQ(h, 40);
+  ov_node_t lung = node(d, "lung"), smoke = node(d, "smoke");
+  EXPECT_EQ(ov_node_get_number_of_states(smoke), 2);
+  EXPECT_EQ(ov_node_get_parents(lung)[0], smoke);
+  EXPECT_EQ(table_values(lung), (std::vector<float>{0.1f, 0.9f, 0.01f, 0.99f}));
+  int x, y;
+  ov_node_get_position(smoke, &x, &y);
+  EXPECT_EQ(x, -2); // -1.5 * 2 + 0.5, truncated
+  EXPECT_EQ(y, 6);
+  EXPECT_EQ(ov_domain_get_first_node(d), lung);
+  ov_domain_delete(d);
+}
+
+TEST(NetParserItems, StringLocationsAreByteCounts) {
+  static std::vector<std::pair<std::uint32_t, std::string>> seen;
+  seen.clear();
+  auto handler = [](std::uint32_t location, ov_string_t message) { seen.emplace_back(location, message); };
+  EXPECT_EQ(ov_net_parse_from_string("node A {}\nnode A {}", handler), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_twice);
+  ASSERT_EQ(seen.size(), 1u);
+  EXPECT_EQ(seen[0].first, 16u);
+  EXPECT_EQ(seen[0].second, "a node with name `A' already exists");
+}
+
+TEST(NetParserItems, StreamsStayTheCallers) {
+  std::string path = temp_file("stream.net", "node A {}\n");
+  std::FILE *file = std::fopen(path.c_str(), "r");
+  ov_domain_t d = ov_net_parse(file, nullptr);
+  ASSERT_NE(d, nullptr);
+  EXPECT_EQ(ov_domain_get_file_name(d), nullptr);
+  EXPECT_EQ(std::fclose(file), 0);
+  ov_domain_delete(d);
+  EXPECT_EQ(ov_net_parse_domain("/nonexistent/file.net", nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_io);
+}
+
+// ---------------------------------------------------------------- classes
+
+struct LoaderLog {
+  std::vector<std::string> asked;
+  std::string directory;
+};
+
+void loader(ov_string_t name, ov_class_collection_t collection, void *data) {
+  auto *log = static_cast<LoaderLog *>(data);
+  log->asked.push_back(name);
+  std::string path = log->directory + "/orvel_net_" + name + ".net";
+  ov_net_parse_classes(path.c_str(), collection, loader, nullptr, data);
+}
+
+TEST(NetParserClasses, InstancesBindingsAndLoader) {
+  temp_file("Inner.net", "class Inner {\n inputs = (i);\n outputs = (o);\n node i { states = (\"a\" \"b\"); }\n"
+                         " node o { states = (\"a\" \"b\"); }\n potential (i) {}\n potential (o | i) {}\n}\n");
+  std::string outer = temp_file("Outer.net", "class Outer {\n node s { states = (\"a\" \"b\"); }\n"
+                                             " instance m : Inner (i = s; r = o) { label = \"inst\"; }\n"
+                                             " node t { states = (\"a\" \"b\"); }\n potential (t | m.o) {}\n"
+                                             " outputs = (t);\n}\n");
+  ov_class_collection_t cc = ov_new_class_collection();
+  LoaderLog log{{}, fs::temp_directory_path().string()};
+  ASSERT_EQ(ov_net_parse_classes(outer.c_str(), cc, loader, nullptr, &log), ov_error_none);
+  EXPECT_EQ(log.asked, std::vector<std::string>{"Inner"});
+  ov_class_t inner = ov_cc_get_class_by_name(cc, "Inner");
+  ov_class_t outer_class = ov_cc_get_class_by_name(cc, "Outer");
+  ASSERT_NE(inner, nullptr);
+  ASSERT_NE(outer_class, nullptr);
+  ov_node_t m = ov_class_get_node_by_name(outer_class, "m");
+  ov_node_t s = ov_class_get_node_by_name(outer_class, "s");
+  ov_node_t i = ov_class_get_node_by_name(inner, "i");
+  EXPECT_EQ(ov_node_get_input(m, i), s);
+  ov_node_t r = ov_class_get_node_by_name(outer_class, "r");
+  ASSERT_NE(r, nullptr);
+  EXPECT_EQ(ov_node_get_parents(ov_class_get_node_by_name(outer_class, "t"))[0], r);
+  EXPECT_STREQ(ov_node_get_label(m), "inst");
+  EXPECT_EQ(ov_class_get_outputs(outer_class)[0], ov_class_get_node_by_name(outer_class, "t"));
+  EXPECT_STREQ(ov_class_get_file_name(outer_class), outer.c_str());
+  ov_cc_delete(cc);
+}
+
+TEST(NetParserClasses, FailureRemovesTheAddedClasses) {
+  std::string path = temp_file("Bad.net", "class Good { node a {} }\nclass Bad {\n node x {}\n"
+                                          " instance g : Good () {}\n inputs = (nothere);\n}\n");
+  ov_class_collection_t cc = ov_new_class_collection();
+  ASSERT_NE(ov_cc_new_class(cc), nullptr);
+  Messages messages;
+  EXPECT_EQ(ov_net_parse_classes(path.c_str(), cc, nullptr, collect, &messages), ov_error_parse);
+  EXPECT_EQ(messages.lines, std::vector<std::string>{"5: class `Bad' has no node named `nothere'"});
+  ov_class_t *members = ov_cc_get_members(cc);
+  EXPECT_NE(members[0], nullptr);
+  EXPECT_EQ(members[1], nullptr);
+  ov_cc_delete(cc);
+}
+
+TEST(NetParserClasses, ClassErrors) {
+  struct Case {
+    const char *text;
+    ov_error_t code;
+    const char *message;
+  } cases[] = {
+      {"node A {}", ov_error_parse, "1: expected `class' keyword"},
+      {"class 3 {}", ov_error_parse, "1: class name expected"},
+      {"class A {}\nclass A {}", ov_error_twice, "2: a class with name `A' already exists"},
+      {"class A {\n class B {} }", ov_error_parse, "2: nested classes are not permitted"},
+      {"class A { instance i : Missing () {} }", ov_error_parse, "1: loading class `Missing' failed"},
+      {"class A { instance i : A () {} }", ov_error_cyclic_instance_hierarchy,
+       "1: adding class instance `i' creates a cycle in the instance hierarchy"},
+      {"class A { inputs = (a); inputs = (b); }", ov_error_parse, "1: attribute `inputs' defined twice"},
+      {"class A { node a {} node b {}\n potential (a b) {} }", ov_error_parse,
+       "2: undirected links are not allowed in classes"},
+      {"class A { node a {} outputs = (a a); }", ov_error_parse, "1: node `a' specified as output twice"},
+      {"class A { node a {} inputs = (a); outputs = (a); }", ov_error_parse,
+       "1: node `a' is specified both as input and as output"},
+      {"class B { node o {} outputs = (o); }\nclass A { instance i : B (; r = x) {} }", ov_error_parse,
+       "2: class `B' does not have a node named `x'"},
+      {"class B { node o {} }\nclass A { instance i : B (; r = o) {} }", ov_error_parse,
+       "2: node `o' is not an output node in class `B'"},
+      {"class B { node o {} }\nclass A { node s {}\n instance i : B (o = s) {} }", ov_error_parse,
+       "3: node `o' is not an input parameter of class `B'"},
+      {"class B { node o {} inputs = (o); }\nclass A { node s {}\n instance i : B (o = s, o = s) {} }", ov_error_parse,
+       "3: input for node `o' has been specified twice"},
+      {"class B { node o {} inputs = (o); }\nclass A { instance i : B (;) {} }", ov_error_parse,
+       "2: name or `)' expected"},
+      {"class B { node o {} inputs = (o); }\nclass A { instance i : B (o = s s) {} }", ov_error_parse,
+       "2: `,', `;', or `)' expected"},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.text);
+    std::string path = temp_file("classes.net", c.text);
+    ov_class_collection_t cc = ov_new_class_collection();
+    Messages messages;
+    EXPECT_EQ(ov_net_parse_classes(path.c_str(), cc, nullptr, collect, &messages), c.code);
+    ASSERT_FALSE(messages.lines.empty());
+    EXPECT_EQ(messages.lines[0], c.message);
+    EXPECT_EQ(ov_cc_get_members(cc)[0], nullptr);
+    ov_cc_delete(cc);
+  }
+}
+
+// ---------------------------------------------------------------- node lists
+
+TEST(NetParserNodeLists, NamesInFileOrder) {
+  ov_domain_t d = ov_net_parse_from_string("node A {} node B {}", nullptr);
+  ASSERT_NE(d, nullptr);
+  std::string path = temp_file("nodes.txt", "B A\n% comment\nB\n");
+  ov_node_t *list = ov_domain_parse_nodes(d, path.c_str(), nullptr, nullptr);
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(list[0], node(d, "B"));
+  EXPECT_EQ(list[1], node(d, "A"));
+  EXPECT_EQ(list[2], node(d, "B"));
+  EXPECT_EQ(list[3], nullptr);
+  std::free(list);
+  Messages messages;
+  path = temp_file("nodes.txt", "A\nZ\n");
+  EXPECT_EQ(ov_domain_parse_nodes(d, path.c_str(), collect, &messages), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_parse);
+  EXPECT_EQ(messages.lines, std::vector<std::string>{"2: node `Z' not found"});
+  path = temp_file("nodes.txt", "A 3\n");
+  messages.lines.clear();
+  EXPECT_EQ(ov_domain_parse_nodes(d, path.c_str(), collect, &messages), nullptr);
+  EXPECT_EQ(messages.lines, std::vector<std::string>{"1: node name expected"});
+  // A domain is no class.
+  EXPECT_EQ(ov_class_parse_nodes(reinterpret_cast<ov_class_t>(d), path.c_str(), nullptr, nullptr), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  ov_domain_delete(d);
+}
+
+// ---------------------------------------------------------------- hostile input
+
+TEST(NetParserHostile, BadInputFailsCleanly) {
+  std::string long_name(100000, 'n');
+  std::string deep(200000, '(');
+  std::string garbage;
+  for (int i = 0; i < 4096; ++i) garbage.push_back(static_cast<char>((i * 7919 + 13) % 255 + 1));
+  const std::string asia = read_file(ORVEL_SHARED_DIR "/networks/asia.net");
+  const std::vector<std::string> inputs = {
+      asia.substr(0, asia.size() / 2),
+      asia.substr(0, asia.size() - 3),
+      garbage,
+      "node " + long_name + " {}\nnode " + long_name + " {}\n",
+      "node A { states = (\"a\" \"b\"); }\npotential (A) { data = " + deep + "; }\n",
+      "node A { position = (1e308 -1e308); } node B { position = (nan inf); }\n"
+      "potential (A) { data = (1e400); }\n",
+      "net { node_size = (1e300 1e300); }\nnode A { states = (\"" + long_name + "\"); }\n",
+      "node A { states = (\"a\" \"b\"); }\nnode B { states = (\"a\" \"b\"); }\npotential (B | A) { data = " + deep +
+          "; }\n",
+  };
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    SCOPED_TRACE(i);
+    Messages messages;
+    std::string path = temp_file("hostile.net", inputs[i]);
+    ov_domain_t d = ov_net_parse_domain(path.c_str(), collect, &messages);
+    if (d == nullptr) {
+      EXPECT_NE(ov_error_code(), ov_error_none);
+      ASSERT_FALSE(messages.lines.empty());
+      for (const std::string &m : messages.lines) EXPECT_LT(m.size(), 600u);
+    } else {
+      ov_domain_delete(d);
+    }
+  }
+  // The truncated and deep inputs must fail.
+  Messages messages;
+  ov_domain_t d = ov_net_parse_from_string(inputs[4].c_str(), nullptr);
+  EXPECT_EQ(d, nullptr);
+  d = ov_net_parse_from_string(inputs[1].c_str(), nullptr);
+  EXPECT_EQ(d, nullptr);
+}
+
+} // namespace
