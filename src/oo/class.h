@@ -102,9 +102,4 @@ Node *instance_input(const Node *instance, std::uint32_t position) noexcept;
 // the binding array grows to the number of inputs on first need.
 void instance_bind_input(Node *instance, std::uint32_t position, Node *actual);
 
-// Whether two nodes can stand for each other: the same category and kind,
-// and for discrete nodes the same number of states, the same subtype, and
-// the same labels (label nodes) or values (numbered and interval nodes).
-bool nodes_are_compatible(const Node *a, const Node *b) noexcept;
-
 } // namespace orvel

@@ -4,33 +4,11 @@
 
 #include "api/error.h"
 #include "model/domain.h"
+#include "model/graph.h"
 #include "model/node.h"
 #include "oo/class.h"
 
 namespace orvel {
-
-// ---------------------------------------------------------------- compatibility
-
-bool nodes_are_compatible(const Node *a, const Node *b) noexcept {
-  if (a->category != b->category || a->kind != b->kind) return false;
-  if (!a->is_discrete()) return true;
-  if (a->state_count != b->state_count || a->subtype != b->subtype) return false;
-  switch (a->subtype) {
-  case ov_subtype_label:
-    for (std::uint32_t i = 0; i < a->state_count; ++i)
-      if (std::strcmp(state_label(a, i), state_label(b, i)) != 0) return false;
-    return true;
-  case ov_subtype_number:
-  case ov_subtype_interval: {
-    // An interval node has one bound more than states.
-    std::uint32_t last = a->subtype == ov_subtype_interval ? a->state_count : a->state_count - 1;
-    for (std::uint32_t i = 0; i <= last; ++i)
-      if (state_value(a, i) != state_value(b, i)) return false;
-    return true;
-  }
-  default: return true;
-  }
-}
 
 // ---------------------------------------------------------------- cycle test
 
@@ -264,7 +242,7 @@ ov_status_t node_substitute_class(Node *instance, Domain *cls) {
   for (std::uint32_t i = 0; i < old_outputs.size(); ++i) {
     Node *old_output = old_outputs[i];
     Node *match = find_by_name(new_outputs, old_output->name);
-    if (match == nullptr || !nodes_are_compatible(old_output, match)) return fail(ov_error_usage);
+    if (match == nullptr || !interchangeable(old_output, match)) return fail(ov_error_usage);
     auto at = static_cast<std::uint32_t>(new_outputs.index_of(match));
     clones[at] = instance->output_clones[i];
     masters[at] = match;

@@ -5,6 +5,7 @@
 #include <random>
 #include <string>
 
+#include "model/graph.h"
 #include "oo/oo_fixture.h"
 
 namespace orvel::test {
@@ -347,49 +348,49 @@ TEST(Compatibility, FollowsStateDescriptions) {
   auto node = [&](ov_category_t category, ov_kind_t kind) { return ov_domain_new_node(domain, category, kind); };
   ov_node_t a = node(ov_category_chance, ov_kind_discrete);
   ov_node_t b = node(ov_category_chance, ov_kind_discrete);
-  EXPECT_TRUE(nodes_are_compatible(a, b));
-  EXPECT_FALSE(nodes_are_compatible(a, node(ov_category_decision, ov_kind_discrete)));
+  EXPECT_TRUE(interchangeable(a, b));
+  EXPECT_FALSE(interchangeable(a, node(ov_category_decision, ov_kind_discrete)));
   {
     // Continuous nodes need a domain without decisions.
     ov_domain_t cg = ov_new_domain();
     ov_node_t x = ov_domain_new_node(cg, ov_category_chance, ov_kind_continuous);
     ov_node_t y = ov_domain_new_node(cg, ov_category_chance, ov_kind_continuous);
     ov_node_t z = ov_domain_new_node(cg, ov_category_chance, ov_kind_discrete);
-    EXPECT_TRUE(nodes_are_compatible(x, y));
-    EXPECT_FALSE(nodes_are_compatible(x, z));
-    EXPECT_FALSE(nodes_are_compatible(z, x));
+    EXPECT_TRUE(interchangeable(x, y));
+    EXPECT_FALSE(interchangeable(x, z));
+    EXPECT_FALSE(interchangeable(z, x));
     EXPECT_EQ(ov_domain_delete(cg), ov_error_none);
   }
 
   // Labels, with the automatic "" for an unset one.
   ASSERT_EQ(ov_node_set_state_label(a, 0, "x"), ov_error_none);
-  EXPECT_FALSE(nodes_are_compatible(a, b));
+  EXPECT_FALSE(interchangeable(a, b));
   ASSERT_EQ(ov_node_set_state_label(b, 0, "x"), ov_error_none);
-  EXPECT_TRUE(nodes_are_compatible(a, b));
+  EXPECT_TRUE(interchangeable(a, b));
 
   // Subtype and number values.
   ASSERT_EQ(ov_node_set_subtype(a, ov_subtype_number), ov_error_none);
-  EXPECT_FALSE(nodes_are_compatible(a, b));
+  EXPECT_FALSE(interchangeable(a, b));
   ASSERT_EQ(ov_node_set_subtype(b, ov_subtype_number), ov_error_none);
-  EXPECT_TRUE(nodes_are_compatible(a, b)); // both unset: -1.0
+  EXPECT_TRUE(interchangeable(a, b)); // both unset: -1.0
   ASSERT_EQ(ov_node_set_state_value(a, 0, 3.0), ov_error_none);
-  EXPECT_FALSE(nodes_are_compatible(a, b));
+  EXPECT_FALSE(interchangeable(a, b));
   ASSERT_EQ(ov_node_set_state_value(b, 0, 3.0), ov_error_none);
-  EXPECT_TRUE(nodes_are_compatible(a, b));
+  EXPECT_TRUE(interchangeable(a, b));
   // Labels don't matter for numbered nodes.
   ASSERT_EQ(ov_node_set_state_label(b, 0, "y"), ov_error_none);
-  EXPECT_TRUE(nodes_are_compatible(a, b));
+  EXPECT_TRUE(interchangeable(a, b));
 
   // Intervals compare the upper bound too.
   ov_node_t c = node(ov_category_chance, ov_kind_discrete);
   ov_node_t d = node(ov_category_chance, ov_kind_discrete);
   ASSERT_EQ(ov_node_set_subtype(c, ov_subtype_interval), ov_error_none);
   ASSERT_EQ(ov_node_set_subtype(d, ov_subtype_interval), ov_error_none);
-  EXPECT_TRUE(nodes_are_compatible(c, d)); // both infinite bounds
+  EXPECT_TRUE(interchangeable(c, d)); // both infinite bounds
   ASSERT_EQ(ov_node_set_state_value(c, 1, 10.0), ov_error_none);
-  EXPECT_FALSE(nodes_are_compatible(c, d));
+  EXPECT_FALSE(interchangeable(c, d));
   ASSERT_EQ(ov_node_set_state_value(d, 1, 10.0), ov_error_none);
-  EXPECT_TRUE(nodes_are_compatible(c, d));
+  EXPECT_TRUE(interchangeable(c, d));
   EXPECT_EQ(ov_domain_delete(domain), ov_error_none);
 }
 
