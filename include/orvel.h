@@ -682,6 +682,23 @@ OV_API ov_double_t ov_node_get_entropy(ov_node_t node);
 OV_API ov_double_t ov_node_get_mutual_information(ov_node_t a, ov_node_t b);
 
 /* ------------------------------------------------------------------------
+ * Simulation
+ * ------------------------------------------------------------------------ */
+
+/* Draws one configuration of all chance and decision nodes: given the
+ * propagated evidence when compiled (sum equilibrium, normal mode, nothing
+ * left to propagate), else from the node tables (evidence must instantiate
+ * its nodes; decisions must be instantiated). */
+OV_API ov_status_t ov_domain_simulate(ov_domain_t domain);
+/* The sampled state of a discrete chance or decision node; usage if none. */
+OV_API ov_index_t ov_node_get_sampled_state(ov_node_t node);
+/* The sampled value of a continuous node; usage if none. */
+OV_API ov_double_t ov_node_get_sampled_value(ov_node_t node);
+/* The probability, given the evidence, of the configuration last drawn from
+ * the compiled domain (the product over the junction trees). */
+OV_API ov_double_t ov_domain_get_probability_of_random_selection(ov_domain_t domain);
+
+/* ------------------------------------------------------------------------
  * Tables
  * ------------------------------------------------------------------------ */
 

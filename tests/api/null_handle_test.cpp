@@ -174,6 +174,11 @@ const std::vector<Case> &cases() {
       CASE(ov_domain_get_log_normalization_constant, 1.0, nullptr),
       CASE(ov_node_get_entropy, -1.0, nullptr),
       CASE(ov_node_get_mutual_information, -1.0, nullptr, nullptr),
+      // Simulation.
+      CASE(ov_domain_simulate, 1, nullptr),
+      CASE(ov_node_get_sampled_state, -1, nullptr),
+      CASE(ov_node_get_sampled_value, -1.0, nullptr),
+      CASE(ov_domain_get_probability_of_random_selection, -1.0, nullptr),
       // Junction forest.
       CASE(ov_domain_get_first_junction_tree, nullptr, nullptr),
       CASE(ov_jt_get_next, nullptr, nullptr),
