@@ -199,6 +199,65 @@ void apply_hard_evidence(Clique *c, const Clique *parent) noexcept {
 // --------------------------------------------------------------------------
 // Messages.
 
+constexpr Size stream_threshold = Size{1} << 20;
+
+// Sums (or maximises) the plan's target onto its source's cells, walking
+// the target in memory order and scattering into the source's cells by an
+// odometer over the target's dimensions, so that a large clique is read as
+// one stream whatever the separator. `values` has the source's size.
+void stream_marginal(const KernelPlan *plan, double *values, bool max) noexcept {
+  const Table *T = plan->target;
+  const Size n = plan->source->size;
+  std::fill_n(values, n, 0.0);
+  const PlanDimension *saved = plan->saved(); // target order: count, stride in the source
+  const std::uint32_t d = plan->dimension_count;
+  std::uint32_t *buffer = plan->domain->walk_strides.data() + 2 * static_cast<std::size_t>(d);
+  std::uint32_t *counts = buffer, *strides = buffer + d, *state = buffer + 2 * d;
+  // Merge neighbours that step alike in the source.
+  std::uint32_t m = 0;
+  for (std::uint32_t i = 0; i < d; ++i) {
+    const std::uint32_t count = saved[i].count, stride = saved[i].stride;
+    if (m > 0 && ((stride == 0 && strides[m - 1] == 0) || (stride != 0 && strides[m - 1] == stride * count))) {
+      counts[m - 1] *= count;
+      strides[m - 1] = stride;
+    } else {
+      counts[m] = count;
+      strides[m] = stride;
+      ++m;
+    }
+  }
+  const ov_number_t *t = T->data.get();
+  const std::uint32_t last_count = m == 0 ? 1 : counts[m - 1];
+  const std::uint32_t last_stride = m == 0 ? 0 : strides[m - 1];
+  const std::uint32_t outer = m == 0 ? 0 : m - 1;
+  std::fill_n(state, outer, 0u);
+  Size base = 0;
+  for (Size done = 0; done < T->size; done += last_count, t += last_count) {
+    double *v = values + base;
+    if (last_stride == 0) {
+      if (max) {
+        ov_number_t best = 0.0f;
+        for (std::uint32_t k = 0; k < last_count; ++k) best = std::max(best, t[k]);
+        *v = std::max(*v, static_cast<double>(best));
+      } else {
+        double acc = 0.0;
+        for (std::uint32_t k = 0; k < last_count; ++k) acc += t[k];
+        *v += acc;
+      }
+    } else if (max) {
+      for (std::uint32_t k = 0; k < last_count; ++k) v[k * last_stride] = std::max(v[k * last_stride], double(t[k]));
+    } else {
+      for (std::uint32_t k = 0; k < last_count; ++k) v[k * last_stride] += t[k];
+    }
+    for (std::uint32_t i = outer; i-- > 0;) {
+      base += strides[i];
+      if (++state[i] < counts[i]) break;
+      base -= static_cast<Size>(strides[i]) * counts[i];
+      state[i] = 0;
+    }
+  }
+}
+
 // Marginalises the plan's target onto its source's cells into the domain's
 // scratch vector (doubles), without touching the source.
 double *marginal_to_scratch(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode) {
@@ -208,6 +267,12 @@ double *marginal_to_scratch(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_e
   if (values == nullptr) return nullptr;
   if (T->discrete_count == 0) {
     values[0] = T->data[0];
+    return values;
+  }
+  // Tables that do not fit in cache are read as one stream; smaller ones go
+  // through the kernels, whose fixed strides suit them better.
+  if (mode != ov_mode_fast_retraction && plan->domain->concurrency_level < 2 && T->size >= stream_threshold) {
+    stream_marginal(plan, values, equilibrium != ov_equilibrium_sum);
     return values;
   }
   KernelFunction kernel;
@@ -520,7 +585,7 @@ void prepare_tree(JunctionTree *tree) {
   tree->hard_nodes.reserve(tree->members.size());
   std::size_t widest = 0;
   for (Clique *clique : tree->cliques) widest = std::max<std::size_t>(widest, clique->table->nodes.size());
-  if (domain->walk_strides.size() < 2 * widest) domain->walk_strides.resize(2 * widest);
+  if (domain->walk_strides.size() < 5 * widest) domain->walk_strides.resize(5 * widest);
   // The scratch vector of marginals, for the largest separator and marginal.
   Size largest = 1;
   for (Clique *clique : tree->cliques)
