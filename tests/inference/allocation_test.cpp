@@ -6,8 +6,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <memory>
-#include <vector>
 #include <random>
+#include <vector>
 
 #include "brute_force.h"
 #include "compile/net_structure.h"
