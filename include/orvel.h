@@ -477,8 +477,9 @@ OV_API ov_node_t *ov_domain_get_d_separated_nodes(ov_domain_t domain, ov_node_t 
 /* Compiles the domain: triangulation (minimum fill-in weight unless already
  * triangulated), junction forest, table data and first propagation. usage for
  * an empty or compiled domain; on failure the domain is as before the call.
- * The first propagation is not yet available: the call then fails with
- * error after building and rolling back the forest. */
+ * Conditional Gaussian and influence-diagram inference are not available: a
+ * domain with continuous, decision or utility nodes fails with
+ * cg_influence_diagrams_not_supported (and is rolled back). */
 OV_API ov_status_t ov_domain_compile(ov_domain_t domain);
 /* Builds the junction forest without table data; progress (may be NULL)
  * receives the name of each stage. usage if already compiled or built. */
@@ -542,6 +543,160 @@ OV_API ov_count_t ov_domain_get_number_of_cliques(ov_domain_t domain);
 /* The sum over the cliques of (CG entries per cell + 1) times the table size;
  * -1 for a size too large to count, and -1 with usage without cliques. */
 OV_API ov_count_t ov_domain_get_jt_cost(ov_domain_t domain);
+
+/* ------------------------------------------------------------------------
+ * Evidence
+ *
+ * Findings belong to chance and decision nodes and survive an uncompile. A
+ * discrete finding is one number per state: 1.0 is neutral, 0 excludes the
+ * state, anything else is a likelihood.
+ * ------------------------------------------------------------------------ */
+
+/* Makes `state` the only possible state of a discrete node. */
+OV_API ov_status_t ov_node_select_state(ov_node_t node, ov_index_t state);
+/* Sets the finding of one state (not negative). */
+OV_API ov_status_t ov_node_enter_finding(ov_node_t node, ov_index_t state, ov_number_t value);
+/* Enters an observed value on a continuous node. */
+OV_API ov_status_t ov_node_enter_value(ov_node_t node, ov_double_t value);
+/* Removes the node's evidence. */
+OV_API ov_status_t ov_node_retract_findings(ov_node_t node);
+/* Removes the evidence of every chance and decision node. */
+OV_API ov_status_t ov_domain_retract_findings(ov_domain_t domain);
+/* The entered finding of a state (1.0 when none was entered), or -1.0. */
+OV_API ov_number_t ov_node_get_entered_finding(ov_node_t node, ov_index_t state);
+/* The finding of a state as last propagated; not_compiled unless compiled. */
+OV_API ov_number_t ov_node_get_propagated_finding(ov_node_t node, ov_index_t state);
+/* The entered value of a continuous node; usage if none. */
+OV_API ov_double_t ov_node_get_entered_value(ov_node_t node);
+/* The propagated value of a continuous node; usage if none. */
+OV_API ov_double_t ov_node_get_propagated_value(ov_node_t node);
+/* The only state the entered finding allows, or -1. */
+OV_API ov_index_t ov_node_get_entered_state(ov_node_t node);
+/* 1 if evidence is entered on the node, else 0; -1 on failure. */
+OV_API int ov_node_evidence_is_entered(ov_node_t node);
+/* 1 if an entered cell is neither 0 nor 1, else 0; -1 on failure. */
+OV_API int ov_node_likelihood_is_entered(ov_node_t node);
+/* 1 if the node's tree incorporates evidence on it. */
+OV_API int ov_node_evidence_is_propagated(ov_node_t node);
+/* 1 if a propagated cell is neither 0 nor 1. */
+OV_API int ov_node_likelihood_is_propagated(ov_node_t node);
+/* 1 if the entered evidence differs from the propagated. */
+OV_API int ov_node_evidence_to_propagate(ov_node_t node);
+/* 1 if propagating the entered evidence needs a re-initialisation. */
+OV_API int ov_node_evidence_to_retract(ov_node_t node);
+/* 1 if the entered evidence fixes the node to one state (or value). */
+OV_API int ov_node_is_instantiated(ov_node_t node);
+/* 1 if the tree has nothing to propagate, else whether the node is instantiated. */
+OV_API int ov_node_is_consistent(ov_node_t node);
+/* 1 if some node of the tree has evidence to propagate. */
+OV_API int ov_jt_evidence_to_propagate(ov_junction_tree_t tree);
+/* 1 if some tree has evidence to propagate; not_compiled unless compiled. */
+OV_API int ov_domain_evidence_to_propagate(ov_domain_t domain);
+/* 1 if the last propagation of the tree incorporated evidence. */
+OV_API int ov_jt_evidence_is_propagated(ov_junction_tree_t tree);
+/* 1 if some tree incorporates evidence. */
+OV_API int ov_domain_evidence_is_propagated(ov_domain_t domain);
+/* 1 if the tree incorporates a likelihood. */
+OV_API int ov_jt_likelihood_is_propagated(ov_junction_tree_t tree);
+/* 1 if some tree incorporates a likelihood. */
+OV_API int ov_domain_likelihood_is_propagated(ov_domain_t domain);
+/* 1 if the tree incorporates continuous evidence. */
+OV_API int ov_jt_cg_evidence_is_propagated(ov_junction_tree_t tree);
+/* 1 if some tree incorporates continuous evidence. */
+OV_API int ov_domain_cg_evidence_is_propagated(ov_domain_t domain);
+/* 1 if the tree is in that equilibrium (ov_equilibrium_sum or _max). */
+OV_API int ov_jt_equilibrium_is(ov_junction_tree_t tree, ov_equilibrium_t equilibrium);
+/* 1 if every tree is in that equilibrium. */
+OV_API int ov_domain_equilibrium_is(ov_domain_t domain, ov_equilibrium_t equilibrium);
+/* 1 if the tree's evidence was propagated in that mode or it has none;
+ * no_equilibrium for a tree without equilibrium. */
+OV_API int ov_jt_evidence_mode_is(ov_junction_tree_t tree, ov_evidence_mode_t mode);
+/* 1 unless some tree has evidence propagated in another mode. */
+OV_API int ov_domain_evidence_mode_is(ov_domain_t domain, ov_evidence_mode_t mode);
+
+/* ------------------------------------------------------------------------
+ * Propagation
+ *
+ * Only sum equilibrium in normal mode is available in a domain with
+ * continuous, decision or utility nodes (which cannot be compiled yet). A
+ * failed propagation leaves the tree at its initial equilibrium with the
+ * findings still entered.
+ * ------------------------------------------------------------------------ */
+
+/* Propagates the entered evidence in every tree: inconsistency_or_underflow
+ * for impossible evidence, overflow, fast_retraction, normalization. */
+OV_API ov_status_t ov_domain_propagate(ov_domain_t domain, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode);
+/* Propagates one junction tree. */
+OV_API ov_status_t ov_jt_propagate(ov_junction_tree_t tree, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode);
+/* Propagates the clique's tree with the clique as root of the run. */
+OV_API ov_status_t ov_clique_propagate(ov_clique_t clique, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode);
+/* Brings every tree back to its initial sum equilibrium; findings stay. */
+OV_API ov_status_t ov_domain_reset_inference_engine(ov_domain_t domain);
+/* ov_domain_reset_inference_engine, then ov_domain_retract_findings. */
+OV_API ov_status_t ov_domain_initialize(ov_domain_t domain);
+/* 1 if a node table changed since the last propagation of some tree. */
+OV_API int ov_domain_tables_to_propagate(ov_domain_t domain);
+/* 1 if a node table of the tree changed since its last propagation. */
+OV_API int ov_jt_tables_to_propagate(ov_junction_tree_t tree);
+/* Keeps a copy of the forest's tables, from which later re-initialisations
+ * restore them; usage unless every tree is at sum equilibrium without
+ * propagated evidence or changed tables. */
+OV_API ov_status_t ov_domain_save_to_memory(ov_domain_t domain);
+
+/* ------------------------------------------------------------------------
+ * Results
+ * ------------------------------------------------------------------------ */
+
+/* The belief of a state of a discrete chance node, or -1.0. */
+OV_API ov_number_t ov_node_get_belief(ov_node_t node, ov_index_t state);
+/* The mean of a continuous chance node, or -1.0. */
+OV_API ov_double_t ov_node_get_mean(ov_node_t node);
+/* The variance of a continuous chance node, or -1.0. */
+OV_API ov_double_t ov_node_get_variance(ov_node_t node);
+/* The expected utility of a state of a decision node, or -1.0. */
+OV_API ov_number_t ov_node_get_expected_utility(ov_node_t node, ov_index_t state);
+/* The joint of the NULL-terminated nodes (discrete chance nodes of one tree)
+ * as a new table the caller deletes with ov_table_delete. Nodes that share
+ * no clique are not supported in fast retraction mode (fast_retraction). */
+OV_API ov_table_t ov_domain_get_marginal(ov_domain_t domain, ov_node_t *nodes);
+/* The conflict of the propagated evidence: the product over the findings of
+ * their prior probabilities divided by the probability of all of them; above
+ * 1 suggests conflicting evidence. */
+OV_API ov_double_t ov_domain_get_conflict(ov_domain_t domain);
+/* The conflict of one tree's evidence. */
+OV_API ov_double_t ov_jt_get_conflict(ov_junction_tree_t tree);
+/* The share of the conflict that the clique's findings contributed in the
+ * last propagation. */
+OV_API ov_double_t ov_clique_get_conflict(ov_clique_t clique);
+/* The clique in which the node's finding was last counted, or NULL. */
+OV_API ov_clique_t ov_node_get_conflict_clique(ov_node_t node);
+/* The probability of all evidence propagated (at max equilibrium, of the
+ * most probable configuration with it), or -1.0. */
+OV_API ov_double_t ov_domain_get_normalization_constant(ov_domain_t domain);
+/* Its natural logarithm, kept apart so that it survives underflow; 1.0 on
+ * failure (a true result is never positive). */
+OV_API ov_double_t ov_domain_get_log_normalization_constant(ov_domain_t domain);
+/* The entropy of a discrete chance node's belief (natural log), or -1.0. */
+OV_API ov_double_t ov_node_get_entropy(ov_node_t node);
+/* The mutual information of two discrete chance nodes, or -1.0. */
+OV_API ov_double_t ov_node_get_mutual_information(ov_node_t a, ov_node_t b);
+
+/* ------------------------------------------------------------------------
+ * Simulation
+ * ------------------------------------------------------------------------ */
+
+/* Draws one configuration of all chance and decision nodes: given the
+ * propagated evidence when compiled (sum equilibrium, normal mode, nothing
+ * left to propagate), else from the node tables (evidence must instantiate
+ * its nodes; decisions must be instantiated). */
+OV_API ov_status_t ov_domain_simulate(ov_domain_t domain);
+/* The sampled state of a discrete chance or decision node; usage if none. */
+OV_API ov_index_t ov_node_get_sampled_state(ov_node_t node);
+/* The sampled value of a continuous node; usage if none. */
+OV_API ov_double_t ov_node_get_sampled_value(ov_node_t node);
+/* The probability, given the evidence, of the configuration last drawn from
+ * the compiled domain (the product over the junction trees). */
+OV_API ov_double_t ov_domain_get_probability_of_random_selection(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
  * Tables

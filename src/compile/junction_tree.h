@@ -29,4 +29,17 @@ struct ov_junction_tree_s {
   double conflict_value = 0.0; // working value of the conflict measure
   void *user_data = nullptr;
   std::uint32_t position = 0; // index on the domain's tree list, 0 for its head
+
+  // Propagation: made at the first initialisation, so that no later
+  // propagation allocates.
+  std::vector<ov_node_s *> members;    // chance and decision nodes of the tree, in node list order
+  std::vector<ov_clique_s *> cliques;  // the tree's cliques, in domain list order
+  std::vector<ov_node_s *> hard_nodes; // nodes whose finding is applied by zeroing in this run
+  // Where each forest table of the tree lies in the domain's table memory.
+  struct SavedTable {
+    ov_table_s *table;
+    std::size_t data, cg, kinds; // offsets into the three arrays
+  };
+  std::vector<SavedTable> saved_tables;
+  double probability_of_random_selection = 1.0; // of the last simulation
 };

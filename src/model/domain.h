@@ -81,6 +81,9 @@ struct ov_domain_s {
   orvel::Buffer<double> memory_table_cg;
   orvel::Buffer<std::int8_t> memory_table_kinds;
   std::uint32_t compressed = 0;
+  // Strides of a clique's nodes during a walk of propagation, sized for the
+  // largest clique at compile time.
+  std::vector<std::uint32_t> walk_strides;
 
   double significance_level = 0.05;
   double log_likelihood_tolerance = 0.0001;

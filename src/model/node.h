@@ -95,6 +95,8 @@ struct ov_node_s {
   orvel::KernelPlan *finding_plan = nullptr; // from finding_clique to propagated_finding
   std::int32_t instantiated_state = -1;
   std::int32_t simulated_state = -1;
+  // The belief at the initial equilibrium, the reference of conflict.
+  std::vector<ov_number_t> initial_belief;
   ov_subtype_t subtype = ov_subtype_label;
   std::shared_ptr<orvel::StateValues> state_values; // null until set
 
@@ -104,6 +106,7 @@ struct ov_node_s {
   double entered_value = 0.0;
   double propagated_value = 0.0;
   double simulated_value = 0.0;
+  bool simulated_value_set = false;
 
   bool is_discrete() const noexcept { return kind == ov_kind_discrete; }
   bool has_states() const noexcept {

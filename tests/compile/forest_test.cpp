@@ -92,26 +92,27 @@ TEST(CompileStages, ProgressAndStates) {
   EXPECT_EQ(ov_domain_get_first_junction_tree(domain), nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_not_compiled);
 
-  // The first propagation is not available: the quantitative stage fails
-  // after allocating, and a separate call removes nothing.
   stages.clear();
-  EXPECT_EQ(ov_domain_compile_quantitatively(domain, record_stage), ov_error_error);
+  EXPECT_EQ(ov_domain_compile_quantitatively(domain, record_stage), ov_error_none);
   EXPECT_EQ(stages, (std::vector<std::string>{"Allocating space for table data", "Global propagation"}));
-  EXPECT_EQ(ov_domain_is_compiled(domain), 0);
-  EXPECT_FALSE(domain->junction_trees.empty());
+  EXPECT_EQ(ov_domain_is_compiled(domain), 1);
   for (auto &clique : domain->cliques) EXPECT_TRUE(clique->table->data);
-  // A full compile goes straight to the quantitative stage and keeps the
-  // forest on failure.
-  EXPECT_EQ(ov_domain_compile(domain), ov_error_error);
-  EXPECT_FALSE(domain->junction_trees.empty());
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_usage);
   check_forest(domain);
 
   EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
   EXPECT_TRUE(only_plain_tables(domain));
-  // From scratch the full compile rolls everything back.
-  EXPECT_EQ(ov_domain_compile(domain), ov_error_error);
-  EXPECT_EQ(ov_error_code(), ov_error_error);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_none);
+  EXPECT_EQ(ov_domain_is_compiled(domain), 1);
+  EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
+
+  // A node that the engine cannot propagate makes the first propagation
+  // fail: from scratch the full compile rolls everything back.
+  ov_node_t decision = ov_domain_new_node(domain, ov_category_decision, ov_kind_discrete);
+  ASSERT_NE(decision, nullptr);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_cg_influence_diagrams_not_supported);
+  EXPECT_EQ(ov_error_code(), ov_error_cg_influence_diagrams_not_supported);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
   EXPECT_TRUE(domain->cliques.empty());
   EXPECT_TRUE(only_plain_tables(domain));
@@ -120,6 +121,15 @@ TEST(CompileStages, ProgressAndStates) {
     EXPECT_EQ(node->belief_table, nullptr);
     EXPECT_EQ(node->level, 0u);
   }
+  // After a separate qualitative stage the failing full compile keeps the
+  // forest, and the quantitative stage alone removes nothing either.
+  ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_cg_influence_diagrams_not_supported);
+  EXPECT_FALSE(domain->junction_trees.empty());
+  EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_cg_influence_diagrams_not_supported);
+  EXPECT_FALSE(domain->junction_trees.empty());
+  check_forest(domain);
+  EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
 
   ASSERT_EQ(ov_domain_triangulate(domain, ov_tm_clique_size), ov_error_none);
   stages.clear();
@@ -128,11 +138,9 @@ TEST(CompileStages, ProgressAndStates) {
   // A failed full compile of a triangulated domain keeps the triangulation.
   EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
   ASSERT_EQ(ov_domain_triangulate(domain, ov_tm_clique_size), ov_error_none);
-  EXPECT_EQ(ov_domain_compile(domain), ov_error_error);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_cg_influence_diagrams_not_supported);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 1);
   EXPECT_TRUE(domain->cliques.empty());
-  ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
-  check_forest(domain);
   ov_domain_delete(domain);
 }
 
@@ -196,16 +204,21 @@ TEST(PotentialCheck, BadRowsAreReportedWithALog) {
   set_row(b, {0.5f, 0.5f, 0.5002f, 0.5f});
   {
     LogCapture log(domain);
-    EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_error); // no propagation yet
-    EXPECT_EQ(log.text(), "\n\nChecking conditional probability potentials:\n"
-                          "\nWarning: Conditional distributions for B sum to different values:\n"
-                          "    min = 1\n    max = 1.0002\n");
+    EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
+    EXPECT_EQ(log.text().rfind("\n\nChecking conditional probability potentials:\n"
+                               "\nWarning: Conditional distributions for B sum to different values:\n"
+                               "    min = 1\n    max = 1.0002\n\n\nBeliefs for chance nodes:\n",
+                               0),
+              0u);
   }
+  ov_domain_set_log_file(domain, nullptr);
+  ov_domain_uncompile(domain);
+  ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   set_row(b, {0.5f, 0.5f, 0.50005f, 0.5f});
   {
     LogCapture log(domain);
-    EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_error);
-    EXPECT_EQ(log.text(), "\n\nChecking conditional probability potentials:\n");
+    EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
+    EXPECT_EQ(log.text().rfind("\n\nChecking conditional probability potentials:\n\n\nBeliefs", 0), 0u);
   }
   ov_domain_delete(domain);
 }

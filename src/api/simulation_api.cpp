@@ -1,0 +1,36 @@
+// Exported calls of simulation.
+#include "api/boundary.h"
+#include "inference/propagation.h"
+#include "learn/simulate.h"
+#include "model/domain.h"
+
+using namespace orvel;
+
+extern "C" {
+
+ov_status_t ov_domain_simulate(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  return guarded_status([&] { return domain_simulate(domain); });
+}
+
+ov_index_t ov_node_get_sampled_state(ov_node_t node) {
+  if (check_usage(node == nullptr || !takes_evidence(node) || !node->is_discrete() || node->simulated_state < 0))
+    return -1;
+  return node->simulated_state;
+}
+
+ov_double_t ov_node_get_sampled_value(ov_node_t node) {
+  if (check_usage(node == nullptr || !takes_evidence(node) || node->is_discrete() || !node->simulated_value_set))
+    return -1.0;
+  return node->simulated_value;
+}
+
+ov_double_t ov_domain_get_probability_of_random_selection(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1.0;
+  if (domain->compiled == 0) return set_error(ov_error_not_compiled), -1.0;
+  double product = 1.0;
+  for (auto &tree : domain->junction_trees) product *= tree->probability_of_random_selection;
+  return product;
+}
+
+} // extern "C"

@@ -1,0 +1,14 @@
+// Drawing configurations of a domain's nodes.
+#pragma once
+
+#include "model/domain.h"
+#include "orvel.h"
+
+namespace orvel {
+
+// Draws one configuration of all chance and decision nodes: from the joint
+// given the evidence when the domain is compiled, from the node tables
+// (with instantiated evidence) when it is not. On failure no sample is set.
+ov_status_t domain_simulate(Domain *domain);
+
+} // namespace orvel

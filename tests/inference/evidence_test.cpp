@@ -1,0 +1,122 @@
+// Findings, the evidence predicates and the queries' argument rules.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "orvel.h"
+
+namespace {
+
+struct Chain {
+  ov_domain_t domain = ov_new_domain();
+  ov_node_t a, b;
+  Chain() {
+    a = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+    b = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+    ov_node_set_number_of_states(a, 2);
+    ov_node_set_number_of_states(b, 3);
+    ov_node_add_parent(b, a);
+    float *pa = ov_table_get_data(ov_node_get_table(a));
+    pa[0] = 0.25f, pa[1] = 0.75f;
+    float *pb = ov_table_get_data(ov_node_get_table(b));
+    const float rows[] = {0.5f, 0.5f, 0.0f, 0.1f, 0.2f, 0.7f};
+    std::copy(rows, rows + 6, pb);
+  }
+  ~Chain() { ov_domain_delete(domain); }
+};
+
+TEST(Findings, CountAndPredicates) {
+  Chain net;
+  EXPECT_EQ(ov_node_get_entered_finding(net.a, 1), 1.0f);
+  // A finding entered before compilation is counted after it.
+  ASSERT_EQ(ov_node_select_state(net.a, 1), ov_error_none);
+  EXPECT_EQ(ov_node_evidence_to_propagate(net.a), -1);
+  EXPECT_EQ(ov_error_code(), ov_error_not_compiled);
+  ASSERT_EQ(ov_domain_compile(net.domain), ov_error_none);
+  EXPECT_EQ(ov_domain_evidence_to_propagate(net.domain), 1);
+  EXPECT_EQ(ov_node_is_instantiated(net.a), 1);
+  EXPECT_EQ(ov_node_get_entered_state(net.a), 1);
+  ASSERT_EQ(ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  EXPECT_EQ(ov_domain_evidence_to_propagate(net.domain), 0);
+  // Selecting the propagated state again changes nothing.
+  ASSERT_EQ(ov_node_select_state(net.a, 1), ov_error_none);
+  EXPECT_EQ(ov_domain_evidence_to_propagate(net.domain), 0);
+  // A cell of 0.5 for a state the propagated finding excluded is a retraction.
+  ASSERT_EQ(ov_node_enter_finding(net.a, 0, 0.5f), ov_error_none);
+  EXPECT_EQ(ov_node_evidence_to_retract(net.a), 1);
+  EXPECT_EQ(ov_node_likelihood_is_entered(net.a), 1);
+  EXPECT_EQ(ov_node_get_entered_state(net.a), -1);
+  // Narrowing is no retraction.
+  ASSERT_EQ(ov_node_retract_findings(net.a), ov_error_none);
+  ASSERT_EQ(ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  ASSERT_EQ(ov_node_enter_finding(net.b, 2, 0.0f), ov_error_none);
+  EXPECT_EQ(ov_node_evidence_to_propagate(net.b), 1);
+  EXPECT_EQ(ov_node_evidence_to_retract(net.b), 0);
+  // Negative values are refused and store nothing.
+  EXPECT_EQ(ov_node_enter_finding(net.b, 1, -1.0f), ov_error_usage);
+  EXPECT_EQ(ov_node_get_entered_finding(net.b, 1), 1.0f);
+  // All cells 1.0: no evidence.
+  ASSERT_EQ(ov_node_enter_finding(net.b, 2, 1.0f), ov_error_none);
+  EXPECT_EQ(ov_node_evidence_is_entered(net.b), 0);
+  EXPECT_EQ(ov_domain_evidence_to_propagate(net.domain), 0);
+}
+
+TEST(Findings, ConstantsEntropyAndMutualInformation) {
+  Chain net;
+  ASSERT_EQ(ov_domain_compile(net.domain), ov_error_none);
+  EXPECT_NEAR(ov_domain_get_normalization_constant(net.domain), 1.0, 1e-6);
+  EXPECT_EQ(ov_domain_get_log_normalization_constant(net.domain), 0.0);
+  // P(b = 2) = 0.75 * 0.7.
+  ASSERT_EQ(ov_node_select_state(net.b, 2), ov_error_none);
+  ASSERT_EQ(ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  EXPECT_NEAR(ov_domain_get_normalization_constant(net.domain), 0.525, 1e-6);
+  EXPECT_NEAR(ov_domain_get_log_normalization_constant(net.domain), std::log(0.525), 1e-6);
+  // Only a = 1 is possible now: entropy 0, and a's belief is certain.
+  EXPECT_NEAR(ov_node_get_belief(net.a, 1), 1.0f, 1e-6);
+  EXPECT_EQ(ov_node_get_entropy(net.a), 0.0);
+  EXPECT_EQ(ov_node_get_mutual_information(net.a, net.a), ov_node_get_entropy(net.a));
+  // A second finding never re-initialises; the constants keep multiplying.
+  ASSERT_EQ(ov_node_enter_finding(net.a, 1, 0.5f), ov_error_none);
+  ASSERT_EQ(ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  EXPECT_NEAR(ov_domain_get_normalization_constant(net.domain), 0.2625, 1e-6);
+  // Conflict: P(b = 2) P(a likelihood) / P(all) = 0.525 * 0.625 / 0.2625.
+  EXPECT_NEAR(ov_domain_get_conflict(net.domain), 1.25, 1e-5);
+  // Impossible evidence: inconsistency, then the tree is at its initial
+  // equilibrium with the findings still entered.
+  ASSERT_EQ(ov_node_select_state(net.a, 0), ov_error_none);
+  EXPECT_EQ(ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal), ov_error_inconsistency_or_underflow);
+  EXPECT_EQ(ov_domain_equilibrium_is(net.domain, ov_equilibrium_sum), 1);
+  EXPECT_NEAR(ov_node_get_belief(net.a, 0), 0.25f, 1e-6);
+  EXPECT_EQ(ov_domain_evidence_to_propagate(net.domain), 1);
+  EXPECT_EQ(ov_node_get_entered_state(net.a), 0);
+}
+
+TEST(Findings, QueriesNeedACompiledDomain) {
+  Chain net;
+  EXPECT_EQ(ov_node_get_belief(net.a, 0), -1.0f);
+  EXPECT_EQ(ov_error_code(), ov_error_not_compiled);
+  EXPECT_EQ(ov_domain_get_log_normalization_constant(net.domain), 1.0);
+  EXPECT_EQ(ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal), ov_error_not_compiled);
+  ASSERT_EQ(ov_domain_compile(net.domain), ov_error_none);
+  EXPECT_EQ(ov_node_get_belief(net.a, 2), -1.0f);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_domain_propagate(net.domain, static_cast<ov_equilibrium_t>(10), ov_mode_normal), ov_error_usage);
+  ov_node_t empty[] = {nullptr};
+  ov_table_t nothing = ov_domain_get_marginal(net.domain, empty);
+  ASSERT_NE(nothing, nullptr);
+  EXPECT_EQ(ov_table_get_size(nothing), 1);
+  EXPECT_EQ(ov_table_delete(nothing), ov_error_none);
+}
+
+TEST(Findings, ContinuousAndDecisionNodesAreNotCompiled) {
+  ov_domain_t domain = ov_new_domain();
+  ov_node_t x = ov_domain_new_node(domain, ov_category_chance, ov_kind_continuous);
+  ASSERT_EQ(ov_node_enter_value(x, 2.5), ov_error_none);
+  EXPECT_EQ(ov_node_get_entered_value(x), 2.5);
+  EXPECT_EQ(ov_node_is_instantiated(x), 1);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_cg_influence_diagrams_not_supported);
+  EXPECT_EQ(ov_domain_is_compiled(domain), 0);
+  ov_domain_delete(domain);
+}
+
+} // namespace

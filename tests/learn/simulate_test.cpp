@@ -1,0 +1,120 @@
+// Simulation: frequencies of drawn states against the beliefs (chi-square
+// with a fixed seed), the probability of the drawn configuration, and the
+// argument rules.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "../inference/brute_force.h"
+#include "orvel.h"
+
+namespace orvel::test {
+namespace {
+
+// Chi-square statistic of counts against probabilities; cells of zero
+// probability must have no count.
+double chi_square(const std::vector<int> &counts, const std::vector<double> &p, int draws) {
+  double statistic = 0.0;
+  for (std::size_t s = 0; s < counts.size(); ++s) {
+    if (p[s] <= 0.0) {
+      EXPECT_EQ(counts[s], 0);
+      continue;
+    }
+    const double expected = p[s] * draws;
+    statistic += (counts[s] - expected) * (counts[s] - expected) / expected;
+  }
+  return statistic;
+}
+
+void check_frequencies(RandomNetwork &net, const Findings &findings, int draws, bool compiled) {
+  const std::size_t n = net.nodes.size();
+  std::vector<std::vector<int>> counts;
+  for (std::uint32_t s : net.states) counts.emplace_back(s, 0);
+  double total = 0.0;
+  brute_marginal(net, findings, {}, std::vector<bool>(n, false), false, &total);
+  for (int draw = 0; draw < draws; ++draw) {
+    ASSERT_EQ(ov_domain_simulate(net.domain), ov_error_none);
+    std::vector<int> all;
+    for (std::size_t i = 0; i < n; ++i) {
+      const ov_index_t s = ov_node_get_sampled_state(net.nodes[i]);
+      ASSERT_GE(s, 0);
+      ++counts[i][static_cast<std::size_t>(s)];
+      all.push_back(static_cast<int>(i));
+    }
+    if (compiled && draw < 20) {
+      // The probability of the drawn configuration given the evidence.
+      std::vector<double> joint = brute_marginal(net, findings, all, std::vector<bool>(n, false), false, nullptr);
+      std::size_t cell = 0;
+      for (std::size_t i = 0; i < n; ++i) cell = cell * net.states[i] + ov_node_get_sampled_state(net.nodes[i]);
+      EXPECT_NEAR(ov_domain_get_probability_of_random_selection(net.domain), joint[cell] / total, 1e-4);
+    }
+  }
+  for (std::size_t i = 0; i < n; ++i) {
+    std::vector<bool> skip(n, false);
+    double scale = 0.0;
+    std::vector<double> p = brute_marginal(net, findings, {static_cast<int>(i)}, skip, false, &scale);
+    for (double &x : p) x /= scale;
+    // The 99.99% point of chi-square with 3 degrees of freedom is 21.1.
+    EXPECT_LT(chi_square(counts[i], p, draws), 21.2) << "node " << i;
+  }
+}
+
+TEST(Simulation, CompiledFrequenciesFollowTheBeliefs) {
+  std::mt19937 rng(7);
+  for (int round = 0; round < 6; ++round) {
+    RandomNetwork net = RandomNetwork::make(rng, 8);
+    ASSERT_EQ(ov_domain_compile(net.domain), ov_error_none);
+    ov_domain_seed_random(net.domain, 12345 + round);
+    Findings findings;
+    for (std::uint32_t s : net.states) findings.emplace_back(s, 1.0f);
+    // One soft finding that keeps the evidence possible.
+    const std::size_t i = rng() % net.nodes.size();
+    ASSERT_EQ(ov_node_enter_finding(net.nodes[i], 0, 0.25f), ov_error_none);
+    findings[i][0] = 0.25f;
+    ASSERT_EQ(ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+    check_frequencies(net, findings, 4000, true);
+  }
+}
+
+TEST(Simulation, UncompiledDrawsFromTheTables) {
+  std::mt19937 rng(8);
+  for (int round = 0; round < 6; ++round) {
+    RandomNetwork net = RandomNetwork::make(rng, 8);
+    ov_domain_seed_random(net.domain, 999 + round);
+    Findings findings;
+    for (std::uint32_t s : net.states) findings.emplace_back(s, 1.0f);
+    check_frequencies(net, findings, 4000, false);
+    // A node with a hard finding samples to it; its children follow it.
+    const std::size_t i = rng() % net.nodes.size();
+    ASSERT_EQ(ov_node_select_state(net.nodes[i], net.states[i] - 1), ov_error_none);
+    ASSERT_EQ(ov_domain_simulate(net.domain), ov_error_none);
+    EXPECT_EQ(ov_node_get_sampled_state(net.nodes[i]), static_cast<ov_index_t>(net.states[i] - 1));
+  }
+}
+
+TEST(Simulation, ArgumentRules) {
+  ov_domain_t domain = ov_new_domain();
+  ov_node_t a = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+  ov_node_set_number_of_states(a, 3);
+  EXPECT_EQ(ov_node_get_sampled_state(a), -1);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
+  EXPECT_EQ(ov_domain_get_probability_of_random_selection(domain), -1.0);
+  EXPECT_EQ(ov_error_code(), ov_error_not_compiled);
+  // A likelihood is no instantiation: refused before compilation.
+  ASSERT_EQ(ov_node_enter_finding(a, 1, 0.5f), ov_error_none);
+  EXPECT_EQ(ov_domain_simulate(domain), ov_error_usage);
+  EXPECT_EQ(ov_node_get_sampled_state(a), -1);
+  ASSERT_EQ(ov_domain_compile(domain), ov_error_none);
+  // Compiled: the evidence must be propagated first.
+  EXPECT_EQ(ov_domain_simulate(domain), ov_error_usage);
+  ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  EXPECT_EQ(ov_domain_simulate(domain), ov_error_none);
+  EXPECT_GE(ov_node_get_sampled_state(a), 0);
+  ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_max, ov_mode_normal), ov_error_none);
+  EXPECT_EQ(ov_domain_simulate(domain), ov_error_usage);
+  ov_domain_delete(domain);
+}
+
+} // namespace
+} // namespace orvel::test
