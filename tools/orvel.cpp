@@ -286,7 +286,7 @@ int enter_evidence(ov_domain_t domain, const Evidence &e) {
 }
 
 // The nodes to report: the ones named, or all chance and decision nodes in
-// the order of the file (oldest first).
+// the domain's list order (the order of the file for a loaded network).
 bool select_nodes(ov_domain_t domain, const std::vector<std::string> &names, std::vector<ov_node_t> &nodes) {
   if (!names.empty()) {
     for (const std::string &name : names) {
@@ -298,7 +298,7 @@ bool select_nodes(ov_domain_t domain, const std::vector<std::string> &names, std
   }
   for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node)) {
     ov_category_t category = ov_node_get_category(node);
-    if (category == ov_category_chance || category == ov_category_decision) nodes.insert(nodes.begin(), node);
+    if (category == ov_category_chance || category == ov_category_decision) nodes.push_back(node);
   }
   return true;
 }
