@@ -15,16 +15,16 @@
 
 namespace {
 
-struct Run {
+struct ToolRun {
   int status = -1;
   std::string out, err;
 };
 
 // Runs the tool with the given arguments (already quoted for the shell).
-Run run_tool(const std::string &arguments) {
+ToolRun run_tool(const std::string &arguments) {
   std::string err_file = testing::TempDir() + "orvel_tool_stderr.txt";
   std::string command = std::string(ORVEL_TOOL) + " " + arguments + " 2>" + err_file;
-  Run run;
+  ToolRun run;
   FILE *pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) return run;
   std::array<char, 4096> buffer;
@@ -86,7 +86,7 @@ TEST(OrvelTool, BeliefsMatchEnumerationWithHardEvidence) {
         if (r == 0) rain_yes += p;
         if (c == 0) cloudy_yes += p;
       }
-  Run run = run_tool("beliefs " + example("sprinkler.net") + " -e WetGrass=yes --json");
+  ToolRun run = run_tool("beliefs " + example("sprinkler.net") + " -e WetGrass=yes --json");
   ASSERT_EQ(run.status, 0) << run.err;
   std::vector<double> rain = json_numbers(run.out, "Rain", "beliefs");
   ASSERT_EQ(rain.size(), 2u) << run.out;
@@ -114,7 +114,7 @@ TEST(OrvelTool, LikelihoodAndStateIndexEvidence) {
         total += p;
         if (c == 0) cloudy_yes += p;
       }
-  Run run = run_tool("beliefs " + example("sprinkler.net") + " -l Sprinkler=0.2,0.8 -e 'Rain=#1' --json");
+  ToolRun run = run_tool("beliefs " + example("sprinkler.net") + " -l Sprinkler=0.2,0.8 -e 'Rain=#1' --json");
   ASSERT_EQ(run.status, 0) << run.err;
   std::vector<double> cloudy = json_numbers(run.out, "Cloudy", "beliefs");
   ASSERT_EQ(cloudy.size(), 2u) << run.out;
@@ -124,7 +124,7 @@ TEST(OrvelTool, LikelihoodAndStateIndexEvidence) {
 
 TEST(OrvelTool, MarginalOfTwoNodes) {
   Sprinkler net;
-  Run run = run_tool("marginal " + example("sprinkler.net") + " Sprinkler,Rain");
+  ToolRun run = run_tool("marginal " + example("sprinkler.net") + " Sprinkler,Rain");
   ASSERT_EQ(run.status, 0) << run.err;
   for (int s = 0; s < 2; ++s)
     for (int r = 0; r < 2; ++r) {
@@ -139,7 +139,7 @@ TEST(OrvelTool, MarginalOfTwoNodes) {
 }
 
 TEST(OrvelTool, CompileSummaryAndConvert) {
-  Run run = run_tool("compile " + example("sprinkler.net"));
+  ToolRun run = run_tool("compile " + example("sprinkler.net"));
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.out.find("nodes: 4"), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("cliques: 2"), std::string::npos) << run.out;
@@ -151,8 +151,8 @@ TEST(OrvelTool, CompileSummaryAndConvert) {
   run = run_tool("convert " + example("sprinkler.net") + " " + out);
   ASSERT_EQ(run.status, 0) << run.err;
   // The written file gives the same beliefs.
-  Run a = run_tool("beliefs " + example("sprinkler.net") + " -e WetGrass=no --json");
-  Run b = run_tool("beliefs " + out + " -e WetGrass=no --json");
+  ToolRun a = run_tool("beliefs " + example("sprinkler.net") + " -e WetGrass=no --json");
+  ToolRun b = run_tool("beliefs " + out + " -e WetGrass=no --json");
   ASSERT_EQ(b.status, 0) << b.err;
   EXPECT_EQ(json_numbers(a.out, "Rain", "beliefs"), json_numbers(b.out, "Rain", "beliefs"));
 }
@@ -184,7 +184,7 @@ TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
       {"compile " + net + " --method best", 1, "unknown method"},
   };
   for (const Case &c : cases) {
-    Run run = run_tool(c.arguments);
+    ToolRun run = run_tool(c.arguments);
     EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.err;
     EXPECT_NE(run.err.find(c.says), std::string::npos) << c.arguments << "\n" << run.err;
     EXPECT_EQ(run.err.find("terminate"), std::string::npos);
@@ -193,7 +193,7 @@ TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
 
 TEST(OrvelTool, HelpForEachCommand) {
   for (const char *command : {"beliefs", "marginal", "compile", "convert"}) {
-    Run run = run_tool(std::string(command) + " --help");
+    ToolRun run = run_tool(std::string(command) + " --help");
     EXPECT_EQ(run.status, 0);
     EXPECT_NE(run.out.find(std::string("usage: orvel ") + command), std::string::npos);
   }
