@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Installs what is needed, builds the library and runs the example program.
+# Installs what is needed, builds the library and the orvel command, and asks
+# the example sprinkler network how likely rain is when the grass is wet.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DORVEL_BUILD_TESTS=OFF -DORVEL_BUILD_BENCH=OFF
 cmake --build build
-./build/weather
+./build/orvel beliefs examples/sprinkler.net -e WetGrass=yes

@@ -1,0 +1,615 @@
+// orvel: the command-line face of the library. It loads a network, compiles
+// it, enters evidence, propagates and prints results, or converts files. It
+// uses only the public C interface.
+#include <orvel.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int exit_ok = 0;
+constexpr int exit_usage = 1;
+constexpr int exit_library = 2;
+
+// A failure of the library: the error's name and description go to stderr.
+int library_error(const std::string &what) {
+  ov_error_t code = ov_error_code();
+  std::fprintf(stderr, "orvel: %s: %s: %s\n", what.c_str(), ov_error_name(code), ov_error_description(code));
+  return exit_library;
+}
+
+int usage_error(const std::string &message) {
+  std::fprintf(stderr, "orvel: %s\n(try 'orvel --help')\n", message.c_str());
+  return exit_usage;
+}
+
+const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
+                              "\n"
+                              "commands:\n"
+                              "  beliefs NET [options]    compile, enter evidence, propagate, print beliefs\n"
+                              "  marginal NET A,B,... [options]\n"
+                              "                           print the joint marginal of the named nodes\n"
+                              "  compile NET [options]    compile and print a summary of the junction forest\n"
+                              "  convert IN OUT           read a NET file and write it in the block format\n"
+                              "\n"
+                              "'orvel COMMAND --help' describes each command.\n"
+                              "exit status: 0 success, 1 usage error, 2 library error\n";
+
+const char *const beliefs_help =
+    "usage: orvel beliefs NET [-e NODE=STATE]... [-l NODE=w1,w2,...]... [-v NODE=VALUE]...\n"
+    "                         [--max] [--fast-retraction] [--nodes A,B,...] [--json]\n"
+    "\n"
+    "Compiles the network, enters the evidence, propagates and prints the beliefs of\n"
+    "every node (or of the nodes listed with --nodes): probabilities of discrete chance\n"
+    "nodes, means and variances of continuous ones, expected utilities of decisions.\n"
+    "Also prints the probability of the evidence, its logarithm and the conflict measure.\n"
+    "\n"
+    "  -e NODE=STATE     hard evidence; STATE is a label or #index\n"
+    "  -l NODE=w1,...    a likelihood: one non-negative weight per state\n"
+    "  -v NODE=VALUE     the value of a continuous node\n"
+    "  --max             max-propagation (most probable configuration)\n"
+    "  --fast-retraction propagate in fast-retraction mode\n"
+    "  --nodes A,B,...   print only these nodes\n"
+    "  --json            print one JSON object\n";
+
+const char *const marginal_help =
+    "usage: orvel marginal NET A,B,... [-e NODE=STATE]... [-l NODE=w1,...]... [-v NODE=VALUE]...\n"
+    "                                  [--json]\n"
+    "\n"
+    "Compiles the network, enters the evidence, propagates and prints the joint\n"
+    "distribution of the listed discrete nodes, one line per configuration.\n";
+
+const char *const compile_help =
+    "usage: orvel compile NET [--method clique-size|clique-weight|fill-in-size|fill-in-weight]\n"
+    "                         [--log FILE]\n"
+    "\n"
+    "Triangulates with the chosen heuristic (default fill-in-weight), compiles and prints\n"
+    "the number of nodes, cliques and junction trees, the largest clique, the total\n"
+    "clique table size and the time taken. --log writes the full compile log to FILE.\n";
+
+const char *const convert_help = "usage: orvel convert IN OUT\n"
+                                 "\n"
+                                 "Reads a NET file (block format or the old node format) and writes it to OUT in the\n"
+                                 "block format.\n";
+
+std::vector<std::string> split(const std::string &text, char separator) {
+  std::vector<std::string> parts;
+  std::string::size_type start = 0;
+  for (;;) {
+    auto end = text.find(separator, start);
+    parts.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
+    if (end == std::string::npos) return parts;
+    start = end + 1;
+  }
+}
+
+// Parses a whole string as a double; false on trailing text.
+bool parse_double(const std::string &text, double &value) {
+  if (text.empty()) return false;
+  char *end = nullptr;
+  value = std::strtod(text.c_str(), &end);
+  return end != nullptr && *end == '\0';
+}
+
+void print_json_string(std::FILE *out, const char *text) {
+  std::fputc('"', out);
+  for (const unsigned char *c = reinterpret_cast<const unsigned char *>(text); *c != 0; ++c) {
+    switch (*c) {
+    case '"': std::fputs("\\\"", out); break;
+    case '\\': std::fputs("\\\\", out); break;
+    case '\n': std::fputs("\\n", out); break;
+    case '\t': std::fputs("\\t", out); break;
+    case '\r': std::fputs("\\r", out); break;
+    default:
+      if (*c < 0x20)
+        std::fprintf(out, "\\u%04x", *c);
+      else
+        std::fputc(*c, out);
+    }
+  }
+  std::fputc('"', out);
+}
+
+// A number with enough digits to read back the same float; JSON has no
+// infinities or NaN, so those print as null.
+void print_json_number(std::FILE *out, double value) {
+  if (std::isfinite(value))
+    std::fprintf(out, "%.9g", value);
+  else
+    std::fputs("null", out);
+}
+
+void report_parse_error(uint32_t line, ov_string_t message, void *data) {
+  std::fprintf(stderr, "%s:%u: %s\n", static_cast<const char *>(data), line, message);
+}
+
+ov_domain_t load_network(const std::string &file) {
+  return ov_net_parse_domain(file.c_str(), report_parse_error, const_cast<char *>(file.c_str()));
+}
+
+// Deletes the domain when it goes out of scope.
+struct DomainHolder {
+  ov_domain_t domain = nullptr;
+  ~DomainHolder() {
+    if (domain != nullptr) ov_domain_delete(domain);
+  }
+};
+
+// Evidence as given on the command line, kept for the report.
+struct Evidence {
+  enum Kind { state, likelihood, value } kind;
+  std::string node;
+  std::string text;            // the state as given
+  std::vector<double> weights; // likelihood
+  double number = 0.0;         // continuous value
+};
+
+struct Options {
+  std::string network;
+  std::vector<std::string> positional;
+  std::vector<Evidence> evidence;
+  std::vector<std::string> nodes;
+  bool max = false;
+  bool fast_retraction = false;
+  bool json = false;
+  bool help = false;
+  std::string method = "fill-in-weight";
+  std::string log_file;
+};
+
+// Reads the options common to the commands; false with a message on error.
+bool parse_options(int argc, char **argv, int first, Options &options, std::string &error, bool allow_evidence,
+                   bool allow_compile_options) {
+  for (int i = first; i < argc; ++i) {
+    std::string arg = argv[i];
+    auto value_of = [&](const char *option) -> const char * {
+      if (i + 1 >= argc) {
+        error = std::string(option) + " needs a value";
+        return nullptr;
+      }
+      return argv[++i];
+    };
+    if (arg == "-h" || arg == "--help") {
+      options.help = true;
+    } else if (allow_evidence && (arg == "-e" || arg == "-l" || arg == "-v")) {
+      const char *spec = value_of(arg.c_str());
+      if (spec == nullptr) return false;
+      std::string text = spec;
+      auto eq = text.find('=');
+      if (eq == std::string::npos || eq == 0 || eq + 1 == text.size()) {
+        error = arg + " expects NODE=VALUE, got '" + text + "'";
+        return false;
+      }
+      Evidence e;
+      e.node = text.substr(0, eq);
+      e.text = text.substr(eq + 1);
+      if (arg == "-e") {
+        e.kind = Evidence::state;
+      } else if (arg == "-l") {
+        e.kind = Evidence::likelihood;
+        for (const std::string &w : split(e.text, ',')) {
+          double weight;
+          if (!parse_double(w, weight) || !(weight >= 0.0)) {
+            error = "bad likelihood weight '" + w + "' for " + e.node;
+            return false;
+          }
+          e.weights.push_back(weight);
+        }
+      } else {
+        e.kind = Evidence::value;
+        if (!parse_double(e.text, e.number)) {
+          error = "bad value '" + e.text + "' for " + e.node;
+          return false;
+        }
+      }
+      options.evidence.push_back(e);
+    } else if (allow_evidence && arg == "--max") {
+      options.max = true;
+    } else if (allow_evidence && arg == "--fast-retraction") {
+      options.fast_retraction = true;
+    } else if (allow_evidence && arg == "--json") {
+      options.json = true;
+    } else if (allow_evidence && arg == "--nodes") {
+      const char *list = value_of("--nodes");
+      if (list == nullptr) return false;
+      options.nodes = split(list, ',');
+    } else if (allow_compile_options && arg == "--method") {
+      const char *method = value_of("--method");
+      if (method == nullptr) return false;
+      options.method = method;
+    } else if (allow_compile_options && arg == "--log") {
+      const char *file = value_of("--log");
+      if (file == nullptr) return false;
+      options.log_file = file;
+    } else if (!arg.empty() && arg[0] == '-' && arg != "-") {
+      error = "unknown option '" + arg + "'";
+      return false;
+    } else {
+      options.positional.push_back(arg);
+    }
+  }
+  return true;
+}
+
+ov_node_t find_node(ov_domain_t domain, const std::string &name) {
+  ov_node_t node = ov_domain_get_node_by_name(domain, name.c_str());
+  if (node == nullptr) std::fprintf(stderr, "orvel: no node named '%s'\n", name.c_str());
+  return node;
+}
+
+// Enters one piece of evidence; an exit status.
+int enter_evidence(ov_domain_t domain, const Evidence &e) {
+  ov_node_t node = find_node(domain, e.node);
+  if (node == nullptr) return exit_usage;
+  bool discrete = ov_node_get_kind(node) == ov_kind_discrete;
+  switch (e.kind) {
+  case Evidence::state: {
+    if (!discrete) return usage_error(e.node + " is continuous: give its value with -v");
+    ov_index_t state = -1;
+    ov_count_t count = ov_node_get_number_of_states(node);
+    if (e.text[0] == '#') {
+      double index;
+      if (parse_double(e.text.substr(1), index) && index >= 0 && index == std::floor(index) && index < count)
+        state = static_cast<ov_index_t>(index);
+    } else {
+      state = ov_node_get_state_index_from_label(node, e.text.c_str());
+    }
+    if (state < 0) return usage_error("node " + e.node + " has no (single) state '" + e.text + "'");
+    if (ov_node_select_state(node, state) != ov_error_none) return library_error("selecting a state of " + e.node);
+    return exit_ok;
+  }
+  case Evidence::likelihood: {
+    if (!discrete) return usage_error(e.node + " is continuous: give its value with -v");
+    ov_count_t count = ov_node_get_number_of_states(node);
+    if (static_cast<ov_count_t>(e.weights.size()) != count)
+      return usage_error("node " + e.node + " has " + std::to_string(count) + " states, but " +
+                         std::to_string(e.weights.size()) + " weights were given");
+    for (ov_count_t i = 0; i < count; ++i)
+      if (ov_node_enter_finding(node, i, static_cast<ov_number_t>(e.weights[static_cast<std::size_t>(i)])) !=
+          ov_error_none)
+        return library_error("entering a likelihood on " + e.node);
+    return exit_ok;
+  }
+  case Evidence::value:
+    if (discrete) return usage_error(e.node + " is discrete: give a state with -e");
+    if (ov_node_enter_value(node, e.number) != ov_error_none) return library_error("entering a value on " + e.node);
+    return exit_ok;
+  }
+  return exit_ok;
+}
+
+// The nodes to report: the ones named, or all chance and decision nodes in
+// the domain's list order (the order of the file for a loaded network).
+bool select_nodes(ov_domain_t domain, const std::vector<std::string> &names, std::vector<ov_node_t> &nodes) {
+  if (!names.empty()) {
+    for (const std::string &name : names) {
+      ov_node_t node = find_node(domain, name);
+      if (node == nullptr) return false;
+      nodes.push_back(node);
+    }
+    return true;
+  }
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node)) {
+    ov_category_t category = ov_node_get_category(node);
+    if (category == ov_category_chance || category == ov_category_decision) nodes.push_back(node);
+  }
+  return true;
+}
+
+// Loads, compiles, enters evidence and propagates; an exit status.
+int prepare(const Options &options, DomainHolder &holder) {
+  holder.domain = load_network(options.network);
+  if (holder.domain == nullptr) return library_error("loading " + options.network);
+  if (ov_domain_compile(holder.domain) != ov_error_none) return library_error("compiling " + options.network);
+  for (const Evidence &e : options.evidence) {
+    int status = enter_evidence(holder.domain, e);
+    if (status != exit_ok) return status;
+  }
+  ov_equilibrium_t equilibrium = options.max ? ov_equilibrium_max : ov_equilibrium_sum;
+  ov_evidence_mode_t mode = options.fast_retraction ? ov_mode_fast_retraction : ov_mode_normal;
+  if (ov_domain_propagate(holder.domain, equilibrium, mode) != ov_error_none)
+    return library_error("propagating the evidence");
+  return exit_ok;
+}
+
+void print_evidence_json(std::FILE *out, const std::vector<Evidence> &evidence) {
+  std::fputs("\"evidence\": {", out);
+  for (std::size_t i = 0; i < evidence.size(); ++i) {
+    const Evidence &e = evidence[i];
+    std::fputs(i > 0 ? ", " : "", out);
+    print_json_string(out, e.node.c_str());
+    std::fputs(": ", out);
+    if (e.kind == Evidence::state) {
+      print_json_string(out, e.text.c_str());
+    } else if (e.kind == Evidence::value) {
+      print_json_number(out, e.number);
+    } else {
+      std::fputc('[', out);
+      for (std::size_t k = 0; k < e.weights.size(); ++k) {
+        std::fputs(k > 0 ? ", " : "", out);
+        print_json_number(out, e.weights[k]);
+      }
+      std::fputc(']', out);
+    }
+  }
+  std::fputc('}', out);
+}
+
+int command_beliefs(const Options &options) {
+  DomainHolder holder;
+  int status = prepare(options, holder);
+  if (status != exit_ok) return status;
+  ov_domain_t domain = holder.domain;
+  std::vector<ov_node_t> nodes;
+  if (!select_nodes(domain, options.nodes, nodes)) return exit_usage;
+
+  double probability = ov_domain_get_normalization_constant(domain);
+  double log_probability = ov_domain_get_log_normalization_constant(domain);
+  double conflict = ov_domain_get_conflict(domain);
+  bool have_conflict = ov_error_code() == ov_error_none;
+
+  std::FILE *out = stdout;
+  if (options.json) {
+    std::fputs("{\"network\": ", out);
+    print_json_string(out, options.network.c_str());
+    std::fputs(", ", out);
+    print_evidence_json(out, options.evidence);
+    std::fputs(", \"probability_of_evidence\": ", out);
+    print_json_number(out, probability);
+    std::fputs(", \"log_probability_of_evidence\": ", out);
+    print_json_number(out, log_probability);
+    std::fputs(", \"conflict\": ", out);
+    if (have_conflict)
+      print_json_number(out, conflict);
+    else
+      std::fputs("null", out);
+    std::fputs(", \"nodes\": {", out);
+  } else {
+    std::printf("network: %s\n", options.network.c_str());
+    std::printf("probability of evidence: %.9g\n", probability);
+    std::printf("log probability of evidence: %.9g\n", log_probability);
+    if (have_conflict) std::printf("conflict: %.9g\n", conflict);
+  }
+
+  for (std::size_t n = 0; n < nodes.size(); ++n) {
+    ov_node_t node = nodes[n];
+    const char *name = ov_node_get_name(node);
+    ov_category_t category = ov_node_get_category(node);
+    if (options.json) {
+      std::fputs(n > 0 ? ", " : "", out);
+      print_json_string(out, name);
+      std::fputs(": {", out);
+    } else {
+      std::printf("\n%s\n", name);
+    }
+    if (ov_node_get_kind(node) == ov_kind_continuous) {
+      double mean = ov_node_get_mean(node), variance = ov_node_get_variance(node);
+      if (options.json) {
+        std::fputs("\"mean\": ", out);
+        print_json_number(out, mean);
+        std::fputs(", \"variance\": ", out);
+        print_json_number(out, variance);
+        std::fputc('}', out);
+      } else {
+        std::printf("  mean %.9g\n  variance %.9g\n", mean, variance);
+      }
+      continue;
+    }
+    if (category != ov_category_chance && category != ov_category_decision) {
+      if (options.json) std::fputc('}', out);
+      continue;
+    }
+    ov_count_t count = ov_node_get_number_of_states(node);
+    bool decision = category == ov_category_decision;
+    if (options.json) {
+      std::fputs("\"states\": [", out);
+      for (ov_count_t i = 0; i < count; ++i) {
+        std::fputs(i > 0 ? ", " : "", out);
+        print_json_string(out, ov_node_get_state_label(node, i));
+      }
+      std::fputs(decision ? "], \"expected_utilities\": [" : "], \"beliefs\": [", out);
+      for (ov_count_t i = 0; i < count; ++i) {
+        std::fputs(i > 0 ? ", " : "", out);
+        print_json_number(out, decision ? ov_node_get_expected_utility(node, i) : ov_node_get_belief(node, i));
+      }
+      std::fputs("]}", out);
+    } else {
+      for (ov_count_t i = 0; i < count; ++i) {
+        const char *label = ov_node_get_state_label(node, i);
+        std::string shown = *label != '\0' ? label : "#" + std::to_string(i);
+        if (decision)
+          std::printf("  %-20s EU %.9g\n", shown.c_str(), ov_node_get_expected_utility(node, i));
+        else
+          std::printf("  %-20s %.9g\n", shown.c_str(), ov_node_get_belief(node, i));
+      }
+    }
+  }
+  if (options.json) std::fputs("}}\n", out);
+  return exit_ok;
+}
+
+int command_marginal(const Options &options) {
+  if (options.positional.size() != 1) return usage_error("marginal needs NET and a list of nodes");
+  DomainHolder holder;
+  int status = prepare(options, holder);
+  if (status != exit_ok) return status;
+  std::vector<ov_node_t> wanted;
+  if (!select_nodes(holder.domain, split(options.positional[0], ','), wanted)) return exit_usage;
+  wanted.push_back(nullptr);
+  ov_table_t table = ov_domain_get_marginal(holder.domain, wanted.data());
+  if (table == nullptr) return library_error("computing the marginal");
+  ov_node_t *nodes = ov_table_get_nodes(table);
+  ov_number_t *data = ov_table_get_data(table);
+  ov_count_t size = ov_table_get_size(table);
+  std::vector<ov_node_t> order;
+  for (ov_node_t *n = nodes; *n != nullptr; ++n) order.push_back(*n);
+  std::vector<ov_count_t> counts;
+  for (ov_node_t node : order)
+    counts.push_back(ov_node_get_kind(node) == ov_kind_discrete ? ov_node_get_number_of_states(node) : 1);
+
+  std::FILE *out = stdout;
+  if (options.json) {
+    std::fputs("{\"network\": ", out);
+    print_json_string(out, options.network.c_str());
+    std::fputs(", ", out);
+    print_evidence_json(out, options.evidence);
+    std::fputs(", \"nodes\": [", out);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      std::fputs(i > 0 ? ", " : "", out);
+      print_json_string(out, ov_node_get_name(order[i]));
+    }
+    std::fputs("], \"configurations\": [", out);
+  }
+  std::vector<ov_count_t> digit(order.size(), 0);
+  for (ov_count_t cell = 0; cell < size; ++cell) {
+    if (options.json) {
+      std::fputs(cell > 0 ? ", {\"states\": [" : "{\"states\": [", out);
+      for (std::size_t i = 0; i < order.size(); ++i) {
+        std::fputs(i > 0 ? ", " : "", out);
+        print_json_string(out, ov_node_get_state_label(order[i], digit[i]));
+      }
+      std::fputs("], \"probability\": ", out);
+      print_json_number(out, data[cell]);
+      std::fputc('}', out);
+    } else {
+      for (std::size_t i = 0; i < order.size(); ++i)
+        std::printf("%s%s=%s", i > 0 ? " " : "", ov_node_get_name(order[i]),
+                    ov_node_get_state_label(order[i], digit[i]));
+      std::printf("  %.9g\n", data[cell]);
+    }
+    for (std::size_t i = order.size(); i-- > 0;) {
+      if (++digit[i] < counts[i]) break;
+      digit[i] = 0;
+    }
+  }
+  if (options.json) std::fputs("]}\n", out);
+  ov_table_delete(table);
+  return exit_ok;
+}
+
+int command_compile(const Options &options) {
+  static const std::map<std::string, ov_triangulation_method_t> methods = {
+      {"clique-size", ov_tm_clique_size},
+      {"clique-weight", ov_tm_clique_weight},
+      {"fill-in-size", ov_tm_fill_in_size},
+      {"fill-in-weight", ov_tm_fill_in_weight},
+  };
+  auto method = methods.find(options.method);
+  if (method == methods.end()) return usage_error("unknown method '" + options.method + "'");
+  if (!options.positional.empty()) return usage_error("compile takes one network");
+  DomainHolder holder;
+  holder.domain = load_network(options.network);
+  if (holder.domain == nullptr) return library_error("loading " + options.network);
+  ov_domain_t domain = holder.domain;
+
+  std::FILE *log = nullptr;
+  if (!options.log_file.empty()) {
+    log = std::fopen(options.log_file.c_str(), "w");
+    if (log == nullptr) {
+      std::fprintf(stderr, "orvel: cannot open %s for writing\n", options.log_file.c_str());
+      return exit_usage;
+    }
+    ov_domain_set_log_file(domain, log);
+  }
+  auto start = std::chrono::steady_clock::now();
+  int status = exit_ok;
+  if (ov_domain_triangulate(domain, method->second) != ov_error_none)
+    status = library_error("triangulating");
+  else if (ov_domain_compile(domain) != ov_error_none)
+    status = library_error("compiling");
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  if (log != nullptr) {
+    ov_domain_set_log_file(domain, nullptr);
+    std::fclose(log);
+  }
+  if (status != exit_ok) return status;
+
+  ov_count_t node_count = 0;
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node)) ++node_count;
+  ov_count_t trees = 0, cliques = 0, largest_members = 0;
+  double largest_size = 0, total_size = 0;
+  for (ov_junction_tree_t tree = ov_domain_get_first_junction_tree(domain); tree != nullptr;
+       tree = ov_jt_get_next(tree)) {
+    ++trees;
+    for (ov_clique_t *c = ov_jt_get_cliques(tree); c != nullptr && *c != nullptr; ++c) {
+      ++cliques;
+      double size = 1;
+      ov_count_t members = 0;
+      for (ov_node_t *m = ov_clique_get_members(*c); m != nullptr && *m != nullptr; ++m) {
+        ++members;
+        if (ov_node_get_kind(*m) == ov_kind_discrete) size *= static_cast<double>(ov_node_get_number_of_states(*m));
+      }
+      total_size += size;
+      if (size > largest_size) {
+        largest_size = size;
+        largest_members = members;
+      }
+    }
+  }
+  std::printf("network: %s\n", options.network.c_str());
+  std::printf("method: %s\n", options.method.c_str());
+  std::printf("nodes: %lld\n", static_cast<long long>(node_count));
+  std::printf("cliques: %lld\n", static_cast<long long>(cliques));
+  std::printf("junction trees: %lld\n", static_cast<long long>(trees));
+  std::printf("largest clique: %.0f cells (%lld nodes)\n", largest_size, static_cast<long long>(largest_members));
+  std::printf("total clique table size: %.0f\n", total_size);
+  std::printf("time: %.3f s\n", seconds);
+  return exit_ok;
+}
+
+int command_convert(const Options &options) {
+  if (options.positional.size() != 1) return usage_error("convert needs IN and OUT");
+  DomainHolder holder;
+  holder.domain = load_network(options.network);
+  if (holder.domain == nullptr) return library_error("loading " + options.network);
+  if (ov_domain_save_as_net(holder.domain, options.positional[0].c_str()) != ov_error_none)
+    return library_error("writing " + options.positional[0]);
+  return exit_ok;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  if (argc < 2) {
+    std::fputs(main_help, stderr);
+    return exit_usage;
+  }
+  std::string command = argv[1];
+  if (command == "-h" || command == "--help" || command == "help") {
+    std::fputs(main_help, stdout);
+    return exit_ok;
+  }
+  struct Command {
+    const char *help;
+    int (*run)(const Options &);
+    bool evidence, compile_options;
+  };
+  static const std::map<std::string, Command> commands = {
+      {"beliefs", {beliefs_help, command_beliefs, true, false}},
+      {"marginal", {marginal_help, command_marginal, true, false}},
+      {"compile", {compile_help, command_compile, false, true}},
+      {"convert", {convert_help, command_convert, false, false}},
+  };
+  auto found = commands.find(command);
+  if (found == commands.end()) return usage_error("unknown command '" + command + "'");
+  Options options;
+  std::string error;
+  if (!parse_options(argc, argv, 2, options, error, found->second.evidence, found->second.compile_options))
+    return usage_error(error);
+  if (options.help) {
+    std::fputs(found->second.help, stdout);
+    return exit_ok;
+  }
+  if (options.positional.empty()) return usage_error(command + " needs a network file");
+  options.network = options.positional.front();
+  options.positional.erase(options.positional.begin());
+  if (command == "beliefs" && !options.positional.empty()) return usage_error("beliefs takes one network");
+  return found->second.run(options);
+}
