@@ -179,9 +179,9 @@ bool parse_options(int argc, char **argv, int first, Options &options, std::stri
     if (arg == "-h" || arg == "--help") {
       options.help = true;
     } else if (allow_evidence && (arg == "-e" || arg == "-l" || arg == "-v")) {
-      const char *spec = value_of(arg.c_str());
-      if (spec == nullptr) return false;
-      std::string text = spec;
+      const char *assignment = value_of(arg.c_str());
+      if (assignment == nullptr) return false;
+      std::string text = assignment;
       auto eq = text.find('=');
       if (eq == std::string::npos || eq == 0 || eq + 1 == text.size()) {
         error = arg + " expects NODE=VALUE, got '" + text + "'";
