@@ -423,7 +423,8 @@ int command_beliefs(const Options &options) {
     } else {
       for (ov_count_t i = 0; i < count; ++i) {
         const char *label = ov_node_get_state_label(node, i);
-        std::string shown = *label != '\0' ? label : "#" + std::to_string(i);
+        std::string shown = label;
+        if (shown.empty()) shown.append("#").append(std::to_string(i));
         if (decision)
           std::printf("  %-20s EU %.9g\n", shown.c_str(), ov_node_get_expected_utility(node, i));
         else
