@@ -28,11 +28,12 @@ std::string total_clique_size(const std::string &log) {
 TEST(Forest, SharedNetworksAllHeuristics) {
   for (const std::string &file : shared_networks()) {
     SCOPED_TRACE(file);
-    NetStructure net = read_net_structure(shared_network(file));
+    const std::string path = shared_network(file);
     std::map<int, double> totals;
     for (int method = ov_tm_clique_size; method <= ov_tm_fill_in_weight; ++method) {
       SCOPED_TRACE(method);
-      ov_domain_t domain = build_domain(net);
+      ov_domain_t domain = ov_net_parse_domain(path.c_str(), nullptr, nullptr);
+      ASSERT_NE(domain, nullptr);
       LogCapture log(domain);
       ASSERT_EQ(ov_domain_triangulate(domain, static_cast<ov_triangulation_method_t>(method)), ov_error_none);
       ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
@@ -48,12 +49,15 @@ TEST(Forest, SharedNetworksAllHeuristics) {
       EXPECT_EQ(ov_domain_get_number_of_cliques(domain), static_cast<ov_count_t>(domain->cliques.size()));
       ov_domain_delete(domain);
     }
-    // The default heuristic stays within 20% of the best of the four. On
-    // three networks the greedy fill-in weight rules, followed exactly, lose
-    // by more; there the bound holds the ratio measured when they were
-    // written (link: 304 million against 58 million by clique size).
+    // The default heuristic stays within 20% of the best of the four, except
+    // on three networks where the greedy fill-in weight rules, followed
+    // exactly, lose by about two: insurance 57720 against 29352 and mildew
+    // 9566232 against 4434860 (fill-in size), munin1 385218551 against
+    // 195218381 (clique weight). The triangulation tests get the same
+    // figures from a reference greedy. There the bound holds the measured
+    // ratio, so that any worsening shows.
     static const std::map<std::string, double> exceptions{
-        {"insurance.net", 1.24}, {"link.net", 5.3}, {"mildew.net", 1.84}};
+        {"insurance.net", 1.97}, {"mildew.net", 2.16}, {"munin1.net", 1.98}};
     double best = std::min({totals[15], totals[16], totals[17], totals[18]});
     auto exception = exceptions.find(file);
     double bound = exception == exceptions.end() ? 1.2 : exception->second;
