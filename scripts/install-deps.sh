@@ -2,15 +2,21 @@
 # Installs the build and test dependencies from Debian's packages.
 set -euo pipefail
 packages=(build-essential cmake ninja-build zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev clang
-  libclang-rt-dev clang-format)
+  libclang-rt-dev clang-format locales)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
+sudo=""
+[ "$(id -u)" -ne 0 ] && sudo="sudo"
 if [ ${#missing[@]} -gt 0 ]; then
-  sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo="sudo"
   export DEBIAN_FRONTEND=noninteractive
   $sudo apt-get update -q
   $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi
+# A locale whose decimal point is a comma, so that the tests can check that
+# numbers are read and written the same whatever the caller's locale is.
+if ! locale -a 2>/dev/null | grep -qix 'de_DE\.utf-\?8'; then
+  grep -q '^de_DE.UTF-8 UTF-8' /etc/locale.gen 2>/dev/null || echo 'de_DE.UTF-8 UTF-8' | $sudo tee -a /etc/locale.gen >/dev/null
+  $sudo locale-gen >/dev/null
 fi

@@ -2,6 +2,7 @@
 // network, and writing that one again gives the same bytes.
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -86,6 +87,35 @@ TEST(NetRoundTrip, EverySharedNetworkWritesAndReadsBackUnchanged) {
     ++networks;
   }
   EXPECT_GE(networks, 18);
+}
+
+// A caller whose locale writes a decimal comma reads and writes the same
+// files as one in the C locale, and keeps its locale.
+TEST(NetRoundTrip, IndependentOfTheCallersLocale) {
+  const std::string file = ORVEL_SHARED_DIR "/networks/water.net";
+  ov_domain_t plain = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
+  ASSERT_NE(plain, nullptr);
+  const std::string expected = write_to_string(plain);
+  ASSERT_NE(expected.find("0."), std::string::npos);
+
+  if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) {
+    ov_domain_delete(plain);
+    GTEST_SKIP() << "no de_DE locale on this machine";
+  }
+  const std::string german = std::setlocale(LC_ALL, nullptr);
+  ov_domain_t domain = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
+  EXPECT_EQ(german, std::setlocale(LC_ALL, nullptr));
+  std::string text;
+  if (domain != nullptr) {
+    text = write_to_string(domain);
+    EXPECT_EQ(german, std::setlocale(LC_ALL, nullptr));
+  }
+  std::setlocale(LC_ALL, "C");
+  ASSERT_NE(domain, nullptr);
+  expect_equal_networks(plain, domain, "under de_DE");
+  EXPECT_EQ(text, expected);
+  ov_domain_delete(domain);
+  ov_domain_delete(plain);
 }
 
 } // namespace
