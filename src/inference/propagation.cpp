@@ -337,7 +337,11 @@ ov_status_t absorb(const Run &run, Clique *source, Clique *target, CliqueLink &l
     s[i] = static_cast<ov_number_t>(quotient);
   }
   if (collecting && normalize_message(run, source, target, separator, values) != ov_error_none) return ov_error_code();
-  if (table_multiply_into(link_to(target, source).plan, false) != ov_error_none) return ov_error_code();
+  // Going out in normal mode, the cells that disagree with a hard finding
+  // are zero already (the finding reached this clique in the collect, or an
+  // earlier propagation), so the multiply skips them.
+  const bool restrict = !collecting && run.mode == ov_mode_normal;
+  if (table_multiply_into(link_to(target, source).plan, restrict) != ov_error_none) return ov_error_code();
   for (Size i = 0; i < n; ++i) s[i] = static_cast<ov_number_t>(values[i]);
   return ov_error_none;
 }
