@@ -1,6 +1,7 @@
 // Simulation from node tables and from a propagated junction forest.
 #include "learn/simulate.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "api/error.h"
@@ -94,52 +95,78 @@ ov_status_t simulate_from_tables(Domain *domain) {
 // Draws the members of a clique given the states already drawn for some of
 // them (those of its separator with the parent), in proportion to the
 // clique's cells; returns the conditional probability of the cell drawn.
-ov_status_t sample_clique(Domain *domain, Clique *clique, std::vector<ov_number_t> &weights, std::vector<Size> &cells,
-                          double &probability) {
+// Only the cells that agree with the drawn states are visited: the drawn
+// members fix an offset, and the others span a block that is walked by its
+// strides in ascending cell order, the last member fastest.
+ov_status_t sample_clique(Domain *domain, Clique *clique, std::vector<ov_number_t> &weights,
+                          std::vector<std::uint32_t> &free_members, double &probability) {
   const Table *table = clique->table;
   const std::uint32_t d = table->discrete_count;
-  std::vector<std::uint32_t> strides(d);
-  std::uint32_t stride = 1;
+  struct Dimension {
+    std::uint32_t count;
+    Size stride;
+  };
+  std::vector<Dimension> block;
+  free_members.clear();
+  Size base = 0;
+  Size stride = 1;
   for (std::uint32_t i = d; i-- > 0;) {
-    strides[i] = stride;
-    stride *= table->nodes[i]->state_count;
-  }
-  weights.clear();
-  cells.clear();
-  double total = 0.0;
-  for (Size cell = 0; cell < table->size; ++cell) {
-    bool consistent = true;
-    for (std::uint32_t i = 0; i < d && consistent; ++i) {
-      const Node *node = table->nodes[i];
-      if (node->simulated_state >= 0)
-        consistent = (cell / strides[i]) % node->state_count == static_cast<std::uint32_t>(node->simulated_state);
+    const Node *node = table->nodes[i];
+    if (node->simulated_state >= 0) {
+      base += static_cast<Size>(node->simulated_state) * stride;
+    } else {
+      block.push_back({node->state_count, stride});
+      free_members.push_back(i);
     }
-    if (!consistent) continue;
-    weights.push_back(table->data[cell]);
-    cells.push_back(cell);
-    total += table->data[cell];
+    stride *= node->state_count;
+  }
+  // Outermost first; the innermost run is read as one strided loop.
+  std::reverse(block.begin(), block.end());
+  std::reverse(free_members.begin(), free_members.end());
+  const ov_number_t *data = table->data.get() + base;
+  weights.clear();
+  double total = 0.0;
+  const std::uint32_t inner_count = block.empty() ? 1 : block.back().count;
+  const Size inner_stride = block.empty() ? 0 : block.back().stride;
+  const std::size_t outer = block.empty() ? 0 : block.size() - 1;
+  std::vector<std::uint32_t> state(outer, 0);
+  Size offset = 0;
+  for (;;) {
+    const ov_number_t *run = data + offset;
+    for (std::uint32_t k = 0; k < inner_count; ++k) {
+      const ov_number_t w = run[static_cast<std::size_t>(k) * inner_stride];
+      weights.push_back(w);
+      total += w;
+    }
+    std::size_t i = outer;
+    for (; i > 0; --i) {
+      offset += block[i - 1].stride;
+      if (++state[i - 1] < block[i - 1].count) break;
+      offset -= block[i - 1].stride * block[i - 1].count;
+      state[i - 1] = 0;
+    }
+    if (i == 0) break; // every combination visited
   }
   if (!(total > 0.0)) return fail(ov_error_zero_sum);
-  const std::uint32_t chosen = random_choose(domain->random, weights.data(), static_cast<std::uint32_t>(weights.size()),
-                                             static_cast<float>(total));
+  std::uint32_t chosen = random_choose(domain->random, weights.data(), static_cast<std::uint32_t>(weights.size()),
+                                       static_cast<float>(total));
   probability = weights[chosen] / total;
-  const Size cell = cells[chosen];
-  for (std::uint32_t i = 0; i < d; ++i) {
-    Node *node = table->nodes[i];
-    if (node->simulated_state < 0)
-      node->simulated_state = static_cast<std::int32_t>((cell / strides[i]) % node->state_count);
+  // The chosen position within the block, read as a mixed-radix number.
+  for (std::size_t i = block.size(); i-- > 0;) {
+    table->nodes[free_members[i]]->simulated_state = static_cast<std::int32_t>(chosen % block[i].count);
+    chosen /= block[i].count;
   }
   return ov_error_none;
 }
 
 ov_status_t sample_subtree(Domain *domain, Clique *clique, const Clique *parent, std::vector<ov_number_t> &weights,
-                           std::vector<Size> &cells, double &probability) {
+                           std::vector<std::uint32_t> &free_members, double &probability) {
   double p = 1.0;
-  if (sample_clique(domain, clique, weights, cells, p) != ov_error_none) return ov_error_code();
+  if (sample_clique(domain, clique, weights, free_members, p) != ov_error_none) return ov_error_code();
   probability *= p;
   for (CliqueLink &link : clique->links)
     if (link.neighbour != parent &&
-        sample_subtree(domain, link.neighbour, clique, weights, cells, probability) != ov_error_none)
+        sample_subtree(domain, link.neighbour, clique, weights, free_members, probability) != ov_error_none)
       return ov_error_code();
   return ov_error_none;
 }
@@ -152,10 +179,10 @@ ov_status_t simulate_from_forest(Domain *domain) {
       return fail(ov_error_usage);
   clear_samples(domain);
   std::vector<ov_number_t> weights;
-  std::vector<Size> cells;
+  std::vector<std::uint32_t> free_members;
   for (auto &tree : domain->junction_trees) {
     double probability = 1.0;
-    if (sample_subtree(domain, tree->root, nullptr, weights, cells, probability) != ov_error_none)
+    if (sample_subtree(domain, tree->root, nullptr, weights, free_members, probability) != ov_error_none)
       return ov_error_code();
     tree->probability_of_random_selection = probability;
   }
