@@ -62,16 +62,24 @@ void check_frequencies(RandomNetwork &net, const Findings &findings, int draws, 
 
 TEST(Simulation, CompiledFrequenciesFollowTheBeliefs) {
   std::mt19937 rng(7);
-  for (int round = 0; round < 6; ++round) {
+  for (int round = 0; round < 12; ++round) {
     RandomNetwork net = RandomNetwork::make(rng, 8);
     ASSERT_EQ(ov_domain_compile(net.domain), ov_error_none);
     ov_domain_seed_random(net.domain, 12345 + round);
     Findings findings;
     for (std::uint32_t s : net.states) findings.emplace_back(s, 1.0f);
-    // One soft finding that keeps the evidence possible.
+    // One soft finding, or on odd rounds one hard finding on a state of
+    // positive belief, so that the evidence stays possible.
     const std::size_t i = rng() % net.nodes.size();
-    ASSERT_EQ(ov_node_enter_finding(net.nodes[i], 0, 0.25f), ov_error_none);
-    findings[i][0] = 0.25f;
+    if (round % 2 == 0) {
+      ASSERT_EQ(ov_node_enter_finding(net.nodes[i], 0, 0.25f), ov_error_none);
+      findings[i][0] = 0.25f;
+    } else {
+      ov_index_t state = 0;
+      while (!(ov_node_get_belief(net.nodes[i], state) > 0.0f)) ++state;
+      ASSERT_EQ(ov_node_select_state(net.nodes[i], state), ov_error_none);
+      for (std::uint32_t s = 0; s < net.states[i]; ++s) findings[i][s] = s == static_cast<std::uint32_t>(state);
+    }
     ASSERT_EQ(ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
     check_frequencies(net, findings, 4000, true);
   }
