@@ -201,6 +201,29 @@ void apply_hard_evidence(Clique *c, const Clique *parent) noexcept {
 
 constexpr Size stream_threshold = Size{1} << 20;
 
+// The sum of a run of cells in double precision. Four running sums break
+// the chain of dependent additions on long runs.
+inline double run_sum(const ov_number_t *t, std::uint32_t count) noexcept {
+  if (count < 16) {
+    double acc = 0.0;
+    for (std::uint32_t k = 0; k < count; ++k) acc += t[k];
+    return acc;
+  }
+  double a[4] = {0.0, 0.0, 0.0, 0.0};
+  std::uint32_t k = 0;
+  for (; k + 4 <= count; k += 4)
+    for (std::uint32_t j = 0; j < 4; ++j) a[j] += t[k + j];
+  for (; k < count; ++k) a[0] += t[k];
+  return (a[0] + a[1]) + (a[2] + a[3]);
+}
+
+// The greatest cell of a run, at least 0.
+inline double run_max(const ov_number_t *t, std::uint32_t count) noexcept {
+  ov_number_t best = 0.0f;
+  for (std::uint32_t k = 0; k < count; ++k) best = std::max(best, t[k]);
+  return best;
+}
+
 // Sums (or maximises) the plan's target onto its source's cells, walking
 // the target in memory order and scattering into the source's cells by an
 // odometer over the target's dimensions, so that a large clique is read as
@@ -226,28 +249,30 @@ void stream_marginal(const KernelPlan *plan, double *values, bool max) noexcept 
       ++m;
     }
   }
+  // The innermost dimension is read as runs; the one before it, if any, is
+  // walked inside the same step so that the odometer moves once per block.
   const ov_number_t *t = T->data.get();
   const std::uint32_t last_count = m == 0 ? 1 : counts[m - 1];
   const std::uint32_t last_stride = m == 0 ? 0 : strides[m - 1];
-  const std::uint32_t outer = m == 0 ? 0 : m - 1;
+  const std::uint32_t rows = m < 2 ? 1 : counts[m - 2];
+  const std::uint32_t row_stride = m < 2 ? 0 : strides[m - 2];
+  const std::uint32_t outer = m < 2 ? 0 : m - 2;
+  const Size block = static_cast<Size>(rows) * last_count;
   std::fill_n(state, outer, 0u);
   Size base = 0;
-  for (Size done = 0; done < T->size; done += last_count, t += last_count) {
-    double *v = values + base;
-    if (last_stride == 0) {
-      if (max) {
-        ov_number_t best = 0.0f;
-        for (std::uint32_t k = 0; k < last_count; ++k) best = std::max(best, t[k]);
-        *v = std::max(*v, static_cast<double>(best));
+  for (Size done = 0; done < T->size; done += block) {
+    for (std::uint32_t r = 0; r < rows; ++r, t += last_count) {
+      double *v = values + base + static_cast<Size>(r) * row_stride;
+      if (last_stride == 0) {
+        *v = max ? std::max(*v, run_max(t, last_count)) : *v + run_sum(t, last_count);
+      } else if (max) {
+        for (std::uint32_t k = 0; k < last_count; ++k)
+          v[k * last_stride] = std::max(v[k * last_stride], static_cast<double>(t[k]));
+      } else if (last_stride == 1) {
+        for (std::uint32_t k = 0; k < last_count; ++k) v[k] += t[k];
       } else {
-        double acc = 0.0;
-        for (std::uint32_t k = 0; k < last_count; ++k) acc += t[k];
-        *v += acc;
+        for (std::uint32_t k = 0; k < last_count; ++k) v[k * last_stride] += t[k];
       }
-    } else if (max) {
-      for (std::uint32_t k = 0; k < last_count; ++k) v[k * last_stride] = std::max(v[k * last_stride], double(t[k]));
-    } else {
-      for (std::uint32_t k = 0; k < last_count; ++k) v[k * last_stride] += t[k];
     }
     for (std::uint32_t i = outer; i-- > 0;) {
       base += strides[i];
