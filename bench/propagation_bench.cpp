@@ -5,7 +5,8 @@
 // one finding is changed and after one is added, and the peak memory of
 // the process. Each figure is the median over the runs, with min and max.
 //
-// Usage: propagation_bench [runs (default 21)] [network file ...]
+// Usage: propagation_bench [runs (default 21)] [--threads N] [network file ...]
+// With --threads N the domains get concurrency level N (default 1).
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -92,7 +93,14 @@ int main(int argc, char **argv) {
   int runs = argc > 1 ? std::atoi(argv[1]) : 21;
   if (runs < 1) runs = 21;
   std::vector<std::string> files;
-  for (int i = 2; i < argc; ++i) files.push_back(argv[i]);
+  unsigned threads = 1;
+  for (int i = 2; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--threads" && i + 1 < argc)
+      threads = static_cast<unsigned>(std::atoi(argv[++i]));
+    else
+      files.push_back(arg);
+  }
   if (files.empty()) files = shared_networks();
   std::printf("%-11s %5s | %-26s | %-26s | %-26s | %-26s | %-26s | %8s\n", "network", "nodes",
               "compile ms (med min max)", "k=5 us (med min max)", "k=20 us (med min max)",
@@ -109,6 +117,7 @@ int main(int argc, char **argv) {
         std::printf("%-11s cannot be read: %s\n", file.c_str(), ov_error_name(ov_error_code()));
         break;
       }
+      ov_domain_set_concurrency_level(domain, threads);
       const auto start = Clock::now();
       const ov_status_t status = ov_domain_compile(domain);
       compile_times.push_back(micros(start, Clock::now()) / 1000.0);
