@@ -2,6 +2,7 @@
 #include "table/algebra.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <new>
 #include <vector>
@@ -275,12 +276,17 @@ ov_status_t table_normalize_runs(Table *table, Size run_length, bool strict) {
     for (Size k = 0; k < run_length; ++k) sum += data[start + k];
     return sum;
   };
+  // A run that holds an infinite number has no distribution to scale to:
+  // scaling would turn it into not-a-number.
   if (strict)
-    for (Size start = 0; start < size; start += run_length)
-      if (!(run_sum(start) > 0.0)) return fail(ov_error_zero_sum);
+    for (Size start = 0; start < size; start += run_length) {
+      const double sum = run_sum(start);
+      if (!(sum > 0.0)) return fail(ov_error_zero_sum);
+      if (!std::isfinite(sum)) return fail(ov_error_overflow);
+    }
   for (Size start = 0; start < size; start += run_length) {
     const double sum = run_sum(start);
-    if (sum > 0.0) {
+    if (sum > 0.0 && std::isfinite(sum)) {
       const double factor = 1.0 / sum;
       for (Size k = 0; k < run_length; ++k) data[start + k] = static_cast<ov_number_t>(data[start + k] * factor);
     } else {

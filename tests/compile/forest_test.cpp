@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <sstream>
 
@@ -224,6 +225,28 @@ TEST(PotentialCheck, BadRowsAreReportedWithALog) {
     EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
     EXPECT_EQ(log.text().rfind("\n\nChecking conditional probability potentials:\n\n\nBeliefs", 0), 0u);
   }
+  ov_domain_delete(domain);
+}
+
+// Without a log nothing checks the rows ahead of the first propagation: a
+// row with an infinite entry cannot be scaled to a distribution and is
+// refused with overflow, a row with not-a-number has no positive sum.
+TEST(PotentialCheck, NonFiniteRowsAreRefused) {
+  ov_domain_t domain = ov_new_domain();
+  Node *a = add_node(domain, "A", 2);
+  Node *b = add_node(domain, "B", 2);
+  add_arc(a, b);
+  ov_node_get_table(a);
+  ov_node_get_table(b);
+  set_row(a, {0.5f, 0.5f});
+  set_row(b, {0.5f, 0.5f, std::numeric_limits<float>::infinity(), 1.0f});
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_overflow);
+  EXPECT_EQ(ov_domain_is_compiled(domain), 0);
+  set_row(b, {0.5f, 0.5f, std::numeric_limits<float>::quiet_NaN(), 1.0f});
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_zero_sum);
+  set_row(b, {0.5f, 0.5f, 0.25f, 0.75f});
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_none);
+  EXPECT_FLOAT_EQ(ov_node_get_belief(b, 0), 0.375f);
   ov_domain_delete(domain);
 }
 
