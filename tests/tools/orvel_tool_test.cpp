@@ -11,6 +11,7 @@
 #include <regex>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 #include "orvel.h"
@@ -23,8 +24,10 @@ struct ToolRun {
 };
 
 // Runs the tool with the given arguments (already quoted for the shell).
+// Its standard error goes to a file of this process's own, since CTest runs
+// the test cases as parallel processes.
 ToolRun run_tool(const std::string &arguments) {
-  std::string err_file = testing::TempDir() + "orvel_tool_stderr.txt";
+  std::string err_file = testing::TempDir() + "orvel_tool_stderr_" + std::to_string(getpid()) + ".txt";
   std::string command = std::string(ORVEL_TOOL) + " " + arguments + " 2>" + err_file;
   ToolRun run;
   FILE *pipe = popen(command.c_str(), "r");
@@ -38,6 +41,7 @@ ToolRun run_tool(const std::string &arguments) {
     while ((n = fread(buffer.data(), 1, buffer.size(), f)) > 0) run.err.append(buffer.data(), n);
     fclose(f);
   }
+  std::remove(err_file.c_str());
   return run;
 }
 
