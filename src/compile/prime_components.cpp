@@ -28,9 +28,17 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
   result.raised_by.resize(n);
   result.generator.assign(n, false);
   result.order.resize(n);
+  // The adjacency in one array, for the searches that walk it n times.
+  std::vector<std::uint32_t> first(n + 1, 0);
+  for (std::uint32_t v = 0; v < n; ++v) first[v + 1] = first[v] + static_cast<std::uint32_t>(adjacency[v].size());
+  std::vector<std::uint32_t> neighbours;
+  neighbours.reserve(first[n]);
+  for (const VertexSet &set : adjacency) neighbours.insert(neighbours.end(), set.begin(), set.end());
   std::vector<std::uint32_t> label(n, 0);
-  std::vector<bool> numbered(n, false);
-  std::vector<std::uint32_t> reached_in(n, 0); // step + 1 when reached in that step
+  // The step (from 1) in which a vertex was last reached; a numbered vertex
+  // holds the largest value, so that one test skips both.
+  constexpr std::uint32_t numbered = 0xFFFFFFFFu;
+  std::vector<std::uint32_t> reached_in(n, 0);
   std::vector<std::vector<std::uint32_t>> reach(n + 1);
   std::vector<std::uint32_t> raised;
   // Unnumbered vertices by label; an entry whose label has since risen, or
@@ -43,7 +51,8 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
     std::uint32_t v = n;
     while (v == n) {
       auto &bucket = by_label[highest];
-      while (!bucket.empty() && (numbered[bucket.back()] || label[bucket.back()] != highest)) bucket.pop_back();
+      while (!bucket.empty() && (reached_in[bucket.back()] == numbered || label[bucket.back()] != highest))
+        bucket.pop_back();
       if (bucket.empty()) {
         --highest;
         continue;
@@ -52,17 +61,17 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
     }
     if (static_cast<std::int64_t>(label[v]) <= previous_label) result.generator[v] = true;
     previous_label = label[v];
-    numbered[v] = true;
+    reached_in[v] = numbered;
     result.order[n - 1 - step] = v;
 
     // Every unnumbered u that a path of unnumbered vertices with labels
     // below label[u] joins to v gets its label raised.
     const std::uint32_t mark = step + 1;
-    reached_in[v] = mark;
     raised.clear();
     std::uint32_t top = 0;
-    for (std::uint32_t u : adjacency[v]) {
-      if (numbered[u]) continue;
+    for (std::uint32_t k = first[v]; k < first[v + 1]; ++k) {
+      const std::uint32_t u = neighbours[k];
+      if (reached_in[u] >= mark) continue;
       reached_in[u] = mark;
       raised.push_back(u);
       reach[label[u]].push_back(u);
@@ -72,8 +81,9 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
       while (!reach[j].empty()) {
         std::uint32_t y = reach[j].back();
         reach[j].pop_back();
-        for (std::uint32_t z : adjacency[y]) {
-          if (numbered[z] || reached_in[z] == mark) continue;
+        for (std::uint32_t k = first[y]; k < first[y + 1]; ++k) {
+          const std::uint32_t z = neighbours[k];
+          if (reached_in[z] >= mark) continue;
           reached_in[z] = mark;
           if (label[z] > j) {
             raised.push_back(z);
