@@ -6,12 +6,12 @@
 
 static int failures = 0;
 
-#define CHECK(condition)                                                                                    \
-  do {                                                                                                      \
-    if (!(condition)) {                                                                                     \
-      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition);                         \
-      ++failures;                                                                                           \
-    }                                                                                                       \
+#define CHECK(condition)                                                                                               \
+  do {                                                                                                                 \
+    if (!(condition)) {                                                                                                \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition);                                    \
+      ++failures;                                                                                                      \
+    }                                                                                                                  \
   } while (0)
 
 int main(void) {
