@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is needed, builds with warnings as errors and runs every
-# test; runs the fuzz targets for a bounded time; then builds again under AddressSanitizer and UndefinedBehaviorSanitizer
+# Installs what is needed, checks the format of the sources, builds with
+# warnings as errors and runs every test; runs the fuzz targets for a bounded time; then builds again under AddressSanitizer and UndefinedBehaviorSanitizer
 # and runs every test there too.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 jobs=$(nproc)
+
+# Every C and C++ source keeps the project's format.
+git ls-files '*.c' '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 
 cmake -S . -B build-ci -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVEL_WERROR=ON
 cmake --build build-ci -j "$jobs"
