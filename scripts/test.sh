@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is needed, checks the format of the sources, builds with
-# warnings as errors and runs every test; runs the fuzz targets for a bounded time; then builds again under AddressSanitizer and UndefinedBehaviorSanitizer
-# and runs every test there too.
+# warnings as errors and runs every test; runs the fuzz targets for a
+# bounded time; then builds again under AddressSanitizer and
+# UndefinedBehaviorSanitizer and runs every test there too.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
