@@ -342,6 +342,14 @@ void print_evidence_json(std::FILE *out, const std::vector<Evidence> &evidence) 
   std::fputc('}', out);
 }
 
+// The start of a JSON answer: the network and the evidence.
+void print_json_head(std::FILE *out, const Options &options) {
+  std::fputs("{\"network\": ", out);
+  print_json_string(out, options.network.c_str());
+  std::fputs(", ", out);
+  print_evidence_json(out, options.evidence);
+}
+
 int command_beliefs(const Options &options) {
   DomainHolder holder;
   int status = prepare(options, holder);
@@ -357,10 +365,7 @@ int command_beliefs(const Options &options) {
 
   std::FILE *out = stdout;
   if (options.json) {
-    std::fputs("{\"network\": ", out);
-    print_json_string(out, options.network.c_str());
-    std::fputs(", ", out);
-    print_evidence_json(out, options.evidence);
+    print_json_head(out, options);
     std::fputs(", \"probability_of_evidence\": ", out);
     print_json_number(out, probability);
     std::fputs(", \"log_probability_of_evidence\": ", out);
@@ -457,10 +462,7 @@ int command_marginal(const Options &options) {
 
   std::FILE *out = stdout;
   if (options.json) {
-    std::fputs("{\"network\": ", out);
-    print_json_string(out, options.network.c_str());
-    std::fputs(", ", out);
-    print_evidence_json(out, options.evidence);
+    print_json_head(out, options);
     std::fputs(", \"nodes\": [", out);
     for (std::size_t i = 0; i < order.size(); ++i) {
       std::fputs(i > 0 ? ", " : "", out);

@@ -327,6 +327,19 @@ std::uint32_t ParseContext::location() const noexcept {
 
 // ---------------------------------------------------------------- tokens
 
+namespace {
+
+// What NET and expression text share beyond their punctuation: a string, a
+// name or a number, told by the first character.
+int scan_operand(ParseContext *ctx, int c) noexcept {
+  if (c == '"') return scan_string(ctx);
+  if (c == '_' || std::isalpha(c)) return scan_name(ctx, c);
+  if (std::isdigit(c)) return scan_number(ctx, c);
+  return unexpected_character(ctx, c);
+}
+
+} // namespace
+
 int scan_net_token(ParseContext *ctx) noexcept {
   int token;
   if (held_token(ctx, token)) return token;
@@ -348,12 +361,7 @@ int scan_net_token(ParseContext *ctx) noexcept {
   case '+':
   case '-':
   case '.': return scan_number(ctx, c);
-  case '"': return scan_string(ctx);
-  case '_': return scan_name(ctx, c);
-  default:
-    if (std::isdigit(c)) return scan_number(ctx, c);
-    if (std::isalpha(c)) return scan_name(ctx, c);
-    return unexpected_character(ctx, c);
+  default: return scan_operand(ctx, c);
   }
 }
 
@@ -381,12 +389,7 @@ int scan_expression_token(ParseContext *ctx) noexcept {
   case '>':
   case '!': return scan_comparison(ctx, c);
   case '.': return scan_number(ctx, c);
-  case '"': return scan_string(ctx);
-  case '_': return scan_name(ctx, c);
-  default:
-    if (std::isdigit(c)) return scan_number(ctx, c);
-    if (std::isalpha(c)) return scan_name(ctx, c);
-    return unexpected_character(ctx, c);
+  default: return scan_operand(ctx, c);
   }
 }
 
