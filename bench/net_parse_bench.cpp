@@ -9,7 +9,7 @@
 
 namespace {
 
-std::string network(const char *file) { return std::string(ORVEL_SHARED_DIR "/networks/") + file; }
+std::string network(const char *file) { return std::string(ORVEL_NETWORKS "/") + file; }
 
 long file_size(const std::string &path) {
   std::FILE *f = std::fopen(path.c_str(), "rb");

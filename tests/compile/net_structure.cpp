@@ -112,11 +112,11 @@ ov_domain_t build_domain(const NetStructure &structure) {
   return domain;
 }
 
-std::string shared_network(const std::string &file) { return std::string(ORVEL_SHARED_DIR) + "/networks/" + file; }
+std::string shared_network(const std::string &file) { return std::string(ORVEL_NETWORKS "/") + file; }
 
 std::vector<std::string> shared_networks() {
   std::vector<std::string> files;
-  for (const auto &entry : std::filesystem::directory_iterator(std::string(ORVEL_SHARED_DIR) + "/networks"))
+  for (const auto &entry : std::filesystem::directory_iterator(std::string(ORVEL_NETWORKS)))
     if (entry.path().extension() == ".net") files.push_back(entry.path().filename().string());
   std::sort(files.begin(), files.end());
   return files;

@@ -10,10 +10,6 @@
 
 #include "orvel.h"
 
-#ifndef ORVEL_SHARED_DIR
-#define ORVEL_SHARED_DIR "/work/shared"
-#endif
-
 namespace {
 
 // A factor over variables (indices), the last varying fastest.
@@ -140,7 +136,7 @@ TEST(RealNetworks, BeliefsAgreeWithVariableElimination) {
   for (const char *file : {"asia.net", "cancer.net", "earthquake.net", "sachs.net", "survey.net", "child.net",
                            "alarm.net", "insurance.net", "win95pts.net", "hepar2.net"}) {
     SCOPED_TRACE(file);
-    const std::string path = std::string(ORVEL_SHARED_DIR) + "/networks/" + file;
+    const std::string path = std::string(ORVEL_NETWORKS "/") + file;
     ov_domain_t domain = ov_net_parse_domain(path.c_str(), nullptr, nullptr);
     ASSERT_NE(domain, nullptr) << ov_error_name(ov_error_code());
     ASSERT_EQ(ov_domain_compile(domain), ov_error_none);

@@ -134,7 +134,7 @@ Reference read_reference(const std::string &text) {
 
 TEST(NetParserNetworks, EveryNetworkMatchesAnIndependentReading) {
   std::vector<std::string> files;
-  for (const auto &entry : fs::directory_iterator(ORVEL_SHARED_DIR "/networks"))
+  for (const auto &entry : fs::directory_iterator(ORVEL_NETWORKS))
     if (entry.path().extension() == ".net") files.push_back(entry.path().string());
   ASSERT_GE(files.size(), 15u);
   for (const std::string &file : files) {
@@ -514,7 +514,7 @@ TEST(NetParserHostile, BadInputFailsCleanly) {
   std::string deep(200000, '(');
   std::string garbage;
   for (int i = 0; i < 4096; ++i) garbage.push_back(static_cast<char>((i * 7919 + 13) % 255 + 1));
-  const std::string asia = read_file(ORVEL_SHARED_DIR "/networks/asia.net");
+  const std::string asia = read_file(ORVEL_NETWORKS "/asia.net");
   const std::vector<std::string> inputs = {
       asia.substr(0, asia.size() / 2),
       asia.substr(0, asia.size() - 3),

@@ -71,7 +71,7 @@ void expect_equal_networks(ov_domain_t a, ov_domain_t b, const std::string &what
 
 TEST(NetRoundTrip, EverySharedNetworkWritesAndReadsBackUnchanged) {
   int networks = 0;
-  for (const auto &entry : fs::directory_iterator(ORVEL_SHARED_DIR "/networks")) {
+  for (const auto &entry : fs::directory_iterator(ORVEL_NETWORKS)) {
     if (entry.path().extension() != ".net") continue;
     std::string file = entry.path().string();
     ov_domain_t first = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
@@ -92,7 +92,7 @@ TEST(NetRoundTrip, EverySharedNetworkWritesAndReadsBackUnchanged) {
 // A caller whose locale writes a decimal comma reads and writes the same
 // files as one in the C locale, and keeps its locale.
 TEST(NetRoundTrip, IndependentOfTheCallersLocale) {
-  const std::string file = ORVEL_SHARED_DIR "/networks/water.net";
+  const std::string file = ORVEL_NETWORKS "/water.net";
   ov_domain_t plain = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
   ASSERT_NE(plain, nullptr);
   const std::string expected = write_to_string(plain);

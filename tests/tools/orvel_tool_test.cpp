@@ -254,7 +254,7 @@ Enumerated enumerate(ov_domain_t domain, const std::vector<std::pair<ov_node_t, 
 
 TEST(OrvelTool, SmallSharedNetworksMatchEnumeration) {
   for (const char *name : {"asia", "cancer", "earthquake", "survey", "sachs"}) {
-    std::string file = std::string(ORVEL_SHARED_DIR) + "/networks/" + name + ".net";
+    std::string file = std::string(ORVEL_NETWORKS "/") + name + ".net";
     ov_domain_t domain = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
     ASSERT_NE(domain, nullptr) << file;
     // Evidence: the first node in its last state and the last node in its first.
