@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Writes, for every network in networks/ and examples/, the compile log of
+# each triangulation heuristic and the NET text the writer gives, into DIR.
+# Two builds compared with `diff -r` show whether a change kept the output
+# byte for byte:
+#   bash scripts/net-outputs.sh build/orvel /tmp/a; ...; diff -r /tmp/a /tmp/b
+set -euo pipefail
+tool=$1 out=$2
+cd "$(dirname "$0")/.."
+mkdir -p "$out"
+for net in networks/*.net examples/*.net; do
+  name=$(basename "$net" .net)
+  for method in clique-size clique-weight fill-in-size fill-in-weight; do
+    "$tool" compile "$net" --method $method --log "$out/$name.$method.log" >/dev/null 2>"$out/$name.$method.err" || true
+  done
+  "$tool" convert "$net" "$out/$name.net" >/dev/null 2>"$out/$name.convert.err" || true
+done
