@@ -20,9 +20,19 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#if defined(_WIN32)
+/* OV_API marks the exported functions. On Windows the library's own build
+ * defines ORVEL_BUILDING (export), a client of the static library defines
+ * ORVEL_STATIC (plain linkage) and any other client imports from the DLL; the
+ * CMake package and the pkg-config file set these for the client. */
+#if defined(_WIN32) || defined(__CYGWIN__)
+#if defined(ORVEL_STATIC)
+#define OV_API
+#elif defined(ORVEL_BUILDING)
 #define OV_API __declspec(dllexport)
-#elif defined(__GNUC__)
+#else
+#define OV_API __declspec(dllimport)
+#endif
+#elif defined(__GNUC__) && __GNUC__ >= 4
 #define OV_API __attribute__((visibility("default")))
 #else
 #define OV_API

@@ -2,7 +2,7 @@
 # Installs the build and test dependencies from Debian's packages.
 set -euo pipefail
 packages=(build-essential cmake ninja-build zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev clang
-  libclang-rt-dev clang-format locales)
+  libclang-rt-dev clang-format locales pkg-config)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Installs what is needed, checks the format of the sources, builds with
-# warnings as errors and runs every test; runs the fuzz targets for a
-# bounded time; then builds again under AddressSanitizer and
-# UndefinedBehaviorSanitizer and runs every test there too.
+# The full run that CI makes: installs what is needed, checks the format of
+# the sources and the layering of src/, builds with warnings as errors and
+# runs every test, installs the build and builds a client against it, runs
+# the fuzz targets for a bounded time, then builds again under
+# AddressSanitizer and UndefinedBehaviorSanitizer and runs every test there
+# too. For a quick build and test while working, use scripts/check.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -10,10 +12,13 @@ jobs=$(nproc)
 
 # Every C and C++ source keeps the project's format.
 git ls-files '*.c' '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+# No subsystem reaches into a higher one.
+bash scripts/check-layers.sh
 
 cmake -S . -B build-ci -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVEL_WERROR=ON
 cmake --build build-ci -j "$jobs"
 ctest --test-dir build-ci --output-on-failure -j "$jobs"
+bash scripts/install-check.sh build-ci
 
 # The fuzz targets run for a bounded time each (ORVEL_FUZZ_SECONDS, default 60).
 bash scripts/fuzz.sh "${ORVEL_FUZZ_SECONDS:-60}"
