@@ -101,5 +101,8 @@ Node *instance_input(const Node *instance, std::uint32_t position) noexcept;
 // Binds an input of an instance (by position) to a node of the container;
 // the binding array grows to the number of inputs on first need.
 void instance_bind_input(Node *instance, std::uint32_t position, Node *actual);
+// Clears the binding of an input of an instance (by position), if it has
+// one.
+void instance_unbind_input(Node *instance, std::uint32_t position) noexcept;
 
 } // namespace orvel
