@@ -200,4 +200,10 @@ ov_status_t domain_simulate(Domain *domain) {
   return set_error(ov_error_none);
 }
 
+double domain_probability_of_random_selection(const Domain *domain) noexcept {
+  double product = 1.0;
+  for (auto &tree : domain->junction_trees) product *= tree->probability_of_random_selection;
+  return product;
+}
+
 } // namespace orvel

@@ -123,6 +123,12 @@ namespace orvel {
 inline Domain *as_domain(ov_class_t c) noexcept { return reinterpret_cast<Domain *>(c); }
 inline ov_class_t as_class(Domain *d) noexcept { return reinterpret_cast<ov_class_t>(d); }
 
+// What stands in the way of an operation that needs a junction forest:
+// not_compiled for a domain that has none, else none.
+inline ov_error_t compiled_state(const Domain *domain) noexcept {
+  return domain->compiled != 0 ? ov_error_none : ov_error_not_compiled;
+}
+
 // Whether the domain keeps a triangulation: its first node has an
 // elimination number.
 bool domain_is_triangulated(const Domain *domain) noexcept;
