@@ -37,8 +37,8 @@ ov_node_t *ov_domain_parse_nodes(ov_domain_t domain, ov_string_t file_name, ov_p
 }
 
 ov_node_t *ov_class_parse_nodes(ov_class_t cls, ov_string_t file_name, ov_parse_error_handler_t handler, void *data) {
-  if (check_usage(cls == nullptr || !as_domain(cls)->is_class() || file_name == nullptr)) return nullptr;
-  return guarded<ov_node_t *>(nullptr, [&] { return net_parse_node_file(as_domain(cls), file_name, handler, data); });
+  if (check_usage(class_of(cls) == nullptr || file_name == nullptr)) return nullptr;
+  return guarded<ov_node_t *>(nullptr, [&] { return net_parse_node_file(class_of(cls), file_name, handler, data); });
 }
 
 ov_status_t ov_domain_write_net(ov_domain_t domain, FILE *stream) {

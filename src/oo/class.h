@@ -34,6 +34,12 @@ struct ov_class_collection_s {
 
 namespace orvel {
 
+// The domain record of a class handle, or null unless it is one.
+inline Domain *class_of(ov_class_t cls) noexcept {
+  Domain *domain = as_domain(cls);
+  return domain != nullptr && domain->is_class() ? domain : nullptr;
+}
+
 // ---------------------------------------------------------------- collections
 
 // A new empty class added to the collection.

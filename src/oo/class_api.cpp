@@ -9,11 +9,6 @@ using namespace orvel;
 
 namespace {
 
-Domain *class_of(ov_class_t cls) noexcept {
-  Domain *domain = as_domain(cls);
-  return domain != nullptr && domain->is_class() ? domain : nullptr;
-}
-
 bool is_instance(const ov_node_s *node) noexcept {
   return node != nullptr && node->category == ov_category_instance && node->instance_class != nullptr;
 }
