@@ -157,6 +157,10 @@ void domain_retract_findings(Domain *domain) {
   set_error(ov_error_none);
 }
 
+ov_number_t entered_finding_cell(const Node *node, std::uint32_t state) noexcept {
+  return node->entered_finding.empty() ? 1.0f : node->entered_finding[state];
+}
+
 bool node_instantiated(const Node *node) noexcept {
   if (!node->is_discrete()) return node->value_entered;
   return entered_state(node) >= 0;

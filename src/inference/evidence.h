@@ -39,10 +39,12 @@ ov_status_t node_enter_value(Node *node, double value);
 ov_status_t node_retract_findings(Node *node);
 // Retracts on every chance and decision node, ignoring each result.
 void domain_retract_findings(Domain *domain);
+// A cell of the entered finding; 1 for every state while none is entered.
+ov_number_t entered_finding_cell(const Node *node, std::uint32_t state) noexcept;
 
 // Whether the node lies in a junction tree of a compiled domain.
 inline bool node_in_forest(const Node *node) noexcept {
-  return node->home->compiled != 0 && node->junction_tree != nullptr;
+  return domain_is_compiled(node->home) && node->junction_tree != nullptr;
 }
 // What stands in the way of reading the propagated evidence of a node:
 // not_compiled unless it lies in a junction tree, else none.

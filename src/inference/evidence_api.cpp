@@ -51,7 +51,7 @@ ov_status_t ov_domain_retract_findings(ov_domain_t domain) {
 
 ov_number_t ov_node_get_entered_finding(ov_node_t node, ov_index_t state) {
   if (check_usage(!is_discrete_evidence_node(node) || !valid_state(node, state))) return -1.0f;
-  return node->entered_finding.empty() ? 1.0f : node->entered_finding[static_cast<std::size_t>(state)];
+  return entered_finding_cell(node, static_cast<std::uint32_t>(state));
 }
 
 ov_number_t ov_node_get_propagated_finding(ov_node_t node, ov_index_t state) {
