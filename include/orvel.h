@@ -273,7 +273,7 @@ typedef void (*ov_class_loader_t)(ov_string_t class_name, ov_class_collection_t 
 typedef void (*ov_progress_function_t)(ov_string_t stage);
 
 /* ------------------------------------------------------------------------
- * Errors and identification
+ * Errors and identification (src/api/error.cpp, src/api/identity.cpp)
  * ------------------------------------------------------------------------ */
 
 /* The error recorded by the most recent call on this thread. */
@@ -290,7 +290,7 @@ OV_API ov_string_t ov_get_organization(void);
 OV_API ov_string_t ov_get_package_name(void);
 
 /* ------------------------------------------------------------------------
- * Domains
+ * Domains (src/model/domain_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* A new empty domain, owned by the caller (free with ov_domain_delete). */
@@ -348,8 +348,9 @@ OV_API ov_status_t ov_domain_set_log_file(ov_domain_t domain, FILE *log);
 OV_API ov_status_t ov_domain_reclaim_memory_tables(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
- * Classes as domains: a class shares the domain record, and these are the
- * domain calls under the class's name.
+ * Classes as domains (src/model/domain_api.cpp, src/model/node_api.cpp): a
+ * class shares the domain record, and these are the domain calls under the
+ * class's name.
  * ------------------------------------------------------------------------ */
 
 /* The newest node of a class, or NULL. */
@@ -368,7 +369,7 @@ OV_API ov_node_t ov_class_new_node(ov_class_t c, ov_category_t category, ov_kind
 OV_API ov_status_t ov_class_set_log_file(ov_class_t c, FILE *log);
 
 /* ------------------------------------------------------------------------
- * Random numbers
+ * Random numbers (src/learn/random_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* Seeds the domain's generator; seeds equal modulo 2^30 give one sequence. */
@@ -379,7 +380,7 @@ OV_API ov_double_t ov_domain_get_uniform_deviate(ov_domain_t domain);
 OV_API ov_double_t ov_domain_get_normal_deviate(ov_domain_t domain, ov_double_t mean, ov_double_t variance);
 
 /* ------------------------------------------------------------------------
- * Nodes
+ * Nodes (src/model/node_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* A new node of a category (chance, decision, utility) and kind (discrete,
@@ -452,7 +453,7 @@ OV_API ov_index_t ov_node_get_state_index_from_value(ov_node_t node, ov_double_t
 OV_API ov_status_t ov_node_touch_table(ov_node_t node);
 
 /* ------------------------------------------------------------------------
- * Graph editing
+ * Graph editing (src/model/graph_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* Makes parent a parent of child; the child's table ignores the new parent
@@ -481,7 +482,7 @@ OV_API ov_node_t *ov_domain_get_d_separated_nodes(ov_domain_t domain, ov_node_t 
                                                   ov_node_t *soft_evidence);
 
 /* ------------------------------------------------------------------------
- * Compilation
+ * Compilation (src/compile/compile_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* Compiles the domain: triangulation (minimum fill-in weight unless already
@@ -510,7 +511,7 @@ OV_API ov_status_t ov_domain_triangulate_with_order(ov_domain_t domain, ov_node_
 OV_API ov_node_t *ov_domain_get_elimination_order(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
- * Junction forest
+ * Junction forest (src/compile/forest_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* The first junction tree (the one made last); NULL with not_compiled if the
@@ -555,7 +556,7 @@ OV_API ov_count_t ov_domain_get_number_of_cliques(ov_domain_t domain);
 OV_API ov_count_t ov_domain_get_jt_cost(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
- * Evidence
+ * Evidence (src/inference/evidence_api.cpp)
  *
  * Findings belong to chance and decision nodes and survive an uncompile. A
  * discrete finding is one number per state: 1.0 is neutral, 0 excludes the
@@ -625,7 +626,7 @@ OV_API int ov_jt_evidence_mode_is(ov_junction_tree_t tree, ov_evidence_mode_t mo
 OV_API int ov_domain_evidence_mode_is(ov_domain_t domain, ov_evidence_mode_t mode);
 
 /* ------------------------------------------------------------------------
- * Propagation
+ * Propagation (src/inference/propagation_api.cpp)
  *
  * Only sum equilibrium in normal mode is available in a domain with
  * continuous, decision or utility nodes (which cannot be compiled yet). A
@@ -654,7 +655,7 @@ OV_API int ov_jt_tables_to_propagate(ov_junction_tree_t tree);
 OV_API ov_status_t ov_domain_save_to_memory(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
- * Results
+ * Results (src/inference/results_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* The belief of a state of a discrete chance node, or -1.0. */
@@ -692,7 +693,7 @@ OV_API ov_double_t ov_node_get_entropy(ov_node_t node);
 OV_API ov_double_t ov_node_get_mutual_information(ov_node_t a, ov_node_t b);
 
 /* ------------------------------------------------------------------------
- * Simulation
+ * Simulation (src/learn/simulation_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* Draws one configuration of all chance and decision nodes: given the
@@ -709,7 +710,7 @@ OV_API ov_double_t ov_node_get_sampled_value(ov_node_t node);
 OV_API ov_double_t ov_domain_get_probability_of_random_selection(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
- * Tables
+ * Tables (src/table/table_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* The conditional table of a chance node or the table of a utility node,
@@ -751,7 +752,7 @@ OV_API ov_status_t ov_node_set_gamma(ov_node_t node, ov_double_t gamma, ov_index
 OV_API ov_double_t ov_node_get_gamma(ov_node_t node, ov_index_t configuration);
 
 /* ------------------------------------------------------------------------
- * Attributes
+ * Attributes (src/model/attribute_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* Sets (or with a NULL value removes) a key of the domain. */
@@ -780,7 +781,7 @@ OV_API ov_string_t ov_attribute_get_value(ov_attribute_t attribute);
 OV_API ov_attribute_t ov_attribute_get_next(ov_attribute_t attribute);
 
 /* ------------------------------------------------------------------------
- * Expressions
+ * Expressions (src/expr/expression_api.cpp)
  *
  * Expressions are immutable trees. A composite takes over its operands, and
  * a model slot holds the expression stored in it: ov_expression_delete frees
@@ -839,7 +840,7 @@ OV_API ov_expression_t ov_string_parse_expression(ov_string_t text, ov_model_t m
                                                   void *data);
 
 /* ------------------------------------------------------------------------
- * Models
+ * Models (src/expr/model_api.cpp)
  *
  * A model generates the table of a discrete chance or utility node from one
  * expression per configuration of its model nodes (some of the node's
@@ -878,7 +879,7 @@ OV_API ov_status_t ov_model_set_user_data(ov_model_t model, void *data);
 OV_API void *ov_model_get_user_data(ov_model_t model);
 
 /* ------------------------------------------------------------------------
- * Classes
+ * Classes (src/oo/class_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* A new empty class collection, owned by the caller (free with ov_cc_delete). */
@@ -942,7 +943,7 @@ OV_API ov_node_t ov_node_get_output(ov_node_t instance, ov_node_t output);
 OV_API ov_status_t ov_node_substitute_class(ov_node_t instance, ov_class_t cls);
 
 /* ------------------------------------------------------------------------
- * NET files
+ * NET files (src/io/net_api.cpp)
  * ------------------------------------------------------------------------ */
 
 /* writing */

@@ -37,4 +37,17 @@ template <class F> ov_status_t guarded_status(F &&body) noexcept {
 // holds and none otherwise, and returns `bad`.
 inline bool check_usage(bool bad) noexcept { return set_error(bad ? 1u : 0u) != 0; }
 
+// The check of the state an object is in, after its arguments passed: a
+// subsystem says what stands in the way (none when nothing does). Records a
+// code other than none and returns whether there was one.
+inline bool refuse(ov_error_t code) noexcept { return code != ov_error_none && set_error(code) != 0; }
+
+// The equilibria and evidence modes a caller may ask for.
+inline bool valid_equilibrium(ov_equilibrium_t equilibrium) noexcept {
+  return equilibrium == ov_equilibrium_sum || equilibrium == ov_equilibrium_max;
+}
+inline bool valid_evidence_mode(ov_evidence_mode_t mode) noexcept {
+  return mode == ov_mode_normal || mode == ov_mode_fast_retraction;
+}
+
 } // namespace orvel

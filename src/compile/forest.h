@@ -43,4 +43,14 @@ ov_status_t assign_potentials(Domain *domain);
 // saturated.
 std::int64_t jt_cost(const Domain *domain) noexcept;
 
+// Walking the forest (forest_walk.cpp), in list order; null past the end.
+JunctionTree *domain_first_junction_tree(const Domain *domain) noexcept;
+JunctionTree *jt_next(const JunctionTree *tree) noexcept;
+Clique *domain_first_clique(const Domain *domain) noexcept;
+Clique *clique_next(const Clique *clique) noexcept;
+// The cliques of a tree and the neighbours of a clique as null-terminated
+// arrays, made on first request and kept on the record.
+Clique **jt_clique_array(JunctionTree *tree);
+Clique **clique_neighbour_array(Clique *clique);
+
 } // namespace orvel

@@ -433,4 +433,13 @@ CString expression_to_string(const Expression *expression) {
   return text;
 }
 
+Expression *composite_expression(int op, Expression *const *operands) noexcept {
+  Size count = 0;
+  while (operands[count] != nullptr) ++count;
+  Buffer<Expression *> copy = alloc_array<Expression *>(size_add(count, 1));
+  if (!copy) return nullptr;
+  for (Size i = 0; i <= count; ++i) copy[i] = operands[i];
+  return expression_new(op, copy);
+}
+
 } // namespace orvel

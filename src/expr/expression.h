@@ -61,6 +61,9 @@ Expression *node_expression(Node *node) noexcept;
 // invalid_expression for operands that do not fit the operator (or a tree
 // higher than expression_height_limit), no_memory.
 Expression *expression_new(int op, Buffer<Expression *> &operands) noexcept;
+// The same over a caller's null-terminated operand array, which the
+// expression copies; the caller keeps the array.
+Expression *composite_expression(int op, Expression *const *operands) noexcept;
 
 // Frees an expression that nothing holds (references 0), and with it each
 // operand that it held last. A null expression, or one still held, is left

@@ -29,6 +29,15 @@ Expression *parse_expression(ParseContext *ctx) noexcept;
 Expression *parse_expression_string(Domain *scope, const char *text, ov_parse_error_handler_t handler,
                                     void *data) noexcept;
 
+// The text forms under the "C" locale, whatever locale the application uses
+// (expression_text.cpp). A string parsed as one expression, with a handler
+// that takes the caller's pointer or one that takes none; and the text of an
+// expression, a malloc'd string the caller frees. Null on failure.
+Expression *expression_from_text(Domain *scope, const char *text, ov_parse_error_handler_t handler,
+                                 void *data) noexcept;
+Expression *expression_from_text(Domain *scope, const char *text, ov_simple_error_handler_t handler) noexcept;
+char *expression_text(const Expression *expression) noexcept;
+
 // The deepest nesting of parentheses, calls and powers the parser accepts.
 constexpr std::uint32_t expression_nesting_limit = 1000;
 

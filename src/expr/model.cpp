@@ -172,4 +172,34 @@ void model_on_edge_reversed(ov_model_s *model) {
   model_delete(model);
 }
 
+bool valid_model_nodes(const Node *node, Node *const *model_nodes) noexcept {
+  if (!node_list_is_set_of(model_nodes, node->home)) return false;
+  for (Node *const *entry = model_nodes; entry != nullptr && *entry != nullptr; ++entry)
+    if (!node->parents.contains(*entry)) return false;
+  return true;
+}
+
+std::int64_t model_size(Model *model) noexcept {
+  if (model_make_array(model) != ov_error_none) {
+    // A product of state counts that does not fit is reported as such.
+    if (model->size == size_overflow) set_error(ov_error_size_too_large);
+    return -1;
+  }
+  return model->size;
+}
+
+Expression *model_get_expression(Model *model, std::int64_t index) noexcept {
+  if (model_make_array(model) != ov_error_none) return nullptr;
+  if (index < 0 || static_cast<std::uint64_t>(index) >= model->size) {
+    set_error(ov_error_usage);
+    return nullptr;
+  }
+  return model->expressions[static_cast<Size>(index)];
+}
+
+void model_set_samples_per_interval(Model *model, std::uint32_t count) noexcept {
+  model->samples_per_interval = count;
+  model_mark_stale(model);
+}
+
 } // namespace orvel

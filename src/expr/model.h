@@ -69,6 +69,19 @@ ov_status_t model_set_expression(Model *model, std::int64_t index, Expression *e
 // Marks the model stale and its node's table as changed (the table mark).
 void model_mark_stale(Model *model) noexcept;
 
+// Whether a list may be the model nodes of `node`: distinct nodes of the
+// node's domain, each a parent of it. A null list is empty.
+bool valid_model_nodes(const Node *node, Node *const *model_nodes) noexcept;
+// The number of expressions, making the array if needed; -1 on failure, with
+// size_too_large for a product of state counts that does not fit.
+std::int64_t model_size(Model *model) noexcept;
+// The expression at `index` (null in an empty slot), making the array if
+// needed; null with usage for an index out of range.
+Expression *model_get_expression(Model *model, std::int64_t index) noexcept;
+// Sets how many samples each interval of an interval parent gets, and
+// marks the model stale.
+void model_set_samples_per_interval(Model *model, std::uint32_t count) noexcept;
+
 // Replaces `from` by `to` among the model nodes (the first occurrence) and
 // in every node reference of every stored expression, in place. Marks
 // nothing.

@@ -6,19 +6,6 @@
 
 using namespace orvel;
 
-namespace {
-
-// Model nodes must be distinct nodes of the owner's domain, each a parent of
-// the owner. A null list is empty.
-bool valid_model_nodes(const Node *node, Node *const *model_nodes) noexcept {
-  if (!node_list_is_set_of(model_nodes, node->home)) return false;
-  for (Node *const *entry = model_nodes; entry != nullptr && *entry != nullptr; ++entry)
-    if (!node->parents.contains(*entry)) return false;
-  return true;
-}
-
-} // namespace
-
 extern "C" {
 
 ov_model_t ov_node_new_model(ov_node_t node, ov_node_t *model_nodes) {
@@ -45,12 +32,7 @@ ov_node_t *ov_model_get_nodes(ov_model_t model) {
 
 ov_count_t ov_model_get_size(ov_model_t model) {
   if (check_usage(model == nullptr)) return -1;
-  if (model_make_array(model) != ov_error_none) {
-    // A product of state counts that does not fit is reported as such.
-    if (model->size == size_overflow) set_error(ov_error_size_too_large);
-    return -1;
-  }
-  return model->size;
+  return model_size(model);
 }
 
 ov_status_t ov_model_set_expression(ov_model_t model, ov_index_t index, ov_expression_t expression) {
@@ -60,18 +42,12 @@ ov_status_t ov_model_set_expression(ov_model_t model, ov_index_t index, ov_expre
 
 ov_expression_t ov_model_get_expression(ov_model_t model, ov_index_t index) {
   if (check_usage(model == nullptr)) return nullptr;
-  if (model_make_array(model) != ov_error_none) return nullptr;
-  if (index < 0 || static_cast<std::uint64_t>(index) >= model->size) {
-    set_error(ov_error_usage);
-    return nullptr;
-  }
-  return model->expressions[static_cast<Size>(index)];
+  return model_get_expression(model, index);
 }
 
 ov_status_t ov_model_set_number_of_samples_per_interval(ov_model_t model, uint32_t count) {
   if (check_usage(model == nullptr || count == 0)) return ov_error_usage;
-  model->samples_per_interval = count;
-  model_mark_stale(model);
+  model_set_samples_per_interval(model, count);
   return ov_error_none;
 }
 

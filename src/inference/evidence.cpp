@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "api/error.h"
+#include "compile/junction_tree.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -36,7 +37,7 @@ bool is_neutral(ov_number_t cell) noexcept {
 
 // The bracket around every store of a finding.
 template <class Store> ov_status_t bracket(Node *node, Store &&store) {
-  const bool counted = node->home->compiled != 0 && node->junction_tree != nullptr;
+  const bool counted = node_in_forest(node);
   if (counted && finding_differs(node)) --node->junction_tree->changed_evidence_count;
   store();
   if (counted && finding_differs(node)) ++node->junction_tree->changed_evidence_count;
@@ -154,6 +155,64 @@ void domain_retract_findings(Domain *domain) {
     if (node->category == ov_category_chance || node->category == ov_category_decision) node_retract_findings(node);
   }
   set_error(ov_error_none);
+}
+
+ov_number_t entered_finding_cell(const Node *node, std::uint32_t state) noexcept {
+  return node->entered_finding.empty() ? 1.0f : node->entered_finding[state];
+}
+
+bool node_instantiated(const Node *node) noexcept {
+  if (!node->is_discrete()) return node->value_entered;
+  return entered_state(node) >= 0;
+}
+
+bool node_consistent(const Node *node) noexcept {
+  return node->junction_tree->changed_evidence_count == 0 || node_instantiated(node);
+}
+
+namespace {
+
+// Whether some tree of the domain satisfies `test`.
+template <class F> bool any_tree(const Domain *domain, F &&test) noexcept {
+  for (auto &tree : domain->junction_trees)
+    if (test(*tree)) return true;
+  return false;
+}
+
+} // namespace
+
+bool domain_evidence_to_propagate(const Domain *domain) noexcept {
+  return any_tree(domain, [](const JunctionTree &tree) { return tree.changed_evidence_count > 0; });
+}
+
+bool domain_evidence_propagated(const Domain *domain) noexcept {
+  return any_tree(domain, [](const JunctionTree &tree) { return tree.evidence_propagated; });
+}
+
+bool domain_likelihood_propagated(const Domain *domain) noexcept {
+  return any_tree(domain, [](const JunctionTree &tree) { return tree.likelihood_propagated; });
+}
+
+bool domain_cg_evidence_propagated(const Domain *domain) noexcept {
+  return any_tree(domain, [](const JunctionTree &tree) { return tree.cg_evidence_propagated; });
+}
+
+bool domain_equilibrium_is(const Domain *domain, ov_equilibrium_t equilibrium) noexcept {
+  return !any_tree(domain, [&](const JunctionTree &tree) { return tree.equilibrium != equilibrium; });
+}
+
+int domain_evidence_mode_is(const Domain *domain, ov_evidence_mode_t mode) noexcept {
+  if (any_tree(domain, [](const JunctionTree &tree) { return tree.equilibrium == ov_equilibrium_none; }))
+    return set_error(ov_error_no_equilibrium), -1;
+  return any_tree(domain,
+                  [&](const JunctionTree &tree) { return tree.evidence_propagated && tree.evidence_mode != mode; })
+             ? 0
+             : 1;
+}
+
+int jt_evidence_mode_is(const JunctionTree *tree, ov_evidence_mode_t mode) noexcept {
+  if (tree->equilibrium == ov_equilibrium_none) return set_error(ov_error_no_equilibrium), -1;
+  return tree->evidence_mode == mode || !tree->evidence_propagated ? 1 : 0;
 }
 
 } // namespace orvel

@@ -39,5 +39,35 @@ ov_status_t node_enter_value(Node *node, double value);
 ov_status_t node_retract_findings(Node *node);
 // Retracts on every chance and decision node, ignoring each result.
 void domain_retract_findings(Domain *domain);
+// A cell of the entered finding; 1 for every state while none is entered.
+ov_number_t entered_finding_cell(const Node *node, std::uint32_t state) noexcept;
+
+// Whether the node lies in a junction tree of a compiled domain.
+inline bool node_in_forest(const Node *node) noexcept {
+  return domain_is_compiled(node->home) && node->junction_tree != nullptr;
+}
+// What stands in the way of reading the propagated evidence of a node:
+// not_compiled unless it lies in a junction tree, else none.
+inline ov_error_t node_forest_state(const Node *node) noexcept {
+  return node_in_forest(node) ? ov_error_none : ov_error_not_compiled;
+}
+// Whether the entered evidence pins the node down: a single state, or a
+// value for a continuous node.
+bool node_instantiated(const Node *node) noexcept;
+// Whether the node's evidence agrees with what its tree has propagated.
+bool node_consistent(const Node *node) noexcept;
+
+// The evidence state of a domain over its trees.
+bool domain_evidence_to_propagate(const Domain *domain) noexcept;
+bool domain_evidence_propagated(const Domain *domain) noexcept;
+bool domain_likelihood_propagated(const Domain *domain) noexcept;
+bool domain_cg_evidence_propagated(const Domain *domain) noexcept;
+// Whether every tree holds `equilibrium`.
+bool domain_equilibrium_is(const Domain *domain, ov_equilibrium_t equilibrium) noexcept;
+// Whether every tree with propagated evidence used `mode`; -1 with
+// no_equilibrium when some tree holds none.
+int domain_evidence_mode_is(const Domain *domain, ov_evidence_mode_t mode) noexcept;
+// The same for one tree.
+int jt_evidence_mode_is(const JunctionTree *tree, ov_evidence_mode_t mode) noexcept;
 
 } // namespace orvel

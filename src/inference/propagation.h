@@ -32,6 +32,14 @@ ov_status_t domain_reset_inference_engine(Domain *domain);
 // initialisations restore them.
 ov_status_t domain_save_to_memory(Domain *domain);
 
+// Propagation over the whole forest (propagate_domain.cpp): each tree in
+// turn, stopping at the first that fails.
+ov_status_t propagate_domain(Domain *domain, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode);
+// Resets the inference engine and retracts every finding.
+ov_status_t domain_initialize(Domain *domain);
+// Whether some tree has node tables changed since its initialisation.
+bool domain_tables_to_propagate(const Domain *domain) noexcept;
+
 // Writes the beliefs after the first propagation of a compile to the log.
 ov_status_t log_initial_beliefs(Domain *domain);
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <vector>
 
+#include "api/boundary.h"
 #include "api/error.h"
 #include "compile/compile.h"
 #include "inference/evidence.h"
@@ -146,6 +147,8 @@ Table *general_search(Domain *domain, JunctionTree *tree, const NodeList &nodes)
 } // namespace
 
 Table *domain_get_marginal(Domain *domain, const NodeList &nodes) {
+  // Continuous marginals need conditional Gaussian propagation.
+  if (domain->continuous_count > 0) return set_error(ov_error_cg_influence_diagrams_not_supported), nullptr;
   if (nodes.empty()) {
     Table *table = table_new(domain, nodes.data(), ov_table_kind_probability, role_returned, false, true);
     return table == nullptr ? nullptr : table_detach(table);
@@ -268,6 +271,82 @@ ov_status_t log_initial_beliefs(Domain *domain) {
     }
   }
   return set_error(ov_error_none);
+}
+
+ov_error_t tree_result_state(const Domain *domain, const JunctionTree *tree) noexcept {
+  if (!domain_is_compiled(domain) || tree == nullptr) return ov_error_not_compiled;
+  if (tree->equilibrium == ov_equilibrium_none) return ov_error_no_equilibrium;
+  return ov_error_none;
+}
+
+ov_error_t domain_result_state(const Domain *domain) noexcept {
+  if (!domain_is_compiled(domain)) return ov_error_not_compiled;
+  for (auto &tree : domain->junction_trees)
+    if (tree->equilibrium == ov_equilibrium_none) return ov_error_no_equilibrium;
+  return ov_error_none;
+}
+
+ov_error_t information_state(const JunctionTree *tree) noexcept {
+  const bool sum_normal =
+      tree->equilibrium == ov_equilibrium_sum && (tree->evidence_mode == ov_mode_normal || !tree->evidence_propagated);
+  return sum_normal ? ov_error_none : ov_error_usage;
+}
+
+double domain_conflict(const Domain *domain) noexcept {
+  double product = 1.0;
+  for (auto &tree : domain->junction_trees) {
+    if (tree->cg_evidence_propagated) return set_error(ov_error_cg_evidence_incorporated), -1.0;
+    product *= tree_conflict(tree.get());
+  }
+  return product;
+}
+
+double domain_normalization_constant(const Domain *domain) noexcept {
+  double product = 1.0;
+  for (auto &tree : domain->junction_trees) product *= tree->total_constant;
+  return product;
+}
+
+double domain_log_normalization_constant(const Domain *domain) noexcept {
+  double sum = 0.0;
+  for (auto &tree : domain->junction_trees) sum += tree->total_log_constant;
+  return sum;
+}
+
+double mutual_information(Node *a, Node *b) {
+  if (a == b) {
+    if (refuse(tree_result_state(a->home, a->junction_tree))) return -1.0;
+    if (refuse(information_state(a->junction_tree))) return -1.0;
+    return node_entropy(a);
+  }
+  if (refuse(tree_result_state(a->home, a->junction_tree)) || refuse(tree_result_state(b->home, b->junction_tree)))
+    return -1.0;
+  if (a->junction_tree != b->junction_tree) return 0.0;
+  if (refuse(information_state(a->junction_tree))) return -1.0;
+  return node_mutual_information(a, b);
+}
+
+namespace {
+
+bool is_chance(const Node *node, ov_kind_t kind) noexcept {
+  return node->category == ov_category_chance && node->kind == kind;
+}
+
+} // namespace
+
+bool marginal_list_valid(const NodeList &nodes) noexcept {
+  std::uint32_t i = 0;
+  while (i < nodes.size() && is_chance(nodes[i], ov_kind_discrete)) ++i;
+  while (i < nodes.size() && is_chance(nodes[i], ov_kind_continuous)) ++i;
+  return i == nodes.size();
+}
+
+double node_mean(const Node *node) noexcept {
+  return node->value_propagated ? node->propagated_value : node->belief_table->cg_data[0];
+}
+
+double node_variance(const Node *node) noexcept {
+  return node->value_propagated ? 0.0 : node->belief_table->cg_data[1];
 }
 
 } // namespace orvel

@@ -192,12 +192,18 @@ ov_status_t simulate_from_forest(Domain *domain) {
 } // namespace
 
 ov_status_t domain_simulate(Domain *domain) {
-  ov_status_t status = domain->compiled != 0 ? simulate_from_forest(domain) : simulate_from_tables(domain);
+  ov_status_t status = domain_is_compiled(domain) ? simulate_from_forest(domain) : simulate_from_tables(domain);
   if (status != ov_error_none) {
     clear_samples(domain);
     return fail(static_cast<ov_error_t>(status));
   }
   return set_error(ov_error_none);
+}
+
+double domain_probability_of_random_selection(const Domain *domain) noexcept {
+  double product = 1.0;
+  for (auto &tree : domain->junction_trees) product *= tree->probability_of_random_selection;
+  return product;
 }
 
 } // namespace orvel

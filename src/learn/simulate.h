@@ -10,5 +10,8 @@ namespace orvel {
 // given the evidence when the domain is compiled, from the node tables
 // (with instantiated evidence) when it is not. On failure no sample is set.
 ov_status_t domain_simulate(Domain *domain);
+// The probability of the configurations drawn by the last simulation of a
+// compiled domain: the product over its trees.
+double domain_probability_of_random_selection(const Domain *domain) noexcept;
 
 } // namespace orvel

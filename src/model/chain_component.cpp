@@ -72,4 +72,10 @@ ov_status_t domain_add_chain_potential(Domain *domain, Table *table, std::uint32
   return set_error(ov_error_none);
 }
 
+bool domain_has_chain_components(const Domain *domain) noexcept {
+  for (const auto &node : domain->nodes)
+    if (node->chain_component != nullptr) return true;
+  return false;
+}
+
 } // namespace orvel

@@ -34,5 +34,7 @@ struct ChainComponent {
 // arguments that break these rules, cyclic_network if a directed path joins
 // two children of different components. Uncompiles the domain.
 ov_status_t domain_add_chain_potential(Domain *domain, Table *table, std::uint32_t child_count);
+// Whether some node of the domain belongs to a chain component.
+bool domain_has_chain_components(const Domain *domain) noexcept;
 
 } // namespace orvel

@@ -95,6 +95,11 @@ void domain_uncompile(Domain *domain) noexcept {
   if (domain_is_triangulated(domain)) release_forest(domain, true);
 }
 
+void domain_delete(Domain *domain) noexcept {
+  domain_uncompile(domain);
+  delete domain;
+}
+
 void domain_reclaim_memory_tables(Domain *domain) noexcept {
   domain->memory_table_data.reset();
   domain->memory_table_cg.reset();

@@ -123,6 +123,14 @@ namespace orvel {
 inline Domain *as_domain(ov_class_t c) noexcept { return reinterpret_cast<Domain *>(c); }
 inline ov_class_t as_class(Domain *d) noexcept { return reinterpret_cast<ov_class_t>(d); }
 
+// Whether the domain has a junction forest with its tables.
+inline bool domain_is_compiled(const Domain *domain) noexcept { return domain->compiled != 0; }
+// What stands in the way of an operation that needs a junction forest:
+// not_compiled for a domain that has none, else none.
+inline ov_error_t compiled_state(const Domain *domain) noexcept {
+  return domain_is_compiled(domain) ? ov_error_none : ov_error_not_compiled;
+}
+
 // Whether the domain keeps a triangulation: its first node has an
 // elimination number.
 bool domain_is_triangulated(const Domain *domain) noexcept;
@@ -133,6 +141,8 @@ bool domain_is_triangulated(const Domain *domain) noexcept;
 void release_forest(Domain *domain, bool drop_triangulation) noexcept;
 // Releases the forest and the triangulation if the domain is triangulated.
 void domain_uncompile(Domain *domain) noexcept;
+// Uncompiles a domain and deletes it with its nodes and tables.
+void domain_delete(Domain *domain) noexcept;
 // Frees the saved junction-tree data.
 void domain_reclaim_memory_tables(Domain *domain) noexcept;
 

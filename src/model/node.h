@@ -127,6 +127,33 @@ const char *state_label(const Node *node, std::uint32_t state) noexcept;
 double state_value(const Node *node, std::uint32_t state) noexcept;
 // Whether the state values form a strictly increasing sequence.
 bool values_increase(const Node *node) noexcept;
+
+// Whether a node has states (it is a discrete chance or decision node).
+inline bool is_state_node(const Node *node) noexcept { return node != nullptr && node->has_states(); }
+// Whether `state` indexes a state of a node with states.
+inline bool valid_state(const Node *node, std::int64_t state) noexcept {
+  return is_state_node(node) && state >= 0 && static_cast<std::uint64_t>(state) < node->state_count;
+}
+// Whether `state` indexes a state value: below the count for a numbered
+// node, up to the count for an interval node (which has one bound more than
+// states).
+bool valid_value_index(const Node *node, std::int64_t state) noexcept;
+// Whether a state can be looked up by value: a numbered node, or an
+// interval node with increasing bounds, with every value set.
+bool values_searchable(const Node *node) noexcept;
+
+// Changes the subtype, invalidating what depends on the old one.
+void node_set_subtype(Node *node, ov_subtype_t subtype) noexcept;
+// Sets the label of a state, shared with the node's clones.
+ov_status_t node_set_state_label(Node *node, std::uint32_t state, const char *label);
+// The state with that label; -1 when none or more than one has it.
+std::int64_t node_state_from_label(const Node *node, const char *label) noexcept;
+// Sets the value of a state or bound, shared with the node's clones.
+ov_status_t node_set_state_value(Node *node, std::uint32_t state, double value);
+// The state whose value is `value` (a numbered node, within a relative
+// tolerance) or whose interval holds it; -1 when there is none. The node
+// must satisfy values_searchable.
+std::int64_t node_state_from_value(const Node *node, double value) noexcept;
 // Whether a name has the form of a C identifier (checked in the "C" locale by
 // the caller).
 bool name_is_valid(const char *name) noexcept;

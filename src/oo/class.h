@@ -34,6 +34,12 @@ struct ov_class_collection_s {
 
 namespace orvel {
 
+// The domain record of a class handle, or null unless it is one.
+inline Domain *class_of(ov_class_t cls) noexcept {
+  Domain *domain = as_domain(cls);
+  return domain != nullptr && domain->is_class() ? domain : nullptr;
+}
+
 // ---------------------------------------------------------------- collections
 
 // A new empty class added to the collection.
@@ -101,5 +107,8 @@ Node *instance_input(const Node *instance, std::uint32_t position) noexcept;
 // Binds an input of an instance (by position) to a node of the container;
 // the binding array grows to the number of inputs on first need.
 void instance_bind_input(Node *instance, std::uint32_t position, Node *actual);
+// Clears the binding of an input of an instance (by position), if it has
+// one.
+void instance_unbind_input(Node *instance, std::uint32_t position) noexcept;
 
 } // namespace orvel

@@ -1,5 +1,6 @@
 // Exported calls on class collections, classes, instances and bindings.
 #include "api/boundary.h"
+#include "model/chain_component.h"
 #include "model/domain.h"
 #include "model/node.h"
 #include "oo/class.h"
@@ -8,19 +9,8 @@ using namespace orvel;
 
 namespace {
 
-Domain *class_of(ov_class_t cls) noexcept {
-  Domain *domain = as_domain(cls);
-  return domain != nullptr && domain->is_class() ? domain : nullptr;
-}
-
 bool is_instance(const ov_node_s *node) noexcept {
   return node != nullptr && node->category == ov_category_instance && node->instance_class != nullptr;
-}
-
-bool has_chain_components(const Domain *domain) noexcept {
-  for (const auto &node : domain->nodes)
-    if (node->chain_component != nullptr) return true;
-  return false;
 }
 
 } // namespace
@@ -40,7 +30,8 @@ ov_class_t ov_cc_new_class(ov_class_collection_t collection) {
 }
 
 ov_status_t ov_cc_add_domain(ov_class_collection_t collection, ov_domain_t domain) {
-  if (check_usage(collection == nullptr || domain == nullptr || domain->is_class() || has_chain_components(domain)))
+  if (check_usage(collection == nullptr || domain == nullptr || domain->is_class() ||
+                  domain_has_chain_components(domain)))
     return ov_error_usage;
   return guarded_status([&] { return cc_add_domain(collection, domain); });
 }
@@ -139,7 +130,7 @@ ov_status_t ov_node_add_to_outputs(ov_node_t node) {
 
 ov_status_t ov_node_remove_from_inputs(ov_node_t node) {
   if (check_usage(node == nullptr || !node->home->class_inputs.contains(node))) return ov_error_usage;
-  return node_remove_from_inputs(node);
+  return guarded_status([&] { return node_remove_from_inputs(node); });
 }
 
 ov_status_t ov_node_remove_from_outputs(ov_node_t node) {
@@ -172,8 +163,7 @@ ov_status_t ov_node_set_input(ov_node_t instance, ov_node_t input, ov_node_t act
 
 ov_status_t ov_node_unset_input(ov_node_t instance, ov_node_t input) {
   if (check_usage(!is_instance(instance) || input_position(instance, input) < 0)) return ov_error_usage;
-  auto position = static_cast<std::size_t>(input_position(instance, input));
-  if (position < instance->input_bindings.size()) instance->input_bindings[position] = nullptr;
+  instance_unbind_input(instance, static_cast<std::uint32_t>(input_position(instance, input)));
   return ov_error_none;
 }
 

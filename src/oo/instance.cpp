@@ -195,6 +195,10 @@ void instance_bind_input(Node *instance, std::uint32_t position, Node *actual) {
   bindings[position] = actual;
 }
 
+void instance_unbind_input(Node *instance, std::uint32_t position) noexcept {
+  if (position < instance->input_bindings.size()) instance->input_bindings[position] = nullptr;
+}
+
 // ---------------------------------------------------------------- substitution
 
 namespace {

@@ -8,7 +8,7 @@ using namespace orvel;
 namespace {
 
 bool cannot_compile(const ov_domain_s *domain) noexcept {
-  return domain == nullptr || domain->chance_count + domain->decision_count == 0 || domain->compiled != 0;
+  return domain == nullptr || domain->chance_count + domain->decision_count == 0 || domain_is_compiled(domain);
 }
 
 } // namespace
@@ -26,7 +26,8 @@ ov_status_t ov_domain_compile_qualitatively(ov_domain_t domain, ov_progress_func
 }
 
 ov_status_t ov_domain_compile_quantitatively(ov_domain_t domain, ov_progress_function_t progress) {
-  if (check_usage(domain == nullptr || domain->junction_trees.empty() || domain->compiled != 0)) return ov_error_usage;
+  if (check_usage(domain == nullptr || domain->junction_trees.empty() || domain_is_compiled(domain)))
+    return ov_error_usage;
   return guarded_status([&] { return compile_quantitatively(domain, progress); });
 }
 

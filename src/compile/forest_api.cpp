@@ -9,17 +9,13 @@ extern "C" {
 
 ov_junction_tree_t ov_domain_get_first_junction_tree(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return nullptr;
-  if (domain->compiled == 0) {
-    set_error(ov_error_not_compiled);
-    return nullptr;
-  }
-  return domain->junction_trees.empty() ? nullptr : domain->junction_trees.front().get();
+  if (refuse(compiled_state(domain))) return nullptr;
+  return domain_first_junction_tree(domain);
 }
 
 ov_junction_tree_t ov_jt_get_next(ov_junction_tree_t tree) {
   if (check_usage(tree == nullptr)) return nullptr;
-  auto &trees = tree->domain->junction_trees;
-  return tree->position + 1 < trees.size() ? trees[tree->position + 1].get() : nullptr;
+  return jt_next(tree);
 }
 
 ov_clique_t ov_jt_get_root(ov_junction_tree_t tree) {
@@ -29,16 +25,7 @@ ov_clique_t ov_jt_get_root(ov_junction_tree_t tree) {
 
 ov_clique_t *ov_jt_get_cliques(ov_junction_tree_t tree) {
   if (check_usage(tree == nullptr)) return nullptr;
-  return guarded<ov_clique_t *>(nullptr, [&] {
-    if (tree->clique_list.empty()) {
-      std::vector<ov_clique_t> list;
-      for (auto &clique : tree->domain->cliques)
-        if (clique->junction_tree == tree) list.push_back(clique.get());
-      list.push_back(nullptr);
-      tree->clique_list = std::move(list);
-    }
-    return tree->clique_list.data();
-  });
+  return guarded<ov_clique_t *>(nullptr, [&] { return jt_clique_array(tree); });
 }
 
 ov_status_t ov_jt_set_user_data(ov_junction_tree_t tree, void *data) {
@@ -54,13 +41,12 @@ void *ov_jt_get_user_data(ov_junction_tree_t tree) {
 
 ov_clique_t ov_domain_get_first_clique(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return nullptr;
-  return domain->cliques.empty() ? nullptr : domain->cliques.front().get();
+  return domain_first_clique(domain);
 }
 
 ov_clique_t ov_clique_get_next(ov_clique_t clique) {
   if (check_usage(clique == nullptr)) return nullptr;
-  auto &cliques = clique->domain->cliques;
-  return clique->position + 1 < cliques.size() ? cliques[clique->position + 1].get() : nullptr;
+  return clique_next(clique);
 }
 
 ov_junction_tree_t ov_clique_get_junction_tree(ov_clique_t clique) {
@@ -80,16 +66,7 @@ ov_count_t ov_clique_get_number_of_members(ov_clique_t clique) {
 
 ov_clique_t *ov_clique_get_neighbors(ov_clique_t clique) {
   if (check_usage(clique == nullptr)) return nullptr;
-  return guarded<ov_clique_t *>(nullptr, [&] {
-    if (clique->neighbour_list.empty()) {
-      std::vector<ov_clique_t> list;
-      list.reserve(clique->links.size() + 1);
-      for (const CliqueLink &link : clique->links) list.push_back(link.neighbour);
-      list.push_back(nullptr);
-      clique->neighbour_list = std::move(list);
-    }
-    return clique->neighbour_list.data();
-  });
+  return guarded<ov_clique_t *>(nullptr, [&] { return clique_neighbour_array(clique); });
 }
 
 ov_count_t ov_clique_get_number_of_neighbors(ov_clique_t clique) {

@@ -27,10 +27,8 @@ ov_double_t ov_node_get_sampled_value(ov_node_t node) {
 
 ov_double_t ov_domain_get_probability_of_random_selection(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1.0;
-  if (domain->compiled == 0) return set_error(ov_error_not_compiled), -1.0;
-  double product = 1.0;
-  for (auto &tree : domain->junction_trees) product *= tree->probability_of_random_selection;
-  return product;
+  if (refuse(compiled_state(domain))) return -1.0;
+  return domain_probability_of_random_selection(domain);
 }
 
 } // extern "C"

@@ -1,34 +1,9 @@
 // Exported calls on nodes.
-#include <cfloat>
-#include <cmath>
-#include <cstring>
-
 #include "api/boundary.h"
 #include "model/domain.h"
 #include "model/node.h"
 
 using namespace orvel;
-
-namespace {
-
-bool is_state_node(const ov_node_s *node) noexcept { return node != nullptr && node->has_states(); }
-
-bool valid_state(const ov_node_s *node, ov_index_t state) noexcept {
-  return is_state_node(node) && state >= 0 && static_cast<std::uint64_t>(state) < node->state_count;
-}
-
-// A state value index: below the count for numbered nodes, up to the count
-// for interval nodes (which have one bound more than states).
-bool valid_value_index(const ov_node_s *node, ov_index_t state) noexcept {
-  if (!is_state_node(node) || state < 0) return false;
-  if (node->subtype == ov_subtype_number) return static_cast<std::uint64_t>(state) < node->state_count;
-  if (node->subtype == ov_subtype_interval) return static_cast<std::uint64_t>(state) <= node->state_count;
-  return false;
-}
-
-bool is_finite_bound(double bound) noexcept { return std::isfinite(bound) && std::fabs(bound) != DBL_MAX; }
-
-} // namespace
 
 extern "C" {
 
@@ -77,10 +52,7 @@ ov_status_t ov_node_set_subtype(ov_node_t node, ov_subtype_t subtype) {
                   subtype > ov_subtype_interval ||
                   (subtype == ov_subtype_boolean && node->subtype != subtype && node->state_count != 2)))
     return ov_error_usage;
-  if (node->subtype == subtype) return ov_error_none;
-  node->subtype = subtype;
-  invalidate_dependants(node);
-  refresh_clones(node);
+  node_set_subtype(node, subtype);
   return ov_error_none;
 }
 
@@ -113,7 +85,7 @@ ov_class_t ov_node_get_home_class(ov_node_t node) {
 
 ov_junction_tree_t ov_node_get_junction_tree(ov_node_t node) {
   if (check_usage(node == nullptr)) return nullptr;
-  if (node->home->compiled == 0) return set_error(ov_error_not_compiled), nullptr;
+  if (refuse(compiled_state(node->home))) return nullptr;
   return node->junction_tree;
 }
 
@@ -187,31 +159,12 @@ ov_string_t ov_node_get_state_label(ov_node_t node, ov_index_t state) {
 
 ov_status_t ov_node_set_state_label(ov_node_t node, ov_index_t state, ov_string_t label) {
   if (check_usage(!valid_state(node, state) || label == nullptr || node->master != nullptr)) return ov_error_usage;
-  auto index = static_cast<std::uint32_t>(state);
-  if (std::strcmp(state_label(node, index), label) == 0) return ov_error_none;
-  return guarded_status([&] {
-    std::string copy(label);
-    if (!node->state_labels) {
-      node->state_labels = std::make_shared<StateLabels>(node->state_count);
-      refresh_clones(node);
-    } else if (node->state_labels->size() <= index) {
-      node->state_labels->resize(node->state_count); // shared with the clones, which see it too
-    }
-    (*node->state_labels)[index] = std::move(copy);
-    if (node->subtype == ov_subtype_label) invalidate_dependants(node);
-    return ov_error_none;
-  });
+  return guarded_status([&] { return node_set_state_label(node, static_cast<std::uint32_t>(state), label); });
 }
 
 ov_index_t ov_node_get_state_index_from_label(ov_node_t node, ov_string_t label) {
   if (check_usage(!is_state_node(node) || label == nullptr)) return -1;
-  ov_index_t found = -1;
-  for (std::uint32_t i = 0; i < node->state_count; ++i) {
-    if (std::strcmp(state_label(node, i), label) != 0) continue;
-    if (found >= 0) return -1;
-    found = i;
-  }
-  return found;
+  return node_state_from_label(node, label);
 }
 
 ov_double_t ov_node_get_state_value(ov_node_t node, ov_index_t state) {
@@ -221,49 +174,12 @@ ov_double_t ov_node_get_state_value(ov_node_t node, ov_index_t state) {
 
 ov_status_t ov_node_set_state_value(ov_node_t node, ov_index_t state, ov_double_t value) {
   if (check_usage(!valid_value_index(node, state) || node->master != nullptr)) return ov_error_usage;
-  auto index = static_cast<std::uint32_t>(state);
-  if (state_value(node, index) == value) return ov_error_none;
-  return guarded_status([&] {
-    if (!node->state_values) {
-      auto values = std::make_shared<StateValues>(static_cast<std::size_t>(node->state_count) + 1, -1.0);
-      if (node->subtype == ov_subtype_interval) {
-        values->front() = -DBL_MAX;
-        values->back() = DBL_MAX;
-      }
-      node->state_values = std::move(values);
-      refresh_clones(node);
-    } else if (node->state_values->size() <= index) {
-      node->state_values->resize(static_cast<std::size_t>(node->state_count) + 1, -1.0);
-    }
-    (*node->state_values)[index] = value;
-    invalidate_dependants(node);
-    return ov_error_none;
-  });
+  return guarded_status([&] { return node_set_state_value(node, static_cast<std::uint32_t>(state), value); });
 }
 
 ov_index_t ov_node_get_state_index_from_value(ov_node_t node, ov_double_t value) {
-  if (check_usage(
-          !is_state_node(node) || !node->state_values || node->state_values->size() <= node->state_count ||
-          !(node->subtype == ov_subtype_number || (node->subtype == ov_subtype_interval && values_increase(node)))))
-    return -1;
-  // NaN lies in no state (every comparison with it is false, which would
-  // otherwise make it fall through to the last interval).
-  if (std::isnan(value)) return -1;
-  const StateValues &v = *node->state_values;
-  const std::uint32_t n = node->state_count;
-  if (node->subtype == ov_subtype_number) {
-    // A relative tolerance; for an infinite value the tolerance is infinite
-    // too, so only an equal state value may match it.
-    const bool exact = std::isinf(value);
-    for (std::uint32_t i = 0; i < n; ++i)
-      if (exact ? v[i] == value : std::fabs(value - v[i]) <= std::fabs(value) * 1e-10) return i;
-    return -1;
-  }
-  if (value < v[0] && is_finite_bound(v[0])) return -1;
-  if (value > v[n] && is_finite_bound(v[n])) return -1;
-  for (std::uint32_t i = 0; i + 1 < n; ++i)
-    if (value < v[i + 1]) return i;
-  return n - 1;
+  if (check_usage(!values_searchable(node))) return -1;
+  return node_state_from_value(node, value);
 }
 
 ov_status_t ov_node_touch_table(ov_node_t node) {

@@ -4,6 +4,7 @@
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "model/domain.h"
+#include "model/node.h"
 #include "table/table.h"
 
 using namespace orvel;
@@ -13,33 +14,6 @@ namespace {
 bool is_evidence_node(const ov_node_s *node) noexcept { return node != nullptr && takes_evidence(node); }
 bool is_discrete_evidence_node(const ov_node_s *node) noexcept { return is_evidence_node(node) && node->is_discrete(); }
 bool in_class(const ov_node_s *node) noexcept { return node->home->is_class(); }
-
-bool valid_state(const ov_node_s *node, std::int64_t state) noexcept {
-  return state >= 0 && static_cast<std::uint64_t>(state) < node->state_count;
-}
-
-// not_compiled when the node's domain is not compiled; true when refused.
-bool refuse_uncompiled(const ov_node_s *node) noexcept {
-  if (node->home->compiled != 0 && node->junction_tree != nullptr) return false;
-  set_error(ov_error_not_compiled);
-  return true;
-}
-
-bool refuse_uncompiled(const ov_domain_s *domain) noexcept {
-  if (domain->compiled != 0) return false;
-  set_error(ov_error_not_compiled);
-  return true;
-}
-
-// A domain predicate over its trees: -1 with not_compiled, else whether
-// any tree satisfies it.
-template <class F> int any_tree(ov_domain_t domain, F &&test) {
-  if (check_usage(domain == nullptr)) return -1;
-  if (refuse_uncompiled(domain)) return -1;
-  for (auto &tree : domain->junction_trees)
-    if (test(tree.get())) return 1;
-  return 0;
-}
 
 } // namespace
 
@@ -77,12 +51,12 @@ ov_status_t ov_domain_retract_findings(ov_domain_t domain) {
 
 ov_number_t ov_node_get_entered_finding(ov_node_t node, ov_index_t state) {
   if (check_usage(!is_discrete_evidence_node(node) || !valid_state(node, state))) return -1.0f;
-  return node->entered_finding.empty() ? 1.0f : node->entered_finding[static_cast<std::size_t>(state)];
+  return entered_finding_cell(node, static_cast<std::uint32_t>(state));
 }
 
 ov_number_t ov_node_get_propagated_finding(ov_node_t node, ov_index_t state) {
   if (check_usage(!is_discrete_evidence_node(node) || !valid_state(node, state))) return -1.0f;
-  if (refuse_uncompiled(node)) return -1.0f;
+  if (refuse(node_forest_state(node))) return -1.0f;
   return node->propagated_finding->data[static_cast<std::size_t>(state)];
 }
 
@@ -93,7 +67,7 @@ ov_double_t ov_node_get_entered_value(ov_node_t node) {
 
 ov_double_t ov_node_get_propagated_value(ov_node_t node) {
   if (check_usage(!is_evidence_node(node) || node->is_discrete())) return -1.0;
-  if (refuse_uncompiled(node)) return -1.0;
+  if (refuse(node_forest_state(node))) return -1.0;
   if (check_usage(!node->value_propagated)) return -1.0;
   return node->propagated_value;
 }
@@ -115,40 +89,37 @@ int ov_node_likelihood_is_entered(ov_node_t node) {
 
 int ov_node_evidence_is_propagated(ov_node_t node) {
   if (check_usage(!is_evidence_node(node))) return -1;
-  if (refuse_uncompiled(node)) return -1;
+  if (refuse(node_forest_state(node))) return -1;
   return evidence_propagated(node) ? 1 : 0;
 }
 
 int ov_node_likelihood_is_propagated(ov_node_t node) {
   if (check_usage(!is_evidence_node(node))) return -1;
-  if (refuse_uncompiled(node)) return -1;
+  if (refuse(node_forest_state(node))) return -1;
   return likelihood_propagated(node) ? 1 : 0;
 }
 
 int ov_node_evidence_to_propagate(ov_node_t node) {
   if (check_usage(!is_evidence_node(node))) return -1;
-  if (refuse_uncompiled(node)) return -1;
+  if (refuse(node_forest_state(node))) return -1;
   return finding_differs(node) ? 1 : 0;
 }
 
 int ov_node_evidence_to_retract(ov_node_t node) {
   if (check_usage(!is_evidence_node(node))) return -1;
-  if (refuse_uncompiled(node)) return -1;
+  if (refuse(node_forest_state(node))) return -1;
   return finding_retracted(node) ? 1 : 0;
 }
 
 int ov_node_is_instantiated(ov_node_t node) {
   if (check_usage(!is_evidence_node(node) || in_class(node))) return -1;
-  if (!node->is_discrete()) return node->value_entered ? 1 : 0;
-  return entered_state(node) >= 0 ? 1 : 0;
+  return node_instantiated(node) ? 1 : 0;
 }
 
 int ov_node_is_consistent(ov_node_t node) {
   if (check_usage(!is_evidence_node(node))) return -1;
-  if (refuse_uncompiled(node)) return -1;
-  if (node->junction_tree->changed_evidence_count == 0) return 1;
-  if (!node->is_discrete()) return node->value_entered ? 1 : 0;
-  return entered_state(node) >= 0 ? 1 : 0;
+  if (refuse(node_forest_state(node))) return -1;
+  return node_consistent(node) ? 1 : 0;
 }
 
 int ov_jt_evidence_to_propagate(ov_junction_tree_t tree) {
@@ -157,7 +128,9 @@ int ov_jt_evidence_to_propagate(ov_junction_tree_t tree) {
 }
 
 int ov_domain_evidence_to_propagate(ov_domain_t domain) {
-  return any_tree(domain, [](const ov_junction_tree_s *tree) { return tree->changed_evidence_count > 0; });
+  if (check_usage(domain == nullptr)) return -1;
+  if (refuse(compiled_state(domain))) return -1;
+  return domain_evidence_to_propagate(domain) ? 1 : 0;
 }
 
 int ov_jt_evidence_is_propagated(ov_junction_tree_t tree) {
@@ -166,7 +139,9 @@ int ov_jt_evidence_is_propagated(ov_junction_tree_t tree) {
 }
 
 int ov_domain_evidence_is_propagated(ov_domain_t domain) {
-  return any_tree(domain, [](const ov_junction_tree_s *tree) { return tree->evidence_propagated; });
+  if (check_usage(domain == nullptr)) return -1;
+  if (refuse(compiled_state(domain))) return -1;
+  return domain_evidence_propagated(domain) ? 1 : 0;
 }
 
 int ov_jt_likelihood_is_propagated(ov_junction_tree_t tree) {
@@ -175,7 +150,9 @@ int ov_jt_likelihood_is_propagated(ov_junction_tree_t tree) {
 }
 
 int ov_domain_likelihood_is_propagated(ov_domain_t domain) {
-  return any_tree(domain, [](const ov_junction_tree_s *tree) { return tree->likelihood_propagated; });
+  if (check_usage(domain == nullptr)) return -1;
+  if (refuse(compiled_state(domain))) return -1;
+  return domain_likelihood_propagated(domain) ? 1 : 0;
 }
 
 int ov_jt_cg_evidence_is_propagated(ov_junction_tree_t tree) {
@@ -184,38 +161,31 @@ int ov_jt_cg_evidence_is_propagated(ov_junction_tree_t tree) {
 }
 
 int ov_domain_cg_evidence_is_propagated(ov_domain_t domain) {
-  return any_tree(domain, [](const ov_junction_tree_s *tree) { return tree->cg_evidence_propagated; });
+  if (check_usage(domain == nullptr)) return -1;
+  if (refuse(compiled_state(domain))) return -1;
+  return domain_cg_evidence_propagated(domain) ? 1 : 0;
 }
 
 int ov_jt_equilibrium_is(ov_junction_tree_t tree, ov_equilibrium_t equilibrium) {
-  if (check_usage(tree == nullptr || (equilibrium != ov_equilibrium_sum && equilibrium != ov_equilibrium_max)))
-    return -1;
+  if (check_usage(tree == nullptr || !valid_equilibrium(equilibrium))) return -1;
   return tree->equilibrium == equilibrium ? 1 : 0;
 }
 
 int ov_domain_equilibrium_is(ov_domain_t domain, ov_equilibrium_t equilibrium) {
-  if (check_usage(domain == nullptr || (equilibrium != ov_equilibrium_sum && equilibrium != ov_equilibrium_max)))
-    return -1;
-  if (refuse_uncompiled(domain)) return -1;
-  for (auto &tree : domain->junction_trees)
-    if (tree->equilibrium != equilibrium) return 0;
-  return 1;
+  if (check_usage(domain == nullptr || !valid_equilibrium(equilibrium))) return -1;
+  if (refuse(compiled_state(domain))) return -1;
+  return domain_equilibrium_is(domain, equilibrium) ? 1 : 0;
 }
 
 int ov_jt_evidence_mode_is(ov_junction_tree_t tree, ov_evidence_mode_t mode) {
-  if (check_usage(tree == nullptr || (mode != ov_mode_normal && mode != ov_mode_fast_retraction))) return -1;
-  if (tree->equilibrium == ov_equilibrium_none) return set_error(ov_error_no_equilibrium), -1;
-  return tree->evidence_mode == mode || !tree->evidence_propagated ? 1 : 0;
+  if (check_usage(tree == nullptr || !valid_evidence_mode(mode))) return -1;
+  return jt_evidence_mode_is(tree, mode);
 }
 
 int ov_domain_evidence_mode_is(ov_domain_t domain, ov_evidence_mode_t mode) {
-  if (check_usage(domain == nullptr || (mode != ov_mode_normal && mode != ov_mode_fast_retraction))) return -1;
-  if (refuse_uncompiled(domain)) return -1;
-  for (auto &tree : domain->junction_trees)
-    if (tree->equilibrium == ov_equilibrium_none) return set_error(ov_error_no_equilibrium), -1;
-  for (auto &tree : domain->junction_trees)
-    if (tree->evidence_propagated && tree->evidence_mode != mode) return 0;
-  return 1;
+  if (check_usage(domain == nullptr || !valid_evidence_mode(mode))) return -1;
+  if (refuse(compiled_state(domain))) return -1;
+  return domain_evidence_mode_is(domain, mode);
 }
 
 } // extern "C"

@@ -13,8 +13,7 @@ ov_domain_t ov_new_domain(void) {
 
 ov_status_t ov_domain_delete(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return ov_error_usage;
-  domain_uncompile(domain);
-  delete domain;
+  domain_delete(domain);
   return ov_error_none;
 }
 
@@ -26,7 +25,7 @@ ov_status_t ov_domain_uncompile(ov_domain_t domain) {
 
 int ov_domain_is_compiled(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1;
-  return domain->compiled != 0;
+  return domain_is_compiled(domain);
 }
 
 int ov_domain_is_compressed(ov_domain_t domain) {
