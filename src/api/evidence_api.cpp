@@ -1,6 +1,7 @@
 // Exported calls on findings and the evidence state of nodes, trees and
 // domains.
 #include "api/boundary.h"
+#include "compile/compiled_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "model/domain.h"
@@ -36,7 +37,7 @@ bool refuse_uncompiled(const ov_domain_s *domain) noexcept {
 template <class F> int any_tree(ov_domain_t domain, F &&test) {
   if (check_usage(domain == nullptr)) return -1;
   if (refuse_uncompiled(domain)) return -1;
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (test(tree.get())) return 1;
   return 0;
 }
@@ -197,7 +198,7 @@ int ov_domain_equilibrium_is(ov_domain_t domain, ov_equilibrium_t equilibrium) {
   if (check_usage(domain == nullptr || (equilibrium != ov_equilibrium_sum && equilibrium != ov_equilibrium_max)))
     return -1;
   if (refuse_uncompiled(domain)) return -1;
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->equilibrium != equilibrium) return 0;
   return 1;
 }
@@ -211,9 +212,9 @@ int ov_jt_evidence_mode_is(ov_junction_tree_t tree, ov_evidence_mode_t mode) {
 int ov_domain_evidence_mode_is(ov_domain_t domain, ov_evidence_mode_t mode) {
   if (check_usage(domain == nullptr || (mode != ov_mode_normal && mode != ov_mode_fast_retraction))) return -1;
   if (refuse_uncompiled(domain)) return -1;
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->equilibrium == ov_equilibrium_none) return set_error(ov_error_no_equilibrium), -1;
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->evidence_propagated && tree->evidence_mode != mode) return 0;
   return 1;
 }

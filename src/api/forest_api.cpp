@@ -1,5 +1,6 @@
 // Exported calls that walk the junction forest.
 #include "api/boundary.h"
+#include "compile/compiled_forest.h"
 #include "compile/forest.h"
 #include "table/table.h"
 
@@ -13,12 +14,12 @@ ov_junction_tree_t ov_domain_get_first_junction_tree(ov_domain_t domain) {
     set_error(ov_error_not_compiled);
     return nullptr;
   }
-  return domain->junction_trees.empty() ? nullptr : domain->junction_trees.front().get();
+  return domain->forest->junction_trees.empty() ? nullptr : domain->forest->junction_trees.front().get();
 }
 
 ov_junction_tree_t ov_jt_get_next(ov_junction_tree_t tree) {
   if (check_usage(tree == nullptr)) return nullptr;
-  auto &trees = tree->domain->junction_trees;
+  auto &trees = tree->domain->forest->junction_trees;
   return tree->position + 1 < trees.size() ? trees[tree->position + 1].get() : nullptr;
 }
 
@@ -32,7 +33,7 @@ ov_clique_t *ov_jt_get_cliques(ov_junction_tree_t tree) {
   return guarded<ov_clique_t *>(nullptr, [&] {
     if (tree->clique_list.empty()) {
       std::vector<ov_clique_t> list;
-      for (auto &clique : tree->domain->cliques)
+      for (auto &clique : tree->domain->forest->cliques)
         if (clique->junction_tree == tree) list.push_back(clique.get());
       list.push_back(nullptr);
       tree->clique_list = std::move(list);
@@ -54,12 +55,12 @@ void *ov_jt_get_user_data(ov_junction_tree_t tree) {
 
 ov_clique_t ov_domain_get_first_clique(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return nullptr;
-  return domain->cliques.empty() ? nullptr : domain->cliques.front().get();
+  return domain->forest->cliques.empty() ? nullptr : domain->forest->cliques.front().get();
 }
 
 ov_clique_t ov_clique_get_next(ov_clique_t clique) {
   if (check_usage(clique == nullptr)) return nullptr;
-  auto &cliques = clique->domain->cliques;
+  auto &cliques = clique->domain->forest->cliques;
   return clique->position + 1 < cliques.size() ? cliques[clique->position + 1].get() : nullptr;
 }
 
@@ -120,11 +121,11 @@ void *ov_clique_get_user_data(ov_clique_t clique) {
 
 ov_count_t ov_domain_get_number_of_cliques(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1;
-  return domain->clique_count;
+  return domain->forest->clique_count;
 }
 
 ov_count_t ov_domain_get_jt_cost(ov_domain_t domain) {
-  if (check_usage(domain == nullptr || domain->cliques.empty())) return -1;
+  if (check_usage(domain == nullptr || domain->forest->cliques.empty())) return -1;
   return jt_cost(domain);
 }
 

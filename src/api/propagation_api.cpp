@@ -1,5 +1,6 @@
 // Exported calls of propagation and table memory.
 #include "api/boundary.h"
+#include "compile/compiled_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "model/domain.h"
@@ -27,7 +28,7 @@ ov_status_t ov_domain_propagate(ov_domain_t domain, ov_equilibrium_t equilibrium
   if (check_usage(domain == nullptr || !valid_run(equilibrium, mode))) return ov_error_usage;
   if (refuse_uncompiled(domain)) return ov_error_not_compiled;
   return guarded_status([&]() -> ov_status_t {
-    for (auto &tree : domain->junction_trees)
+    for (auto &tree : domain->forest->junction_trees)
       if (propagate_tree(tree.get(), nullptr, equilibrium, mode) != ov_error_none) return ov_error_code();
     return set_error(ov_error_none);
   });
@@ -64,7 +65,7 @@ ov_status_t ov_domain_initialize(ov_domain_t domain) {
 int ov_domain_tables_to_propagate(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1;
   if (refuse_uncompiled(domain)) return -1;
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->tables_changed) return 1;
   return 0;
 }

@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "api/boundary.h"
+#include "compile/compiled_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "inference/results.h"
@@ -39,7 +40,7 @@ bool refuse_domain(const ov_domain_s *domain) noexcept {
     set_error(ov_error_not_compiled);
     return true;
   }
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->equilibrium == ov_equilibrium_none) {
       set_error(ov_error_no_equilibrium);
       return true;
@@ -105,7 +106,7 @@ ov_double_t ov_domain_get_conflict(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1.0;
   if (refuse_domain(domain)) return -1.0;
   double product = 1.0;
-  for (auto &tree : domain->junction_trees) {
+  for (auto &tree : domain->forest->junction_trees) {
     if (tree->cg_evidence_propagated) return set_error(ov_error_cg_evidence_incorporated), -1.0;
     product *= tree_conflict(tree.get());
   }
@@ -137,7 +138,7 @@ ov_double_t ov_domain_get_normalization_constant(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1.0;
   if (refuse_domain(domain)) return -1.0;
   double product = 1.0;
-  for (auto &tree : domain->junction_trees) product *= tree->total_constant;
+  for (auto &tree : domain->forest->junction_trees) product *= tree->total_constant;
   return product;
 }
 
@@ -145,7 +146,7 @@ ov_double_t ov_domain_get_log_normalization_constant(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return 1.0;
   if (refuse_domain(domain)) return 1.0;
   double sum = 0.0;
-  for (auto &tree : domain->junction_trees) sum += tree->total_log_constant;
+  for (auto &tree : domain->forest->junction_trees) sum += tree->total_log_constant;
   return sum;
 }
 

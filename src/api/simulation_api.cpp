@@ -1,5 +1,6 @@
 // Exported calls of simulation.
 #include "api/boundary.h"
+#include "compile/compiled_forest.h"
 #include "inference/propagation.h"
 #include "learn/simulate.h"
 #include "model/domain.h"
@@ -29,7 +30,7 @@ ov_double_t ov_domain_get_probability_of_random_selection(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1.0;
   if (domain->compiled == 0) return set_error(ov_error_not_compiled), -1.0;
   double product = 1.0;
-  for (auto &tree : domain->junction_trees) product *= tree->probability_of_random_selection;
+  for (auto &tree : domain->forest->junction_trees) product *= tree->probability_of_random_selection;
   return product;
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "api/error.h"
+#include "compile/junction_tree.h"
 #include "table/table.h"
 
 namespace orvel {

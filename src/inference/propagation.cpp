@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "api/error.h"
+#include "compile/compiled_forest.h"
 #include "inference/evidence.h"
 #include "model/chain_component.h"
 #include "table/algebra.h"
@@ -157,7 +158,7 @@ Clique *select_for_hard_evidence(JunctionTree *tree, const std::vector<Node *> &
 // The stride of each discrete member of a clique table, into the domain's
 // walk buffer.
 const std::uint32_t *member_strides(Domain *domain, const Table *table) noexcept {
-  std::uint32_t *strides = domain->walk_strides.data();
+  std::uint32_t *strides = domain->forest->walk_strides.data();
   std::uint32_t stride = 1;
   for (std::uint32_t i = table->discrete_count; i-- > 0;) {
     strides[i] = stride;
@@ -234,7 +235,7 @@ void stream_marginal(const KernelPlan *plan, double *values, bool max) noexcept 
   std::fill_n(values, n, 0.0);
   const PlanDimension *saved = plan->saved(); // target order: count, stride in the source
   const std::uint32_t d = plan->dimension_count;
-  std::uint32_t *buffer = plan->domain->walk_strides.data() + 2 * static_cast<std::size_t>(d);
+  std::uint32_t *buffer = plan->domain->forest->walk_strides.data() + 2 * static_cast<std::size_t>(d);
   std::uint32_t *counts = buffer, *strides = buffer + d, *state = buffer + 2 * d;
   // Merge neighbours that step alike in the source.
   std::uint32_t m = 0;
@@ -412,7 +413,7 @@ double clique_total(Clique *c, ov_equilibrium_t equilibrium, ov_evidence_mode_t 
   // Odometer over the configurations, last member fastest; the weight of a
   // cell is the product of its members' findings.
   const std::uint32_t d = table->discrete_count;
-  std::uint32_t *state = c->domain->walk_strides.data() + d; // second half of the buffer
+  std::uint32_t *state = c->domain->forest->walk_strides.data() + d; // second half of the buffer
   std::fill_n(state, d, 0u);
   double total = 0.0;
   for (Size i = 0; i < size; ++i) {
@@ -609,12 +610,12 @@ void prepare_tree(JunctionTree *tree) {
       if ((*it)->junction_tree == tree && takes_evidence(it->get())) tree->members.push_back(it->get());
   }
   if (tree->cliques.empty())
-    for (auto &clique : domain->cliques)
+    for (auto &clique : domain->forest->cliques)
       if (clique->junction_tree == tree) tree->cliques.push_back(clique.get());
   tree->hard_nodes.reserve(tree->members.size());
   std::size_t widest = 0;
   for (Clique *clique : tree->cliques) widest = std::max<std::size_t>(widest, clique->table->nodes.size());
-  if (domain->walk_strides.size() < 5 * widest) domain->walk_strides.resize(5 * widest);
+  if (domain->forest->walk_strides.size() < 5 * widest) domain->forest->walk_strides.resize(5 * widest);
   // The scratch vector of marginals, for the largest separator and marginal.
   Size largest = 1;
   for (Clique *clique : tree->cliques)
@@ -625,32 +626,34 @@ void prepare_tree(JunctionTree *tree) {
 }
 
 void restore_tables(JunctionTree *tree) noexcept {
-  Domain *domain = tree->domain;
+  const CompiledForest &forest = *tree->domain->forest;
+  const ov_number_t *data = forest.memory_table_data.get();
+  const double *cg = forest.memory_table_cg.get();
+  const std::int8_t *kinds = forest.memory_table_kinds.get();
   for (const JunctionTree::SavedTable &saved : tree->saved_tables) {
     Table *table = saved.table;
-    std::copy_n(domain->memory_table_data.get() + saved.data, table->size, table->data.get());
+    std::copy_n(data + saved.data, table->size, table->data.get());
     if (table->cg_stride > 0)
-      std::copy_n(domain->memory_table_cg.get() + saved.cg, static_cast<std::size_t>(table->size) * table->cg_stride,
-                  table->cg_data.get());
-    if (table->continuous_count > 0)
-      std::copy_n(domain->memory_table_kinds.get() + saved.kinds, table->continuous_count, table->cg_roles.get());
+      std::copy_n(cg + saved.cg, static_cast<std::size_t>(table->size) * table->cg_stride, table->cg_data.get());
+    if (table->continuous_count > 0) std::copy_n(kinds + saved.kinds, table->continuous_count, table->cg_roles.get());
   }
 }
 
 void save_tables(JunctionTree *tree) noexcept {
-  Domain *domain = tree->domain;
+  CompiledForest &forest = *tree->domain->forest;
+  ov_number_t *data = forest.memory_table_data.get();
+  double *cg = forest.memory_table_cg.get();
+  std::int8_t *kinds = forest.memory_table_kinds.get();
   for (const JunctionTree::SavedTable &saved : tree->saved_tables) {
     const Table *table = saved.table;
-    std::copy_n(table->data.get(), table->size, domain->memory_table_data.get() + saved.data);
+    std::copy_n(table->data.get(), table->size, data + saved.data);
     if (table->cg_stride > 0)
-      std::copy_n(table->cg_data.get(), static_cast<std::size_t>(table->size) * table->cg_stride,
-                  domain->memory_table_cg.get() + saved.cg);
-    if (table->continuous_count > 0)
-      std::copy_n(table->cg_roles.get(), table->continuous_count, domain->memory_table_kinds.get() + saved.kinds);
+      std::copy_n(table->cg_data.get(), static_cast<std::size_t>(table->size) * table->cg_stride, cg + saved.cg);
+    if (table->continuous_count > 0) std::copy_n(table->cg_roles.get(), table->continuous_count, kinds + saved.kinds);
   }
 }
 
-bool has_table_memory(const Domain *domain) noexcept { return static_cast<bool>(domain->memory_table_data); }
+bool has_table_memory(const Domain *domain) noexcept { return static_cast<bool>(domain->forest->memory_table_data); }
 
 void copy_initial_beliefs(JunctionTree *tree) noexcept {
   for (Node *node : tree->members)
@@ -694,7 +697,7 @@ ov_status_t enter_discrete_evidence(JunctionTree *tree, Node *node, bool whole) 
       if (p[i] != 0.0f) p[i] = entered[i] / p[i];
   }
   const std::int32_t state = single_state(p, n);
-  if (state >= 0 && p[state] == 1.0f && tree->domain->compressed == 0) {
+  if (state >= 0 && p[state] == 1.0f && tree->domain->forest->compressed == 0) {
     node->mark = 1;
     tree->hard_nodes.push_back(node);
   } else {
@@ -796,7 +799,7 @@ ov_status_t propagate_tree(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
   if (needs_cg_or_decisions(domain) && !(equilibrium == ov_equilibrium_sum && mode == ov_mode_normal))
     return fail(ov_error_usage);
   if (needs_cg_or_decisions(domain)) return fail(ov_error_cg_influence_diagrams_not_supported);
-  if (mode == ov_mode_fast_retraction && domain->compressed != 0) return fail(ov_error_compressed);
+  if (mode == ov_mode_fast_retraction && domain->forest->compressed != 0) return fail(ov_error_compressed);
   if (tree->tables_changed && jt_initialize(tree, false) != ov_error_none) return ov_error_code();
   auto nothing_to_do = [&] {
     return tree->changed_evidence_count == 0 && tree->equilibrium == equilibrium && evidence_mode_is(tree, mode);
@@ -835,21 +838,21 @@ ov_status_t propagate_tree(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
 }
 
 ov_status_t domain_reset_inference_engine(Domain *domain) {
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->tables_changed || tree->equilibrium != ov_equilibrium_sum || tree->evidence_propagated)
       if (jt_initialize(tree.get(), false) != ov_error_none) return ov_error_code();
   return set_error(ov_error_none);
 }
 
 ov_status_t domain_save_to_memory(Domain *domain) {
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->equilibrium != ov_equilibrium_sum || tree->evidence_propagated || tree->tables_changed)
       return fail(ov_error_usage);
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->cg_evidence_propagated) return fail(ov_error_cg_evidence_incorporated);
   // Which tree each forest table belongs to.
   std::unordered_map<const Table *, JunctionTree *> owner;
-  for (auto &clique : domain->cliques) {
+  for (auto &clique : domain->forest->cliques) {
     owner[clique->table] = clique->junction_tree;
     if (clique->utility_table != nullptr) owner[clique->utility_table] = clique->junction_tree;
     for (CliqueLink &link : clique->links) {
@@ -873,18 +876,18 @@ ov_status_t domain_save_to_memory(Domain *domain) {
     cg = size_add(cg, size_multiply(table->size, table->cg_stride));
     kinds = size_add(kinds, table->continuous_count);
   }
-  if (!domain->memory_table_data) {
+  if (!domain->forest->memory_table_data) {
     Buffer<ov_number_t> new_data = alloc_array<ov_number_t>(data);
     if (!new_data) return ov_error_code();
     Buffer<double> new_cg;
     Buffer<std::int8_t> new_kinds;
     if (cg > 0 && !(new_cg = alloc_array<double>(cg))) return ov_error_code();
     if (kinds > 0 && !(new_kinds = alloc_array<std::int8_t>(kinds))) return ov_error_code();
-    domain->memory_table_data = std::move(new_data);
-    domain->memory_table_cg = std::move(new_cg);
-    domain->memory_table_kinds = std::move(new_kinds);
+    domain->forest->memory_table_data = std::move(new_data);
+    domain->forest->memory_table_cg = std::move(new_cg);
+    domain->forest->memory_table_kinds = std::move(new_kinds);
   }
-  for (auto &tree : domain->junction_trees) tree->saved_tables.clear();
+  for (auto &tree : domain->forest->junction_trees) tree->saved_tables.clear();
   Size at_data = 0, at_cg = 0, at_kinds = 0;
   for (auto &table : domain->tables) {
     if (table->role < role_clique || table->role > role_forest) continue;
@@ -895,7 +898,7 @@ ov_status_t domain_save_to_memory(Domain *domain) {
     at_cg += table->size * table->cg_stride;
     at_kinds += table->continuous_count;
   }
-  for (auto &tree : domain->junction_trees) save_tables(tree.get());
+  for (auto &tree : domain->forest->junction_trees) save_tables(tree.get());
   return set_error(ov_error_none);
 }
 

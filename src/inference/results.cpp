@@ -7,6 +7,7 @@
 
 #include "api/error.h"
 #include "compile/compile.h"
+#include "compile/compiled_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "table/algebra.h"
@@ -160,7 +161,7 @@ Table *domain_get_marginal(Domain *domain, const NodeList &nodes) {
   }
   for (Node *node : nodes)
     if (node->junction_tree != tree) return set_error(ov_error_usage), nullptr;
-  if (domain->compressed != 0) return set_error(ov_error_compressed), nullptr;
+  if (domain->forest->compressed != 0) return set_error(ov_error_compressed), nullptr;
   if (tree->equilibrium == ov_equilibrium_none) return set_error(ov_error_no_equilibrium), nullptr;
   const auto equilibrium = static_cast<ov_equilibrium_t>(tree->equilibrium);
   // Without propagated evidence the two modes leave the same tables.

@@ -482,7 +482,7 @@ ov_status_t bind_interface(NetParser &p) {
     if (node == nullptr) return ov_error_code();
     const MessageName shown = message_name(name.name.c_str());
     const char *text = shown.text;
-    if (cls->class_inputs.contains(node))
+    if (cls->class_info.inputs.contains(node))
       return net_hard(p, ov_error_parse, "node `%s' specified as input twice", text);
     ov_status_t status = ov_node_add_to_inputs(node);
     if (status == ov_error_usage) return net_hard(p, ov_error_parse, "node `%s' is not a valid input node", text);
@@ -493,9 +493,9 @@ ov_status_t bind_interface(NetParser &p) {
     if (node == nullptr) return ov_error_code();
     const MessageName shown = message_name(name.name.c_str());
     const char *text = shown.text;
-    if (cls->class_outputs.contains(node))
+    if (cls->class_info.outputs.contains(node))
       return net_hard(p, ov_error_parse, "node `%s' specified as output twice", text);
-    if (cls->class_inputs.contains(node))
+    if (cls->class_info.inputs.contains(node))
       return net_hard(p, ov_error_parse, "node `%s' is specified both as input and as output", text);
     ov_status_t status = ov_node_add_to_outputs(node);
     if (status == ov_error_usage) return net_hard(p, ov_error_parse, "node `%s' is not a valid output node", text);
@@ -512,7 +512,7 @@ ov_status_t bind_interface(NetParser &p) {
       if (class_name == nullptr) return net_api_error(p);
       const MessageName formal_shown = message_name(record.formals[i].name.c_str());
       const char *formal_text = formal_shown.text;
-      if (!instance_class->class_inputs.contains(formal))
+      if (!instance_class->class_info.inputs.contains(formal))
         return net_hard(p, ov_error_parse, "node `%s' is not an input parameter of class `%s'", formal_text,
                         message_name(class_name).text);
       if (ov_node_get_input(instance, formal) != nullptr)

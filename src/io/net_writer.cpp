@@ -196,10 +196,10 @@ ov_status_t write_instance(Writer &w, Node *instance) {
   if (class_name == nullptr) return ov_error_code();
   w.print("\n%sinstance %s : %s (", w.outer, name, class_name);
   bool first = true;
-  for (std::uint32_t i = 0; i < cls->class_inputs.size(); ++i) {
+  for (std::uint32_t i = 0; i < cls->class_info.inputs.size(); ++i) {
     Node *actual = instance_input(instance, i);
     if (actual == nullptr) continue;
-    const char *formal_name = name_of(cls->class_inputs[i]);
+    const char *formal_name = name_of(cls->class_info.inputs[i]);
     if (formal_name == nullptr) return ov_error_code();
     const char *actual_name = name_of(actual);
     if (actual_name == nullptr) return ov_error_code();
@@ -207,12 +207,12 @@ ov_status_t write_instance(Writer &w, Node *instance) {
     first = false;
   }
   first = true;
-  for (std::uint32_t i = 0; i < cls->class_outputs.size() && i < instance->output_clones.size(); ++i) {
+  for (std::uint32_t i = 0; i < cls->class_info.outputs.size() && i < instance->output_clones.size(); ++i) {
     Node *clone = instance->output_clones[i];
     if (!clone_is_used(w.domain, clone)) continue;
     const char *clone_name = name_of(clone);
     if (clone_name == nullptr) return ov_error_code();
-    const char *output_name = name_of(cls->class_outputs[i]);
+    const char *output_name = name_of(cls->class_info.outputs[i]);
     if (output_name == nullptr) return ov_error_code();
     w.print("%s%s = %s", first ? "; " : ", ", clone_name, output_name);
     first = false;
@@ -465,8 +465,8 @@ ov_status_t write_object(Domain *domain, std::FILE *stream) {
     const char *class_name = class_get_name(domain);
     if (class_name == nullptr) return ov_error_code();
     w.print("class %s\n{\n", class_name);
-    OV_WRITE_CHECK(w, write_name_list(w, "inputs", domain->class_inputs.data()));
-    OV_WRITE_CHECK(w, write_name_list(w, "outputs", domain->class_outputs.data()));
+    OV_WRITE_CHECK(w, write_name_list(w, "inputs", domain->class_info.inputs.data()));
+    OV_WRITE_CHECK(w, write_name_list(w, "outputs", domain->class_info.outputs.data()));
   } else {
     OV_WRITE_CHECK(w, domain_repair_names(domain));
     w.put("net\n{\n");
@@ -515,7 +515,7 @@ ov_status_t net_write_collection(ClassCollection *collection, std::FILE *stream)
     ov_status_t status = net_write(cls, stream);
     if (status != ov_error_none) return status;
     pending[next] = -1;
-    for (Node *instance : cls->class_instances) {
+    for (Node *instance : cls->class_info.instances) {
       std::int64_t holder = position_of(instance->home);
       if (holder >= 0 && pending[holder] > 0) --pending[holder];
     }
