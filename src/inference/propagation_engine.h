@@ -75,14 +75,18 @@ inline double likelihood_weight(const Node *node) noexcept {
 
 // ---------------------------------------------------------------- walks
 
-// The active clique to start a collect from, with every clique on a path
-// between active cliques made active; null if none is active.
+// The active clique with the smallest table, to start a collect from, after
+// every clique on a path between active cliques is made active; null if
+// none is active.
 Clique *select_root(JunctionTree *tree) noexcept;
-// Activates, for hard findings on `nodes`, the cliques where they are
-// applied, and returns the clique from which to apply them.
+// From the first active clique (or else one holding as many of `nodes` as
+// can be found together), activates the nearest clique holding each node,
+// joins the active cliques and returns the one with the smallest table;
+// null if there is nowhere to start.
 Clique *select_for_hard_evidence(JunctionTree *tree, const std::vector<Node *> &nodes) noexcept;
-// Zeroes, in each active clique, the cells that disagree with the hard
-// findings marked on its members, and books their weights in the clique.
+// Applies each marked hard finding in the first active clique, leaves
+// first, that holds its node: zeroes the cells that disagree, books the
+// finding's weight in the clique and clears the marks of its members.
 void apply_hard_evidence(Clique *c, const Clique *parent) noexcept;
 
 // ---------------------------------------------------------------- messages

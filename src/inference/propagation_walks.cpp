@@ -98,8 +98,9 @@ Clique *select_for_hard_evidence(JunctionTree *tree, const std::vector<Node *> &
   return spread_active(start, nullptr);
 }
 
-// Zeroes, in each active clique, the cells that disagree with the hard
-// findings marked on its members, and books their weights in the clique.
+// Applies each marked hard finding in the first active clique, leaves
+// first, that holds its node: zeroes the cells that disagree, books the
+// finding's weight in the clique and clears the marks of its members.
 void apply_hard_evidence(Clique *c, const Clique *parent) noexcept {
   if (!c->active) return;
   for (CliqueLink &link : c->links)
