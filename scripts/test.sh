@@ -12,8 +12,9 @@ jobs=$(nproc)
 
 # Every C and C++ source keeps the project's format.
 git ls-files '*.c' '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
-# No subsystem reaches into a higher one.
+# The frame includes no subsystem and no subsystem reaches into a higher one.
 bash scripts/check-layers.sh
+bash scripts/check-includes.sh
 
 cmake -S . -B build-ci -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVEL_WERROR=ON
 cmake --build build-ci -j "$jobs"

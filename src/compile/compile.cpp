@@ -3,6 +3,7 @@
 #include "compile/compile.h"
 
 #include "api/error.h"
+#include "compile/compiled_forest.h"
 #include "compile/forest.h"
 #include "compile/triangulate.h"
 #include "inference/propagation.h"
@@ -66,7 +67,7 @@ ov_status_t compile_quantitatively(Domain *domain, ov_progress_function_t progre
   // The first propagation needs the domain to count as compiled.
   domain->compiled = 1;
   ov_status_t code = run_stages([&]() -> ov_status_t {
-    for (auto &tree : domain->junction_trees) {
+    for (auto &tree : domain->forest->junction_trees) {
       tree->tables_changed = true;
       if (jt_initialize(tree.get(), true) != ov_error_none) return ov_error_code();
     }
@@ -81,7 +82,7 @@ ov_status_t compile_quantitatively(Domain *domain, ov_progress_function_t progre
 
 ov_status_t domain_compile_with_progress(Domain *domain, ov_progress_function_t progress) {
   const bool was_triangulated = domain_is_triangulated(domain);
-  const bool had_forest = !domain->junction_trees.empty();
+  const bool had_forest = !domain->forest->junction_trees.empty();
   if (!had_forest && compile_qualitatively(domain, progress) != ov_error_none) return ov_error_code();
   ov_status_t code = run_stages([&] { return compile_quantitatively(domain, progress); });
   if (code == ov_error_none) return ov_error_none;

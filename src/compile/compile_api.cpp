@@ -1,6 +1,7 @@
 // Exported calls of compilation and triangulation.
 #include "api/boundary.h"
 #include "compile/compile.h"
+#include "compile/compiled_forest.h"
 #include "compile/triangulate.h"
 
 using namespace orvel;
@@ -21,12 +22,12 @@ ov_status_t ov_domain_compile(ov_domain_t domain) {
 }
 
 ov_status_t ov_domain_compile_qualitatively(ov_domain_t domain, ov_progress_function_t progress) {
-  if (check_usage(cannot_compile(domain) || !domain->junction_trees.empty())) return ov_error_usage;
+  if (check_usage(cannot_compile(domain) || !domain->forest->junction_trees.empty())) return ov_error_usage;
   return guarded_status([&] { return compile_qualitatively(domain, progress); });
 }
 
 ov_status_t ov_domain_compile_quantitatively(ov_domain_t domain, ov_progress_function_t progress) {
-  if (check_usage(domain == nullptr || domain->junction_trees.empty() || domain_is_compiled(domain)))
+  if (check_usage(domain == nullptr || domain->forest->junction_trees.empty() || domain_is_compiled(domain)))
     return ov_error_usage;
   return guarded_status([&] { return compile_quantitatively(domain, progress); });
 }

@@ -7,6 +7,7 @@
 
 #include "api/error.h"
 #include "compile/compile.h"
+#include "compile/compiled_forest.h"
 #include "compile/triangulate.h"
 #include "model/chain_component.h"
 #include "table/plan.h"
@@ -59,12 +60,12 @@ std::unique_ptr<Clique> clique_new(Domain *domain, Table *table) {
   clique->domain = domain;
   clique->table = table;
   clique->utility_table = utilities;
-  clique->number = ++domain->clique_count;
+  clique->number = ++domain->forest->clique_count;
   return clique;
 }
 
 void install_cliques(Domain *domain, std::vector<std::unique_ptr<Clique>> made) noexcept {
-  auto &list = domain->cliques;
+  auto &list = domain->forest->cliques;
   std::vector<std::unique_ptr<Clique>> installed;
   installed.swap(made);
   std::reverse(installed.begin(), installed.end());
@@ -74,18 +75,20 @@ void install_cliques(Domain *domain, std::vector<std::unique_ptr<Clique>> made) 
 }
 
 CliqueIndex index_cliques(const Domain *domain) {
+  const CompiledForest &forest = *domain->forest;
   CliqueIndex index(domain->node_count());
-  for (std::uint32_t i = 0; i < domain->cliques.size(); ++i)
-    for (Node *node : members_of(domain->cliques[i].get())) index[node->number - 1].push_back(i);
+  for (std::uint32_t i = 0; i < forest.cliques.size(); ++i)
+    for (Node *node : members_of(forest.cliques[i].get())) index[node->number - 1].push_back(i);
   return index;
 }
 
 Clique *clique_find_superset(Domain *domain, const CliqueIndex &index, const NodeList &nodes, std::uint32_t stop) {
-  if (nodes.empty()) return stop > 0 && !domain->cliques.empty() ? domain->cliques[0].get() : nullptr;
+  const CompiledForest &forest = *domain->forest;
+  if (nodes.empty()) return stop > 0 && !forest.cliques.empty() ? forest.cliques[0].get() : nullptr;
   // Such a clique holds the first node: only its cliques are candidates.
   for (std::uint32_t position : index[nodes[0]->number - 1]) {
     if (position >= stop) break;
-    Clique *clique = domain->cliques[position].get();
+    Clique *clique = forest.cliques[position].get();
     if (holds_all(clique, nodes.data(), nodes.size())) return clique;
   }
   return nullptr;
@@ -109,7 +112,7 @@ Clique *tree_find_superset(Clique *clique, const Clique *parent, const NodeList 
 }
 
 ov_status_t build_cliques(Domain *domain) {
-  if (!domain->cliques.empty()) return set_error(ov_error_none);
+  if (!domain->forest->cliques.empty()) return set_error(ov_error_none);
   NodeList *order = domain_elimination_order(domain);
   if (order == nullptr) return ov_error_code();
 
@@ -162,7 +165,8 @@ ov_status_t build_cliques(Domain *domain) {
 }
 
 ov_status_t order_cliques(Domain *domain) {
-  const std::uint32_t count = static_cast<std::uint32_t>(domain->cliques.size());
+  CompiledForest &forest = *domain->forest;
+  const std::uint32_t count = static_cast<std::uint32_t>(forest.cliques.size());
   if (count <= 1) return set_error(ov_error_none);
   NodeList *order = domain_elimination_order(domain);
   if (order == nullptr) return ov_error_code();
@@ -181,7 +185,7 @@ ov_status_t order_cliques(Domain *domain) {
       }
     if (c == count) continue;
     below.clear();
-    for (Node *member : members_of(domain->cliques[c].get()))
+    for (Node *member : members_of(forest.cliques[c].get()))
       if (member->elimination_number < v->elimination_number) below.push_back(member);
     // The clique is a leaf if another one holds what it shares with the
     // nodes eliminated later.
@@ -191,7 +195,7 @@ ov_status_t order_cliques(Domain *domain) {
     } else {
       for (std::uint32_t position : holding[below[0]->number - 1])
         if (position != c && !removed[position] &&
-            holds_all(domain->cliques[position].get(), below.data(), below.size())) {
+            holds_all(forest.cliques[position].get(), below.data(), below.size())) {
           leaf = true;
           break;
         }
@@ -208,11 +212,11 @@ ov_status_t order_cliques(Domain *domain) {
   std::vector<std::unique_ptr<Clique>> ordered;
   ordered.reserve(count);
   for (std::uint32_t i = 0; i < count; ++i)
-    if (!removed[i]) ordered.push_back(std::move(domain->cliques[i]));
-  for (auto it = taken.rbegin(); it != taken.rend(); ++it) ordered.push_back(std::move(domain->cliques[*it]));
-  domain->cliques = std::move(ordered);
-  for (std::uint32_t i = 0; i < count; ++i) domain->cliques[i]->position = i;
-  for (std::uint32_t i = 0; i < count; ++i) domain->cliques[i]->number = domain->clique_count - i;
+    if (!removed[i]) ordered.push_back(std::move(forest.cliques[i]));
+  for (auto it = taken.rbegin(); it != taken.rend(); ++it) ordered.push_back(std::move(forest.cliques[*it]));
+  forest.cliques = std::move(ordered);
+  for (std::uint32_t i = 0; i < count; ++i) forest.cliques[i]->position = i;
+  for (std::uint32_t i = 0; i < count; ++i) forest.cliques[i]->number = forest.clique_count - i;
   return set_error(ov_error_none);
 }
 
@@ -221,7 +225,7 @@ ov_status_t log_cliques(Domain *domain) {
   if (log_printf(domain, "\n\nCliques:\n") != ov_error_none) return ov_error_io;
   Size total = 0, total_cg = 0;
   bool any_cg = false;
-  for (auto &clique : domain->cliques) {
+  for (auto &clique : domain->forest->cliques) {
     const Table *table = clique->table;
     std::uint32_t members = table->nodes.size();
     if (log_printf(domain, "\nClique %s, %s member%s, table size = ", clique_name(domain, clique.get()),
@@ -244,12 +248,13 @@ ov_status_t log_cliques(Domain *domain) {
 }
 
 ov_status_t build_junction_trees(Domain *domain) {
+  CompiledForest &forest = *domain->forest;
   if (log_printf(domain, "\n\nThe junction forest:\n") != ov_error_none) return ov_error_io;
   std::vector<bool> seen(domain->node_count(), false);
   CliqueIndex index = index_cliques(domain);
   NodeList separator;
-  for (std::uint32_t position = 0; position < domain->cliques.size(); ++position) {
-    Clique *clique = domain->cliques[position].get();
+  for (std::uint32_t position = 0; position < forest.cliques.size(); ++position) {
+    Clique *clique = forest.cliques[position].get();
     separator.clear();
     for (Node *member : members_of(clique)) {
       if (seen[member->number - 1]) separator.push_back(member);
@@ -262,11 +267,11 @@ ov_status_t build_junction_trees(Domain *domain) {
       auto tree = std::make_unique<JunctionTree>();
       tree->domain = domain;
       tree->root = clique;
-      tree->number = domain->junction_tree_count + 1;
+      tree->number = forest.junction_tree_count + 1;
       JunctionTree *made = tree.get();
-      domain->junction_trees.insert(domain->junction_trees.begin(), std::move(tree));
-      ++domain->junction_tree_count;
-      for (std::uint32_t i = 0; i < domain->junction_trees.size(); ++i) domain->junction_trees[i]->position = i;
+      forest.junction_trees.insert(forest.junction_trees.begin(), std::move(tree));
+      ++forest.junction_tree_count;
+      for (std::uint32_t i = 0; i < forest.junction_trees.size(); ++i) forest.junction_trees[i]->position = i;
       clique->junction_tree = made;
       for (Node *member : members_of(clique)) member->junction_tree = made;
       if (log_printf(domain, "\nCreating junction tree with clique %s as root ...\n", clique_name(domain, clique)) !=
@@ -312,7 +317,7 @@ ov_status_t build_node_tables(Domain *domain) {
   // the clique with the lower number; on equal size the fewer CG entries,
   // then the first found.
   std::vector<const CliqueLink *> smallest(domain->node_count(), nullptr);
-  for (auto &clique : domain->cliques)
+  for (auto &clique : domain->forest->cliques)
     for (const CliqueLink &link : clique->links) {
       if (clique->number > link.neighbour->number) continue;
       const Table *separator = link.separator;
@@ -334,7 +339,7 @@ ov_status_t build_node_tables(Domain *domain) {
       self.push_back(node);
       if (node->junction_tree != nullptr) clique = tree_find_superset(node->junction_tree->root, nullptr, self);
     } else if (!holding[node->number - 1].empty()) {
-      clique = domain->cliques[holding[node->number - 1].front()].get();
+      clique = domain->forest->cliques[holding[node->number - 1].front()].get();
     }
     if (clique == nullptr) return fail(ov_error_error);
     Table *source = clique->table;
@@ -401,7 +406,7 @@ ov_status_t assign_potentials(Domain *domain) {
 
   if (log_printf(domain, "\n\nAssignment of potentials to cliques:\n\n") != ov_error_none) return ov_error_io;
   const CliqueIndex index = index_cliques(domain);
-  const std::uint32_t all = static_cast<std::uint32_t>(domain->cliques.size());
+  const std::uint32_t all = static_cast<std::uint32_t>(domain->forest->cliques.size());
   for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it) {
     Node *node = it->get();
     Table *table = node->table;
@@ -472,7 +477,7 @@ ov_status_t assign_potentials(Domain *domain) {
 
 std::int64_t jt_cost(const Domain *domain) noexcept {
   std::uint64_t total = 0;
-  for (auto &clique : domain->cliques) {
+  for (auto &clique : domain->forest->cliques) {
     const Table *table = clique->table;
     if (table->size == size_overflow) return -1;
     std::uint64_t cost = static_cast<std::uint64_t>(table->cg_stride + 1) * table->size;

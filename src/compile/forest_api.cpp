@@ -1,5 +1,6 @@
 // Exported calls that walk the junction forest.
 #include "api/boundary.h"
+#include "compile/compiled_forest.h"
 #include "compile/forest.h"
 #include "table/table.h"
 
@@ -97,11 +98,11 @@ void *ov_clique_get_user_data(ov_clique_t clique) {
 
 ov_count_t ov_domain_get_number_of_cliques(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1;
-  return domain->clique_count;
+  return domain->forest->clique_count;
 }
 
 ov_count_t ov_domain_get_jt_cost(ov_domain_t domain) {
-  if (check_usage(domain == nullptr || domain->cliques.empty())) return -1;
+  if (check_usage(domain == nullptr || domain->forest->cliques.empty())) return -1;
   return jt_cost(domain);
 }
 

@@ -8,6 +8,7 @@
 
 #include "api/error.h"
 #include "compile/compile.h"
+#include "compile/compiled_forest.h"
 #include "compile/forest.h"
 #include "table/table.h"
 
@@ -506,7 +507,7 @@ ov_status_t domain_triangulate_with_order(Domain *domain, Node *const *order) {
 }
 
 NodeList *domain_elimination_order(Domain *domain) {
-  if (domain->elimination_order) return &*domain->elimination_order;
+  if (domain->forest->elimination_order) return &*domain->forest->elimination_order;
   const std::uint32_t n = domain->chance_count + domain->decision_count;
   std::vector<Node *> slots(n, nullptr);
   for (auto &node : domain->nodes) {
@@ -521,9 +522,9 @@ NodeList *domain_elimination_order(Domain *domain) {
   NodeList order;
   order.reserve(n);
   for (Node *node : slots) order.push_back(node);
-  domain->elimination_order = std::move(order);
+  domain->forest->elimination_order = std::move(order);
   set_error(ov_error_none);
-  return &*domain->elimination_order;
+  return &*domain->forest->elimination_order;
 }
 
 } // namespace orvel

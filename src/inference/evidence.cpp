@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "api/error.h"
+#include "compile/compiled_forest.h"
 #include "compile/junction_tree.h"
 #include "table/table.h"
 
@@ -174,7 +175,7 @@ namespace {
 
 // Whether some tree of the domain satisfies `test`.
 template <class F> bool any_tree(const Domain *domain, F &&test) noexcept {
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (test(*tree)) return true;
   return false;
 }

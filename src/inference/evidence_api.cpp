@@ -1,6 +1,7 @@
 // Exported calls on findings and the evidence state of nodes, trees and
 // domains.
 #include "api/boundary.h"
+#include "compile/compiled_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "model/domain.h"

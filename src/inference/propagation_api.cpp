@@ -1,5 +1,6 @@
 // Exported calls of propagation and table memory.
 #include "api/boundary.h"
+#include "compile/clique.h"
 #include "compile/junction_tree.h"
 #include "inference/propagation.h"
 #include "model/domain.h"

@@ -8,6 +8,7 @@
 #include "api/boundary.h"
 #include "api/error.h"
 #include "compile/compile.h"
+#include "compile/compiled_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "table/algebra.h"
@@ -163,7 +164,7 @@ Table *domain_get_marginal(Domain *domain, const NodeList &nodes) {
   }
   for (Node *node : nodes)
     if (node->junction_tree != tree) return set_error(ov_error_usage), nullptr;
-  if (domain->compressed != 0) return set_error(ov_error_compressed), nullptr;
+  if (domain->forest->compressed != 0) return set_error(ov_error_compressed), nullptr;
   if (tree->equilibrium == ov_equilibrium_none) return set_error(ov_error_no_equilibrium), nullptr;
   const auto equilibrium = static_cast<ov_equilibrium_t>(tree->equilibrium);
   // Without propagated evidence the two modes leave the same tables.
@@ -281,7 +282,7 @@ ov_error_t tree_result_state(const Domain *domain, const JunctionTree *tree) noe
 
 ov_error_t domain_result_state(const Domain *domain) noexcept {
   if (!domain_is_compiled(domain)) return ov_error_not_compiled;
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->equilibrium == ov_equilibrium_none) return ov_error_no_equilibrium;
   return ov_error_none;
 }
@@ -294,7 +295,7 @@ ov_error_t information_state(const JunctionTree *tree) noexcept {
 
 double domain_conflict(const Domain *domain) noexcept {
   double product = 1.0;
-  for (auto &tree : domain->junction_trees) {
+  for (auto &tree : domain->forest->junction_trees) {
     if (tree->cg_evidence_propagated) return set_error(ov_error_cg_evidence_incorporated), -1.0;
     product *= tree_conflict(tree.get());
   }
@@ -303,13 +304,13 @@ double domain_conflict(const Domain *domain) noexcept {
 
 double domain_normalization_constant(const Domain *domain) noexcept {
   double product = 1.0;
-  for (auto &tree : domain->junction_trees) product *= tree->total_constant;
+  for (auto &tree : domain->forest->junction_trees) product *= tree->total_constant;
   return product;
 }
 
 double domain_log_normalization_constant(const Domain *domain) noexcept {
   double sum = 0.0;
-  for (auto &tree : domain->junction_trees) sum += tree->total_log_constant;
+  for (auto &tree : domain->forest->junction_trees) sum += tree->total_log_constant;
   return sum;
 }
 

@@ -2,6 +2,8 @@
 #include <cmath>
 
 #include "api/boundary.h"
+#include "compile/clique.h"
+#include "compile/junction_tree.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "inference/results.h"

@@ -19,7 +19,7 @@ struct RestoreDot {
 };
 
 const char *class_name_of(const Domain *scope) noexcept {
-  return scope->is_class() && scope->class_name ? scope->class_name->c_str() : nullptr;
+  return scope->is_class() && scope->class_info.name ? scope->class_info.name->c_str() : nullptr;
 }
 
 Node *resolve_failure() noexcept {

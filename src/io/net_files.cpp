@@ -59,7 +59,7 @@ ov_status_t remove_added_classes(ClassCollection *collection, std::uint32_t old_
     Domain *victim = nullptr;
     for (std::uint32_t i = old_count; i < collection->count(); ++i) {
       Domain *cls = collection->member(i);
-      if (cls->class_instances.empty()) {
+      if (cls->class_info.instances.empty()) {
         victim = cls;
         break;
       }

@@ -1,5 +1,4 @@
-// The NET parser: file structure, net, node, class and instance blocks, the
-// deferred binding pass of class interfaces and the old node format.
+// The NET parser: tokens and errors, net and node blocks, and the pieces all blocks share.
 #include "io/net_parser.h"
 
 #include <algorithm>
@@ -8,13 +7,11 @@
 #include <cstdarg>
 #include <cstring>
 #include <memory>
-#include <unordered_map>
 
 #include "api/error.h"
-#include "io/name_resolver.h"
+#include "io/net_parse_pieces.h"
 #include "model/domain.h"
 #include "model/node.h"
-#include "oo/class.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -78,20 +75,6 @@ ov_status_t net_expect(NetParser &p, int c) noexcept {
   return net_unexpected(p, token, "`%c' expected", c);
 }
 
-namespace {
-
-// A double as an int, truncated towards 0 and held within the int range
-// (NaN reads as 0), so that hostile numbers cannot overflow a conversion.
-int clamp_to_int(double value) noexcept {
-  if (std::isnan(value)) return 0;
-  if (value >= 2147483647.0) return 2147483647;
-  if (value <= -2147483648.0) return -2147483647 - 1;
-  return static_cast<int>(value);
-}
-
-// A name copied out of the scanner's buffer, which the next token reuses.
-std::string token_text(const NetParser &p) { return p.ctx.text_or_empty(); }
-
 // Turns round the entries added to an attribute list since it held
 // `old_count` entries (they stand newest first at its head) and puts them
 // behind the older ones, so that the list is in file order.
@@ -110,6 +93,8 @@ void attributes_in_file_order(AttributeList &list, std::size_t old_count) {
     list.first = std::move(*it);
   }
 }
+
+namespace {
 
 std::size_t attribute_count(const AttributeList &list) noexcept {
   std::size_t n = 0;
@@ -137,6 +122,8 @@ ov_status_t parse_interface_names(NetParser &p, std::vector<NameAtLine> &names) 
   }
   return net_expect(p, ';');
 }
+
+} // namespace
 
 // Items of a net block, or the attribute items of a class block (with its
 // two interface keys), after the key.
@@ -173,7 +160,11 @@ ov_status_t parse_net_block(NetParser &p) {
   return set_error(ov_error_none);
 }
 
+namespace {
+
 bool is_discrete_state_node(const Node *node) noexcept { return node->has_states(); }
+
+} // namespace
 
 // `(` strings `)`, after the `=` of a states item. With `keep` false the
 // labels are read for their syntax only.
@@ -195,6 +186,8 @@ void set_states(Node *node, std::vector<std::optional<std::string>> &&labels) {
   node->state_labels = std::move(shared);
   node->state_values.reset();
 }
+
+namespace {
 
 ov_status_t parse_states_item(NetParser &p, Node *node) {
   bool keep = true;
@@ -293,6 +286,8 @@ ov_status_t parse_common_node_item(NetParser &p, Node *node, const std::string &
   return ov_error_none;
 }
 
+} // namespace
+
 // Items up to `}` of a node or (with `instance`) an instance block.
 ov_status_t parse_node_items(NetParser &p, Node *node, bool instance) {
   if (net_expect(p, '{') != ov_error_none) return ov_error_code();
@@ -336,362 +331,6 @@ ov_status_t parse_node_block(NetParser &p, ov_category_t category, ov_kind_t kin
   return parse_node_items(p, node, false);
 }
 
-// ---------------------------------------------------------------- instances
-
-ov_status_t parse_output_bindings(NetParser &p, Node *instance, Domain *cls) {
-  bool first = true;
-  for (;;) {
-    int token = net_next(p);
-    if (token != tok_name) {
-      if (first) return net_unexpected(p, token, "name or `)' expected");
-      return net_unexpected(p, token, "name expected");
-    }
-    first = false;
-    std::string new_name = token_text(p);
-    if (net_expect(p, '=') != ov_error_none) return ov_error_code();
-    token = net_next(p);
-    if (token != tok_name) return net_unexpected(p, token, "name expected");
-    std::string output_name = token_text(p);
-    const char *class_name = class_get_name(cls);
-    if (class_name == nullptr) return net_api_error(p);
-    Node *output = domain_find_node(cls, output_name.c_str());
-    if (output == nullptr)
-      return net_hard(p, ov_error_parse, "class `%s' does not have a node named `%s'", message_name(class_name).text,
-                      message_name(output_name.c_str()).text);
-    Node *clone = ov_node_get_output(instance, output);
-    if (clone == nullptr)
-      return net_hard(p, ov_error_parse, "node `%s' is not an output node in class `%s'",
-                      message_name(output_name.c_str()).text, message_name(class_name).text);
-    ov_status_t status = ov_node_set_name(clone, new_name.c_str());
-    if (status == ov_error_twice)
-      return net_hard(p, ov_error_twice, "a node named `%s' already exists", message_name(new_name.c_str()).text);
-    if (status != ov_error_none) return net_api_error(p);
-    token = net_next(p);
-    if (token == ')') return set_error(ov_error_none);
-    if (token != ',') return net_unexpected(p, token, "`,' or `)' expected");
-  }
-}
-
-ov_status_t parse_bindings(NetParser &p, Node *instance, Domain *cls) {
-  if (net_expect(p, '(') != ov_error_none) return ov_error_code();
-  int token = net_next(p);
-  if (token == ')') return set_error(ov_error_none);
-  if (token == ';') return parse_output_bindings(p, instance, cls);
-  if (token != tok_name) return net_unexpected(p, token, "name, `;', or `)' expected");
-  p.bindings.push_back({instance, {}, {}});
-  for (;;) {
-    // The formal's name is in the buffer.
-    InstanceBindings &record = p.bindings.back();
-    record.formals.push_back({token_text(p), p.ctx.line});
-    if (net_expect(p, '=') != ov_error_none) return ov_error_code();
-    token = net_next(p);
-    if (token != tok_name && token != tok_dotted_name) return net_unexpected(p, token, "name expected");
-    record.actuals.push_back({token_text(p), p.ctx.line});
-    token = net_next(p);
-    if (token == ')') return set_error(ov_error_none);
-    if (token == ';') return parse_output_bindings(p, instance, cls);
-    if (token != ',') return net_unexpected(p, token, "`,', `;', or `)' expected");
-    token = net_next(p);
-    if (token != tok_name) return net_unexpected(p, token, "name expected");
-  }
-}
-
-ov_status_t parse_instance_block(NetParser &p) {
-  int token = net_next(p);
-  if (token != tok_name) return net_unexpected(p, token, "name expected");
-  std::string name = token_text(p);
-  if (net_expect(p, ':') != ov_error_none) return ov_error_code();
-  token = net_next(p);
-  if (token != tok_name) return net_unexpected(p, token, "name expected");
-  std::string class_name = token_text(p);
-  ClassCollection *collection = p.ctx.class_collection;
-  Domain *cls = cc_find_class(collection, class_name.c_str());
-  if (cls == nullptr && p.ctx.class_loader != nullptr) {
-    // The loader gets a private copy, freed when it returns.
-    std::string copy = class_name;
-    p.ctx.class_loader(copy.data(), collection, p.ctx.class_loader_data);
-    cls = cc_find_class(collection, class_name.c_str());
-  }
-  if (cls == nullptr)
-    return net_hard(p, ov_error_parse, "loading class `%s' failed", message_name(class_name.c_str()).text);
-  Node *instance = ov_class_new_instance(as_class(p.scope), as_class(cls));
-  if (instance == nullptr) {
-    if (ov_error_code() == ov_error_cyclic_instance_hierarchy)
-      return net_hard(p, ov_error_cyclic_instance_hierarchy,
-                      "adding class instance `%s' creates a cycle in the instance hierarchy",
-                      message_name(name.c_str()).text);
-    return net_api_error(p);
-  }
-  ov_status_t status = ov_node_set_name(instance, name.c_str());
-  if (status == ov_error_twice)
-    return net_hard(p, ov_error_twice, "a node named `%s' already exists", message_name(name.c_str()).text);
-  if (status != ov_error_none) return net_api_error(p);
-  if (parse_bindings(p, instance, cls) != ov_error_none) return ov_error_code();
-  return parse_node_items(p, instance, true);
-}
-
-// ---------------------------------------------------------------- items
-
-// The node and potential items shared by the file level and class blocks,
-// after the first name. `matched` is false if the name starts none of them.
-ov_status_t parse_shared_item(NetParser &p, const char *word, bool &matched) {
-  matched = true;
-  if (std::strcmp(word, "node") == 0) return parse_node_block(p, ov_category_chance, ov_kind_discrete);
-  if (std::strcmp(word, "decision") == 0) return parse_node_block(p, ov_category_decision, ov_kind_discrete);
-  if (std::strcmp(word, "utility") == 0) return parse_node_block(p, ov_category_utility, ov_kind_discrete);
-  if (std::strcmp(word, "potential") == 0) return parse_potential(p);
-  if (std::strcmp(word, "continuous") == 0) {
-    int token = net_next(p);
-    if (token != tok_name || std::strcmp(p.ctx.text_or_empty(), "node") != 0)
-      return net_unexpected(p, token, "keyword `node' expected");
-    return parse_node_block(p, ov_category_chance, ov_kind_continuous);
-  }
-  if (std::strcmp(word, "discrete") == 0) {
-    int token = net_next(p);
-    const char *next = p.ctx.text_or_empty();
-    if (token == tok_name && std::strcmp(next, "node") == 0)
-      return parse_node_block(p, ov_category_chance, ov_kind_discrete);
-    if (token == tok_name && std::strcmp(next, "decision") == 0)
-      return parse_node_block(p, ov_category_decision, ov_kind_discrete);
-    return net_unexpected(p, token, "keyword `node' or keyword `decision' expected");
-  }
-  matched = false;
-  return ov_error_none;
-}
-
-// The failure at the end of a parse that counted errors: the recorded code,
-// or parse.
-ov_status_t counted_failure() noexcept {
-  ov_error_t code = ov_error_code();
-  return fail(code == ov_error_none ? ov_error_parse : code);
-}
-
-// ---------------------------------------------------------------- binding pass
-
-// Resolves a recorded name with the context's line set to the name's own.
-Node *resolve_at_line(NetParser &p, Domain *scope, const NameAtLine &name) {
-  std::string path = name.name;
-  p.ctx.line = name.line;
-  return resolve_node_path(&p.ctx, scope, path.data());
-}
-
-ov_status_t bind_interface(NetParser &p) {
-  Domain *cls = p.scope;
-  for (const NameAtLine &name : p.inputs) {
-    Node *node = resolve_at_line(p, cls, name);
-    if (node == nullptr) return ov_error_code();
-    const MessageName shown = message_name(name.name.c_str());
-    const char *text = shown.text;
-    if (cls->class_inputs.contains(node))
-      return net_hard(p, ov_error_parse, "node `%s' specified as input twice", text);
-    ov_status_t status = ov_node_add_to_inputs(node);
-    if (status == ov_error_usage) return net_hard(p, ov_error_parse, "node `%s' is not a valid input node", text);
-    if (status != ov_error_none) return net_api_error(p);
-  }
-  for (const NameAtLine &name : p.outputs) {
-    Node *node = resolve_at_line(p, cls, name);
-    if (node == nullptr) return ov_error_code();
-    const MessageName shown = message_name(name.name.c_str());
-    const char *text = shown.text;
-    if (cls->class_outputs.contains(node))
-      return net_hard(p, ov_error_parse, "node `%s' specified as output twice", text);
-    if (cls->class_inputs.contains(node))
-      return net_hard(p, ov_error_parse, "node `%s' is specified both as input and as output", text);
-    ov_status_t status = ov_node_add_to_outputs(node);
-    if (status == ov_error_usage) return net_hard(p, ov_error_parse, "node `%s' is not a valid output node", text);
-    if (status != ov_error_none) return net_api_error(p);
-  }
-  // Instances in list order: the order in which they were made.
-  for (InstanceBindings &record : p.bindings) {
-    Node *instance = record.instance;
-    Domain *instance_class = instance->instance_class;
-    for (std::size_t i = 0; i < record.formals.size(); ++i) {
-      Node *formal = resolve_at_line(p, instance_class, record.formals[i]);
-      if (formal == nullptr) return ov_error_code();
-      const char *class_name = class_get_name(instance_class);
-      if (class_name == nullptr) return net_api_error(p);
-      const MessageName formal_shown = message_name(record.formals[i].name.c_str());
-      const char *formal_text = formal_shown.text;
-      if (!instance_class->class_inputs.contains(formal))
-        return net_hard(p, ov_error_parse, "node `%s' is not an input parameter of class `%s'", formal_text,
-                        message_name(class_name).text);
-      if (ov_node_get_input(instance, formal) != nullptr)
-        return net_hard(p, ov_error_parse, "input for node `%s' has been specified twice", formal_text);
-      Node *actual = resolve_at_line(p, cls, record.actuals[i]);
-      if (actual == nullptr) return ov_error_code();
-      ov_status_t status = ov_node_set_input(instance, formal, actual);
-      if (status == ov_error_usage)
-        return net_hard(p, ov_error_parse, "nodes `%s' and `%s' are not compatible", formal_text,
-                        message_name(record.actuals[i].name.c_str()).text);
-      if (status != ov_error_none) return net_api_error(p);
-    }
-  }
-  return set_error(ov_error_none);
-}
-
-ov_status_t parse_class_block(NetParser &p) {
-  int token = net_next(p);
-  if (token != tok_name) return net_unexpected(p, token, "class name expected");
-  std::string name = token_text(p);
-  Domain *cls = as_domain(ov_cc_new_class(p.ctx.class_collection));
-  if (cls == nullptr) return net_api_error(p);
-  ov_status_t status = ov_class_set_name(as_class(cls), name.c_str());
-  if (status == ov_error_twice)
-    return net_hard(p, ov_error_twice, "a class with name `%s' already exists", message_name(name.c_str()).text);
-  if (status != ov_error_none) return net_api_error(p);
-  if (p.file_name != nullptr) cls->file_name.emplace(p.file_name);
-
-  p.scope = cls;
-  p.ctx.domain = cls;
-  p.inputs.clear();
-  p.outputs.clear();
-  p.inputs_seen = p.outputs_seen = false;
-  p.bindings.clear();
-  p.decisions_specified.clear();
-
-  if (net_expect(p, '{') != ov_error_none) return ov_error_code();
-  for (;;) {
-    token = net_next(p);
-    if (token == '}') break;
-    if (token != tok_name) return net_unexpected(p, token, "unexpected token");
-    std::string word = token_text(p);
-    if (word == "class") return net_hard(p, ov_error_parse, "nested classes are not permitted");
-    if (word == "instance") {
-      if (parse_instance_block(p) != ov_error_none) return ov_error_code();
-      continue;
-    }
-    bool matched;
-    if (parse_shared_item(p, word.c_str(), matched) != ov_error_none) return ov_error_code();
-    if (matched) continue;
-    if (parse_scope_attribute(p, word) != ov_error_none) return ov_error_code();
-  }
-  if (p.ctx.error_count > 0) return counted_failure();
-  const std::uint32_t line = p.ctx.line;
-  status = bind_interface(p);
-  p.ctx.line = line;
-  if (status != ov_error_none) return status;
-  attributes_in_file_order(cls->attributes, 0);
-  domain_finish_lists(cls);
-  return set_error(ov_error_none);
-}
-
-// ---------------------------------------------------------------- old node format
-
-struct OldNodeRecord {
-  std::uint32_t first_use_line = 0;
-  std::uint32_t defined_line = 0;
-  bool defined = false;
-};
-
-using OldRecords = std::unordered_map<Node *, OldNodeRecord>;
-
-// The node of that name, or a new discrete chance node without states. Names
-// of this format are words and need not be identifiers.
-Node *old_find_or_make(NetParser &p, OldRecords &records, const std::string &name) {
-  Node *node = domain_find_node(p.scope, name.c_str());
-  if (node != nullptr) return node;
-  node = ov_domain_new_node(p.scope, ov_category_chance, ov_kind_discrete);
-  if (node == nullptr) return nullptr;
-  node->name.emplace(name);
-  name_table_rename(p.scope, node, std::nullopt);
-  node->state_count = 0;
-  records[node].first_use_line = p.ctx.line;
-  return node;
-}
-
-ov_status_t old_header(NetParser &p) {
-  Domain *domain = p.scope;
-  int token = net_next(p);
-  if (token != tok_name) return net_unexpected(p, token, "name expected");
-  if (attribute_set(domain->attributes, "name", p.ctx.text_or_empty(), false) != ov_error_none) return net_api_error(p);
-  token = net_next(p);
-  if (token != tok_string) return net_unexpected(p, token, "string expected");
-  if (*p.ctx.text_or_empty() != 0 &&
-      attribute_set(domain->attributes, "label", p.ctx.text_or_empty(), false) != ov_error_none)
-    return net_api_error(p);
-  double numbers[3];
-  for (double &number : numbers) {
-    token = net_next(p);
-    if (token != tok_number) return net_unexpected(p, token, "number expected");
-    number = p.ctx.number;
-  }
-  if (!(numbers[0] >= 0 && numbers[1] >= 0 && numbers[2] >= 0))
-    return net_hard(p, ov_error_parse, "node width and height, and scale factor must be nonnegative");
-  domain->node_width = clamp_to_int(numbers[0] * numbers[2] + 0.5);
-  domain->node_height = clamp_to_int(numbers[1] * numbers[2] + 0.5);
-  p.ctx.scale = numbers[2];
-  attributes_in_file_order(domain->attributes, 0);
-  return set_error(ov_error_none);
-}
-
-ov_status_t old_node_record(NetParser &p, OldRecords &records, const std::string &name) {
-  Node *node = old_find_or_make(p, records, name);
-  if (node == nullptr) return net_api_error(p);
-  OldNodeRecord &record = records[node];
-  if (record.defined)
-    return net_hard(p, ov_error_parse, "node `%s' has already been defined (at line %s)",
-                    message_name(name.c_str()).text, format_count(p.scope, record.defined_line));
-  record.defined = true;
-  record.defined_line = p.ctx.line;
-
-  int token = net_next(p);
-  if (token != tok_string) return net_unexpected(p, token, "string expected");
-  if (ov_node_set_label(node, p.ctx.text_or_empty()) != ov_error_none) return net_api_error(p);
-  double xy[2];
-  for (double &v : xy) {
-    token = net_next(p);
-    if (token != tok_number) return net_unexpected(p, token, "number expected");
-    v = p.ctx.number;
-  }
-  node->position_x = clamp_to_int(xy[0] * p.ctx.scale + 0.5);
-  node->position_y = clamp_to_int(xy[1] * p.ctx.scale + 0.5);
-
-  std::vector<std::optional<std::string>> labels;
-  if (parse_state_list(p, labels) != ov_error_none) return ov_error_code();
-  if (node->state_count != 0 && node->state_count != labels.size()) {
-    parse_reportf(&p.ctx, "number of states (%s) does not match previous usage (line %s)",
-                  format_count(p.scope, labels.size()), format_count(p.scope, record.first_use_line));
-  } else {
-    set_states(node, std::move(labels));
-  }
-
-  NodeList table_nodes;
-  for (;;) {
-    token = net_next(p);
-    if (token == '(') break;
-    if (token != tok_name) return net_unexpected(p, token, "parent node name or a left parenthesis expected");
-    std::string parent_name = token_text(p);
-    Node *parent = old_find_or_make(p, records, parent_name);
-    if (parent == nullptr) return net_api_error(p);
-    ov_status_t status = ov_node_add_parent(node, parent);
-    if (status == ov_error_usage)
-      return net_hard(p, ov_error_parse, "node `%s' appears twice as a parent of `%s'",
-                      message_name(parent_name.c_str()).text, message_name(name.c_str()).text);
-    if (status == ov_error_cyclic_network)
-      return net_hard(p, ov_error_cyclic_network, "adding the link %s --> %s creates a directed cycle",
-                      message_name(parent_name.c_str()).text, message_name(name.c_str()).text);
-    if (status != ov_error_none) return net_api_error(p);
-    table_nodes.push_back(parent);
-  }
-  unget_token(&p.ctx, '(');
-  table_nodes.push_back(node);
-  std::vector<float> numbers;
-  if (read_nested_table(p, table_nodes, nullptr, numbers, true) != ov_error_none) return ov_error_code();
-  for (Node *member : table_nodes)
-    if (member->state_count == 0) return net_hard(p, ov_error_parse, "empty list of states");
-
-  Table *table = table_new(p.scope, table_nodes.data(), ov_table_kind_probability, role_plain, false, true);
-  if (table == nullptr) return net_api_error(p);
-  if (table->size != numbers.size()) return net_hard(p, ov_error_parse, "number expected");
-  std::copy(numbers.begin(), numbers.end(), table->data.get());
-  if (node->table != nullptr) node->table->owner = nullptr;
-  node->table = table;
-  table->owner = node;
-  return set_error(ov_error_none);
-}
-
-} // namespace
-
 // ---------------------------------------------------------------- shared pieces
 
 ov_status_t parse_number_list(NetParser &p, std::uint32_t count, float *values, bool allow_negative) {
@@ -710,61 +349,6 @@ void domain_finish_lists(Domain *domain) noexcept {
   for (std::uint32_t i = 0; i < domain->nodes.size(); ++i) domain->nodes[i]->number = i + 1;
   std::reverse(domain->tables.begin(), domain->tables.end());
   for (std::uint32_t i = 0; i < domain->tables.size(); ++i) domain->tables[i]->serial = i + 1;
-}
-
-// ---------------------------------------------------------------- whole sources
-
-ov_status_t parse_net_blocks(NetParser &p) {
-  for (;;) {
-    int token = net_next(p);
-    if (token == tok_eof) break;
-    if (token != tok_name) return net_unexpected(p, token, "unexpected token");
-    std::string word = token_text(p);
-    if (word == "net") {
-      if (parse_net_block(p) != ov_error_none) return ov_error_code();
-      continue;
-    }
-    bool matched;
-    if (parse_shared_item(p, word.c_str(), matched) != ov_error_none) return ov_error_code();
-    if (!matched) return net_hard(p, ov_error_parse, "unknown object type: %s", message_name(word.c_str()).text);
-  }
-  if (p.ctx.error_count > 0) return counted_failure();
-  domain_finish_lists(p.scope);
-  return set_error(ov_error_none);
-}
-
-ov_status_t parse_old_net(NetParser &p) {
-  OldRecords records;
-  if (old_header(p) != ov_error_none) return ov_error_code();
-  for (;;) {
-    int token = net_next(p);
-    if (token == tok_eof) break;
-    if (token != tok_name) return net_unexpected(p, token, "node name (or end-of-file) expected");
-    std::string name = token_text(p);
-    if (old_node_record(p, records, name) != ov_error_none) return ov_error_code();
-  }
-  for (auto &node : p.scope->nodes) {
-    const OldNodeRecord &record = records[node.get()];
-    if (!record.defined)
-      parse_reportf(&p.ctx, "node `%s' (used at line %s) has not been defined",
-                    message_name(node->name ? node->name->c_str() : "").text,
-                    format_count(p.scope, record.first_use_line));
-  }
-  if (p.ctx.error_count > 0) return counted_failure();
-  domain_finish_lists(p.scope);
-  return set_error(ov_error_none);
-}
-
-ov_status_t parse_class_file(NetParser &p) {
-  for (;;) {
-    int token = net_next(p);
-    if (token == tok_eof) break;
-    if (token != tok_name || std::strcmp(p.ctx.text_or_empty(), "class") != 0)
-      return net_unexpected(p, token, "expected `class' keyword");
-    if (parse_class_block(p) != ov_error_none) return ov_error_code();
-  }
-  if (p.ctx.error_count > 0) return counted_failure();
-  return set_error(ov_error_none);
 }
 
 } // namespace orvel

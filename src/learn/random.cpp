@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "model/hooks.h"
+
 namespace orvel {
 
 namespace {
@@ -26,6 +28,14 @@ void fill_array(std::array<double, KK> &lags, double *out, int n) noexcept {
 }
 
 } // namespace
+
+void RandomStateDeleter::operator()(RandomState *state) const noexcept { delete state; }
+
+RandomStatePtr random_state_new(std::uint32_t seed) {
+  RandomStatePtr state(new RandomState);
+  random_seed(*state, seed);
+  return state;
+}
 
 void random_seed(RandomState &state, std::uint32_t seed) noexcept {
   constexpr int TT = 70; // passes of squaring and shifting, plus one

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "api/error.h"
+#include "compile/compiled_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "learn/random.h"
@@ -48,7 +49,7 @@ ov_status_t sample_node(Domain *domain, Node *node) {
     for (std::uint32_t k = 1; k < table->continuous_count; ++k)
       mean += cg[cg_entry_offset(k, 0)] * table->nodes[table->discrete_count + k]->simulated_value;
     const double variance = cg[cg_entry_offset(0, 0)];
-    node->simulated_value = random_normal(domain->random, mean, variance > 0.0 ? variance : 0.0);
+    node->simulated_value = random_normal(*domain->random, mean, variance > 0.0 ? variance : 0.0);
     node->simulated_value_set = true;
     return ov_error_none;
   }
@@ -59,7 +60,7 @@ ov_status_t sample_node(Domain *domain, Node *node) {
     total += row[s];
   }
   if (!(total > 0.0f)) return fail(ov_error_zero_sum);
-  node->simulated_state = static_cast<std::int32_t>(random_choose(domain->random, row, node->state_count, total));
+  node->simulated_state = static_cast<std::int32_t>(random_choose(*domain->random, row, node->state_count, total));
   return ov_error_none;
 }
 
@@ -148,7 +149,7 @@ ov_status_t sample_clique(Domain *domain, Clique *clique, std::vector<ov_number_
     if (i == 0) break; // every combination visited
   }
   if (!(total > 0.0)) return fail(ov_error_zero_sum);
-  std::uint32_t chosen = random_choose(domain->random, weights.data(), static_cast<std::uint32_t>(weights.size()),
+  std::uint32_t chosen = random_choose(*domain->random, weights.data(), static_cast<std::uint32_t>(weights.size()),
                                        static_cast<float>(total));
   probability = weights[chosen] / total;
   // The chosen position within the block, read as a mixed-radix number.
@@ -172,7 +173,7 @@ ov_status_t sample_subtree(Domain *domain, Clique *clique, const Clique *parent,
 }
 
 ov_status_t simulate_from_forest(Domain *domain) {
-  for (auto &tree : domain->junction_trees)
+  for (auto &tree : domain->forest->junction_trees)
     if (tree->equilibrium != ov_equilibrium_sum ||
         (tree->evidence_mode != ov_mode_normal && tree->evidence_propagated) || tree->changed_evidence_count > 0 ||
         tree->tables_changed)
@@ -180,7 +181,7 @@ ov_status_t simulate_from_forest(Domain *domain) {
   clear_samples(domain);
   std::vector<ov_number_t> weights;
   std::vector<std::uint32_t> free_members;
-  for (auto &tree : domain->junction_trees) {
+  for (auto &tree : domain->forest->junction_trees) {
     double probability = 1.0;
     if (sample_subtree(domain, tree->root, nullptr, weights, free_members, probability) != ov_error_none)
       return ov_error_code();
@@ -202,7 +203,7 @@ ov_status_t domain_simulate(Domain *domain) {
 
 double domain_probability_of_random_selection(const Domain *domain) noexcept {
   double product = 1.0;
-  for (auto &tree : domain->junction_trees) product *= tree->probability_of_random_selection;
+  for (auto &tree : domain->forest->junction_trees) product *= tree->probability_of_random_selection;
   return product;
 }
 

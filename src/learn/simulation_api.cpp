@@ -1,5 +1,6 @@
 // Exported calls of simulation.
 #include "api/boundary.h"
+#include "compile/compiled_forest.h"
 #include "inference/propagation.h"
 #include "learn/simulate.h"
 #include "model/domain.h"

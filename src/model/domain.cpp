@@ -1,17 +1,17 @@
-// The domain as a whole: lifetime, the compiled state, and name lookup.
+// The domain as a whole: lifetime and name lookup.
 #include "model/domain.h"
 
 #include <cstring>
 
 #include "api/error.h"
-#include "table/plan.h"
-#include "table/table.h"
+#include "model/hooks.h"
 
 namespace orvel {
 constexpr std::uint32_t default_random_seed = 310952;
 }
 
-ov_domain_s::ov_domain_s() { orvel::random_seed(random, orvel::default_random_seed); }
+ov_domain_s::ov_domain_s()
+    : forest(orvel::compiled_forest_new()), random(orvel::random_state_new(orvel::default_random_seed)) {}
 
 ov_domain_s::~ov_domain_s() {
   // Nodes refer to tables and to each other only through borrowed pointers,
@@ -19,7 +19,7 @@ ov_domain_s::~ov_domain_s() {
   // instance nodes belong to hold pointers back into it.
   for (auto &node : nodes)
     if (node->category == ov_category_instance && node->instance_class != nullptr && node->instance_class != this)
-      node->instance_class->class_instances.remove(node.get());
+      node->instance_class->class_info.instances.remove(node.get());
 }
 
 namespace orvel {
@@ -29,81 +29,9 @@ bool domain_is_triangulated(const Domain *domain) noexcept {
   return first != nullptr && first->elimination_number != 0;
 }
 
-void release_forest(Domain *domain, bool drop_triangulation) noexcept {
-  domain->cliques.clear();
-  domain->junction_trees.clear();
-  domain->clique_count = 0;
-  domain->junction_tree_count = 0;
-
-  // All kernel plans go first: they refer to the tables of the forest.
-  domain->kernel_plans.clear();
-
-  // Tables of the forest and of queries go; node tables, experience and
-  // fading tables and chain potentials stay.
-  auto &tables = domain->tables;
-  std::size_t kept = 0;
-  for (std::size_t i = 0; i < tables.size(); ++i) {
-    if (tables[i]->role == role_plain) {
-      tables[kept] = std::move(tables[i]);
-      tables[kept]->serial = static_cast<std::uint32_t>(kept + 1);
-      ++kept;
-    }
-  }
-  tables.resize(kept);
-
-  for (auto &node : domain->nodes) {
-    if (drop_triangulation) {
-      node->elimination_number = 0;
-      node->level = 0;
-      node->neighbours = {};
-      node->fill_ins = {};
-    }
-    node->junction_tree = nullptr;
-    node->home_clique = nullptr;
-    node->table_plan = nullptr;
-    node->extra_table_plan = nullptr;
-    node->marginal_plan = nullptr;
-    node->marginal_source = nullptr;
-    node->marginal_source_utility = nullptr;
-    node->belief_table = nullptr;
-    node->utility_table = nullptr;
-    node->conflict_clique = nullptr;
-    if (node->is_discrete()) {
-      node->propagated_finding = nullptr;
-      node->finding_clique = nullptr;
-      node->finding_plan = nullptr;
-      node->instantiated_state = -1;
-    } else {
-      node->value_propagated = false;
-    }
-  }
-  domain->compiled = 0;
-  for (auto &component : domain->chain_components) {
-    component->normalizer = nullptr;
-    component->normalizer_clique = nullptr;
-    component->potential_cliques = {};
-    component->normalizer_plan = nullptr;
-    component->potential_plans = {};
-  }
-  if (drop_triangulation) domain->elimination_order.reset();
-  domain_reclaim_memory_tables(domain);
-  domain->compressed = 0;
-  domain->log_likelihood_valid = 0;
-}
-
-void domain_uncompile(Domain *domain) noexcept {
-  if (domain_is_triangulated(domain)) release_forest(domain, true);
-}
-
 void domain_delete(Domain *domain) noexcept {
   domain_uncompile(domain);
   delete domain;
-}
-
-void domain_reclaim_memory_tables(Domain *domain) noexcept {
-  domain->memory_table_data.reset();
-  domain->memory_table_cg.reset();
-  domain->memory_table_kinds.reset();
 }
 
 namespace {

@@ -10,45 +10,43 @@
 #include <vector>
 
 #include "api/memory.h"
-#include "compile/clique.h"
-#include "compile/junction_tree.h"
-#include "learn/random.h"
 #include "model/attribute.h"
 #include "model/chain_component.h"
+#include "model/hooks.h"
 #include "model/node.h"
 #include "model/node_list.h"
 #include "orvel.h"
 
 namespace orvel {
 
-// Kernel plans are owned by their domain (see table/plan.h).
-struct KernelPlanDeleter {
-  void operator()(KernelPlan *plan) const noexcept;
-};
-using KernelPlanPtr = std::unique_ptr<KernelPlan, KernelPlanDeleter>;
-
 // Chained hash table from names to nodes, built on demand by the lookup.
 struct NameTable {
   std::vector<std::vector<Node *>> buckets; // empty: no table
 };
 
+// Settings and results of learning from cases.
+struct LearningSettings {
+  double significance_level = 0.05;
+  double log_likelihood_tolerance = 0.0001;
+  std::uint32_t max_em_iterations = 0;
+  double log_likelihood = 0.0;
+  std::uint32_t log_likelihood_valid = 0;
+};
+
+// A domain as a class of an object-oriented network.
+struct ClassSettings {
+  ov_class_collection_s *collection = nullptr; // non-null exactly for a class
+  std::optional<std::string> name;
+  NodeList inputs, outputs, instances;
+  std::uint32_t mark = 0;
+};
+
 } // namespace orvel
 
 struct ov_domain_s {
-  std::uint32_t clique_count = 0;        // also the source of clique numbers
-  std::uint32_t junction_tree_count = 0; // also the source of tree numbers
-  // The junction forest: cliques in list order and trees newest first. A
-  // clique's or tree's position is its index here.
-  std::vector<std::unique_ptr<ov_clique_s>> cliques;
-  std::vector<std::unique_ptr<ov_junction_tree_s>> junction_trees;
-
   // Every table the domain owns, oldest first: a table's serial is its
   // position here from 1.
   std::vector<orvel::TablePtr> tables;
-
-  // Every kernel plan the domain owns, oldest first: a plan's serial is its
-  // position here from 1. Plans belong to the compiled state and go with it.
-  std::vector<orvel::KernelPlanPtr> kernel_plans;
 
   // The ring of format_count.
   char count_text[8][64] = {};
@@ -73,34 +71,18 @@ struct ov_domain_s {
   orvel::NodeList result_nodes;       // buffer of the d-separation queries
 
   std::uint32_t compiled = 0;
-  std::uint32_t max_separators = 0;
-  std::optional<orvel::NodeList> elimination_order;
-  // Saved junction-tree data: the data, CG data and CG roles of every
-  // forest table, in list order one behind the other.
-  orvel::Buffer<ov_number_t> memory_table_data;
-  orvel::Buffer<double> memory_table_cg;
-  orvel::Buffer<std::int8_t> memory_table_kinds;
-  std::uint32_t compressed = 0;
-  // Strides of a clique's nodes during a walk of propagation, sized for the
-  // largest clique at compile time.
-  std::vector<std::uint32_t> walk_strides;
+  // The compiled state: junction forest, kernel plans, saved table memory
+  // and the work buffers of propagation (compile/compiled_forest.h). Never
+  // null; release_forest empties it.
+  orvel::CompiledForestPtr forest;
 
-  double significance_level = 0.05;
-  double log_likelihood_tolerance = 0.0001;
-  std::uint32_t max_em_iterations = 0;
-  double log_likelihood = 0.0;
-  std::uint32_t log_likelihood_valid = 0;
-
-  orvel::RandomState random; // seeded with the default seed at creation
+  orvel::LearningSettings learning;
+  orvel::RandomStatePtr random; // never null; seeded with the default seed at creation
 
   void *user_data = nullptr;
   orvel::AttributeList attributes;
 
-  // Classes: class_collection is non-null exactly for a class.
-  ov_class_collection_s *class_collection = nullptr;
-  std::optional<std::string> class_name;
-  orvel::NodeList class_inputs, class_outputs, class_instances;
-  std::uint32_t class_mark = 0;
+  orvel::ClassSettings class_info;
 
   ov_domain_s();
   ov_domain_s(const ov_domain_s &) = delete;
@@ -108,8 +90,7 @@ struct ov_domain_s {
   ~ov_domain_s();
 
   std::uint32_t node_count() const noexcept { return static_cast<std::uint32_t>(nodes.size()); }
-  std::uint32_t kernel_plan_count() const noexcept { return static_cast<std::uint32_t>(kernel_plans.size()); }
-  bool is_class() const noexcept { return class_collection != nullptr; }
+  bool is_class() const noexcept { return class_info.collection != nullptr; }
   // The newest node, or null.
   ov_node_s *first_node() const noexcept { return nodes.empty() ? nullptr : nodes.back().get(); }
   // The node older than `node`, or null.
@@ -132,19 +113,10 @@ inline ov_error_t compiled_state(const Domain *domain) noexcept {
 }
 
 // Whether the domain keeps a triangulation: its first node has an
-// elimination number.
+// elimination number. Releasing the forest and uncompiling: model/hooks.h.
 bool domain_is_triangulated(const Domain *domain) noexcept;
-// Releases the junction forest (and with drop_triangulation the
-// triangulation too: neighbours, fill-ins, levels and elimination numbers),
-// leaving node tables, entered evidence and cases alone. This is both the
-// uncompile and the roll-back of every failed compile stage.
-void release_forest(Domain *domain, bool drop_triangulation) noexcept;
-// Releases the forest and the triangulation if the domain is triangulated.
-void domain_uncompile(Domain *domain) noexcept;
 // Uncompiles a domain and deletes it with its nodes and tables.
 void domain_delete(Domain *domain) noexcept;
-// Frees the saved junction-tree data.
-void domain_reclaim_memory_tables(Domain *domain) noexcept;
 
 // The node of that name, building or growing the name table as needed.
 Node *domain_find_node(Domain *domain, const char *name);

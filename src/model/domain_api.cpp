@@ -30,7 +30,7 @@ int ov_domain_is_compiled(ov_domain_t domain) {
 
 int ov_domain_is_compressed(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1;
-  return domain->compressed != 0;
+  return forest_is_compressed(domain);
 }
 
 int ov_domain_is_triangulated(ov_domain_t domain) {
@@ -108,35 +108,35 @@ ov_count_t ov_domain_get_concurrency_level(ov_domain_t domain) {
 
 ov_status_t ov_domain_set_significance_level(ov_domain_t domain, ov_double_t level) {
   if (check_usage(domain == nullptr || !(level > 0.0 && level < 1.0))) return ov_error_usage;
-  domain->significance_level = level;
+  domain->learning.significance_level = level;
   return ov_error_none;
 }
 
 ov_double_t ov_domain_get_significance_level(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1.0;
-  return domain->significance_level;
+  return domain->learning.significance_level;
 }
 
 ov_status_t ov_domain_set_log_likelihood_tolerance(ov_domain_t domain, ov_double_t tolerance) {
   if (check_usage(domain == nullptr || !(tolerance >= 0.0))) return ov_error_usage;
-  domain->log_likelihood_tolerance = tolerance;
+  domain->learning.log_likelihood_tolerance = tolerance;
   return ov_error_none;
 }
 
 ov_double_t ov_domain_get_log_likelihood_tolerance(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1.0;
-  return domain->log_likelihood_tolerance;
+  return domain->learning.log_likelihood_tolerance;
 }
 
 ov_status_t ov_domain_set_max_number_of_em_iterations(ov_domain_t domain, uint32_t count) {
   if (check_usage(domain == nullptr)) return ov_error_usage;
-  domain->max_em_iterations = count;
+  domain->learning.max_em_iterations = count;
   return ov_error_none;
 }
 
 ov_count_t ov_domain_get_max_number_of_em_iterations(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1;
-  return domain->max_em_iterations;
+  return domain->learning.max_em_iterations;
 }
 
 ov_status_t ov_domain_set_log_file(ov_domain_t domain, FILE *log) {

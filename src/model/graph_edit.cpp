@@ -78,8 +78,8 @@ template <class F> void for_each_chain_potential(Node *member, F &&op) {
 // instances, else -1.
 std::int64_t output_position(const Node *node) noexcept {
   const Domain *home = node->home;
-  if (!home->is_class() || home->class_instances.empty()) return -1;
-  return home->class_outputs.index_of(node);
+  if (!home->is_class() || home->class_info.instances.empty()) return -1;
+  return home->class_info.outputs.index_of(node);
 }
 
 } // namespace
@@ -92,7 +92,7 @@ bool parent_link_allowed(const Node *child, const Node *parent) noexcept {
   if (parent->category != ov_category_chance && parent->category != ov_category_decision) return false;
   if (child->is_discrete() && !parent->is_discrete()) return false;
   if (child->master != nullptr || child->category == ov_category_instance) return false;
-  return !child->home->class_inputs.contains(child);
+  return !child->home->class_info.inputs.contains(child);
 }
 
 ov_status_t add_parent(Node *child, Node *parent) {
@@ -217,7 +217,7 @@ void collect_state_holders(Node *node, StateHolders &holders) {
   for (Node *child : node->children) add_all(child);
   const std::int64_t position = output_position(node);
   if (position < 0) return;
-  for (Node *instance : node->home->class_instances)
+  for (Node *instance : node->home->class_info.instances)
     if (static_cast<std::uint64_t>(position) < instance->output_clones.size())
       collect_state_holders(instance->output_clones[static_cast<std::uint32_t>(position)], holders);
 }

@@ -8,7 +8,6 @@
 
 #include "api/error.h"
 #include "api/locale_guard.h"
-#include "compile/junction_tree.h"
 #include "expr/model.h"
 #include "model/domain.h"
 #include "model/graph.h"
@@ -180,8 +179,8 @@ bool values_increase(const Node *node) noexcept {
 // ---------------------------------------------------------------- cascades
 
 void touch_table(Node *node) noexcept {
-  if (node->junction_tree != nullptr) node->junction_tree->tables_changed = true;
-  if (node->category == ov_category_chance) node->home->log_likelihood_valid = 0;
+  if (node->junction_tree != nullptr) junction_tree_note_table_change(node->junction_tree);
+  if (node->category == ov_category_chance) node->home->learning.log_likelihood_valid = 0;
 }
 
 void invalidate_model(Node *node) noexcept {
@@ -196,8 +195,8 @@ namespace {
 // instances, else -1.
 std::int64_t output_position_with_instances(const Node *node) noexcept {
   const Domain *home = node->home;
-  if (!home->is_class() || home->class_instances.empty()) return -1;
-  return home->class_outputs.index_of(node);
+  if (!home->is_class() || home->class_info.instances.empty()) return -1;
+  return home->class_info.outputs.index_of(node);
 }
 
 } // namespace
@@ -207,7 +206,7 @@ void invalidate_dependants(Node *node) noexcept {
   for (Node *child : node->children) invalidate_model(child);
   std::int64_t position = output_position_with_instances(node);
   if (position < 0) return;
-  for (Node *instance : node->home->class_instances) {
+  for (Node *instance : node->home->class_info.instances) {
     if (static_cast<std::uint32_t>(position) < instance->output_clones.size())
       invalidate_dependants(instance->output_clones[static_cast<std::uint32_t>(position)]);
   }
@@ -216,7 +215,7 @@ void invalidate_dependants(Node *node) noexcept {
 void refresh_clones(Node *node) noexcept {
   std::int64_t position = output_position_with_instances(node);
   if (position < 0) return;
-  for (Node *instance : node->home->class_instances) {
+  for (Node *instance : node->home->class_info.instances) {
     if (static_cast<std::uint32_t>(position) >= instance->output_clones.size()) continue;
     Node *clone = instance->output_clones[static_cast<std::uint32_t>(position)];
     if (node->is_discrete()) {
@@ -259,7 +258,7 @@ void unlink_node(Domain *domain, Node *node) noexcept {
       }
   }
   if (node->category == ov_category_instance && node->instance_class != nullptr)
-    node->instance_class->class_instances.remove(node);
+    node->instance_class->class_info.instances.remove(node);
   count_out(domain, node);
   std::uint32_t index = node->number - 1;
   domain->nodes.erase(domain->nodes.begin() + index);
@@ -278,8 +277,8 @@ ov_status_t node_delete(Node *node) {
   if (domain->is_class()) {
     // An interface node leaves the interface first, which keeps the
     // bindings and clones of the class's instances in line.
-    if (domain->class_inputs.contains(node)) node_remove_from_inputs(node);
-    if (domain->class_outputs.contains(node)) node_remove_from_outputs(node);
+    if (domain->class_info.inputs.contains(node)) node_remove_from_inputs(node);
+    if (domain->class_info.outputs.contains(node)) node_remove_from_outputs(node);
     if (node->category == ov_category_instance)
       while (!node->output_clones.empty()) {
         Node *clone = node->output_clones.back();

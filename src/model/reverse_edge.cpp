@@ -277,7 +277,7 @@ bool reversal_allowed(const Node *a, const Node *b) noexcept {
   if (!a_to_b && !a->parents.contains(b)) return false;
   // The parent is going to receive parents.
   const Node *parent = a_to_b ? a : b;
-  return parent->master == nullptr && !parent->home->class_inputs.contains(parent);
+  return parent->master == nullptr && !parent->home->class_info.inputs.contains(parent);
 }
 
 ov_status_t reverse_edge(Node *a, Node *b) {

@@ -1,7 +1,7 @@
 // Object-oriented networks: class collections, the interface of a class,
 // instance nodes and their output clones, and input bindings.
 //
-// A class is a domain record whose class_collection is set. An instance node
+// A class is a domain record whose class_info.collection is set. An instance node
 // stands in a containing class for a whole other class; each output of that
 // class appears in the container as an output clone, a node that shares its
 // master's state description (count, subtype, labels, values) so that nodes
@@ -66,7 +66,7 @@ const char *class_get_name(Domain *cls);
 // ---------------------------------------------------------------- instances
 
 // Whether an instance of `cls` inside `container` would close a cycle of the
-// instance hierarchy; true for cls == container. Uses and clears class_mark
+// instance hierarchy; true for cls == container. Uses and clears class_info.mark
 // on the members of the collection.
 bool instance_would_cycle(Domain *container, Domain *cls) noexcept;
 // A new instance node of `cls` in `container`, with one output clone per

@@ -67,7 +67,7 @@ void *ov_cc_get_user_data(ov_class_collection_t collection) {
 
 ov_status_t ov_class_delete(ov_class_t cls) {
   Domain *domain = class_of(cls);
-  if (check_usage(domain == nullptr || !domain->class_instances.empty())) return ov_error_usage;
+  if (check_usage(domain == nullptr || !domain->class_info.instances.empty())) return ov_error_usage;
   class_delete(domain);
   return ov_error_none;
 }
@@ -75,7 +75,7 @@ ov_status_t ov_class_delete(ov_class_t cls) {
 ov_class_collection_t ov_class_get_class_collection(ov_class_t cls) {
   Domain *domain = class_of(cls);
   if (check_usage(domain == nullptr)) return nullptr;
-  return domain->class_collection;
+  return domain->class_info.collection;
 }
 
 ov_string_t ov_class_get_name(ov_class_t cls) {
@@ -93,25 +93,25 @@ ov_status_t ov_class_set_name(ov_class_t cls, ov_string_t name) {
 ov_node_t *ov_class_get_inputs(ov_class_t cls) {
   Domain *domain = class_of(cls);
   if (check_usage(domain == nullptr)) return nullptr;
-  return domain->class_inputs.data();
+  return domain->class_info.inputs.data();
 }
 
 ov_node_t *ov_class_get_outputs(ov_class_t cls) {
   Domain *domain = class_of(cls);
   if (check_usage(domain == nullptr)) return nullptr;
-  return domain->class_outputs.data();
+  return domain->class_info.outputs.data();
 }
 
 ov_node_t *ov_class_get_instances(ov_class_t cls) {
   Domain *domain = class_of(cls);
   if (check_usage(domain == nullptr)) return nullptr;
-  return domain->class_instances.data();
+  return domain->class_info.instances.data();
 }
 
 ov_node_t ov_class_new_instance(ov_class_t container, ov_class_t cls) {
   Domain *outer = class_of(container);
   Domain *inner = class_of(cls);
-  if (check_usage(outer == nullptr || inner == nullptr || outer->class_collection != inner->class_collection))
+  if (check_usage(outer == nullptr || inner == nullptr || outer->class_info.collection != inner->class_info.collection))
     return nullptr;
   return guarded<ov_node_t>(nullptr, [&] { return class_new_instance(outer, inner); });
 }
@@ -129,12 +129,12 @@ ov_status_t ov_node_add_to_outputs(ov_node_t node) {
 }
 
 ov_status_t ov_node_remove_from_inputs(ov_node_t node) {
-  if (check_usage(node == nullptr || !node->home->class_inputs.contains(node))) return ov_error_usage;
+  if (check_usage(node == nullptr || !node->home->class_info.inputs.contains(node))) return ov_error_usage;
   return guarded_status([&] { return node_remove_from_inputs(node); });
 }
 
 ov_status_t ov_node_remove_from_outputs(ov_node_t node) {
-  if (check_usage(node == nullptr || !node->home->class_outputs.contains(node))) return ov_error_usage;
+  if (check_usage(node == nullptr || !node->home->class_info.outputs.contains(node))) return ov_error_usage;
   return guarded_status([&] { return node_remove_from_outputs(node); });
 }
 
@@ -175,7 +175,7 @@ ov_node_t ov_node_get_output(ov_node_t instance, ov_node_t output) {
 ov_status_t ov_node_substitute_class(ov_node_t instance, ov_class_t cls) {
   Domain *domain = class_of(cls);
   if (check_usage(!is_instance(instance) || domain == nullptr ||
-                  domain->class_collection != instance->instance_class->class_collection))
+                  domain->class_info.collection != instance->instance_class->class_info.collection))
     return ov_error_usage;
   return guarded_status([&] { return node_substitute_class(instance, domain); });
 }

@@ -16,22 +16,22 @@ namespace {
 
 // Marks `cls` and, through their instance nodes, every class that uses it.
 void mark_users(Domain *cls) noexcept {
-  if (cls->class_mark != 0) return;
-  cls->class_mark = 1;
-  for (Node *instance : cls->class_instances) mark_users(instance->home);
+  if (cls->class_info.mark != 0) return;
+  cls->class_info.mark = 1;
+  for (Node *instance : cls->class_info.instances) mark_users(instance->home);
 }
 
 void clear_class_marks(const ClassCollection *collection) noexcept {
-  for (std::uint32_t i = 0; i < collection->count(); ++i) collection->member(i)->class_mark = 0;
+  for (std::uint32_t i = 0; i < collection->count(); ++i) collection->member(i)->class_info.mark = 0;
 }
 
 } // namespace
 
 bool instance_would_cycle(Domain *container, Domain *cls) noexcept {
-  const ClassCollection *collection = container->class_collection;
+  const ClassCollection *collection = container->class_info.collection;
   clear_class_marks(collection);
   mark_users(container);
-  bool cycle = cls->class_mark != 0;
+  bool cycle = cls->class_info.mark != 0;
   clear_class_marks(collection);
   return cycle;
 }
@@ -88,14 +88,14 @@ Node *class_new_instance(Domain *container, Domain *cls) {
     set_error(ov_error_cyclic_instance_hierarchy);
     return nullptr;
   }
-  cls->class_instances.reserve_one();
+  cls->class_info.instances.reserve_one();
   Node *instance = node_create(container, ov_category_instance, ov_kind_discrete, ov_subtype_label, false);
   if (instance == nullptr) return nullptr;
   instance->instance_class = cls;
-  cls->class_instances.push_back(instance);
+  cls->class_info.instances.push_back(instance);
   try {
-    instance->output_clones.reserve(cls->class_outputs.size());
-    for (Node *output : cls->class_outputs)
+    instance->output_clones.reserve(cls->class_info.outputs.size());
+    for (Node *output : cls->class_info.outputs)
       if (add_output_clone(instance, output) == nullptr) {
         undo_node(instance);
         return nullptr;
@@ -113,27 +113,27 @@ Node *class_new_instance(Domain *container, Domain *cls) {
 bool can_be_input(const Node *node) noexcept {
   const Domain *cls = node->home;
   return cls->is_class() && (node->category == ov_category_chance || node->category == ov_category_decision) &&
-         !cls->class_outputs.contains(node) && node->master == nullptr && node->parents.empty();
+         !cls->class_info.outputs.contains(node) && node->master == nullptr && node->parents.empty();
 }
 
 bool can_be_output(const Node *node) noexcept {
   const Domain *cls = node->home;
   return cls->is_class() && (node->category == ov_category_chance || node->category == ov_category_decision) &&
-         !cls->class_inputs.contains(node);
+         !cls->class_info.inputs.contains(node);
 }
 
 ov_status_t node_add_to_inputs(Node *node) {
-  NodeList &inputs = node->home->class_inputs;
+  NodeList &inputs = node->home->class_info.inputs;
   if (!inputs.contains(node)) inputs.push_back(node);
   return set_error(ov_error_none);
 }
 
 ov_status_t node_add_to_outputs(Node *node) {
   Domain *cls = node->home;
-  if (cls->class_outputs.contains(node)) return set_error(ov_error_none);
-  cls->class_outputs.push_back(node);
+  if (cls->class_info.outputs.contains(node)) return set_error(ov_error_none);
+  cls->class_info.outputs.push_back(node);
   try {
-    for (Node *instance : cls->class_instances)
+    for (Node *instance : cls->class_info.instances)
       if (add_output_clone(instance, node) == nullptr) {
         ov_status_t code = ov_error_code();
         node_remove_from_outputs(node);
@@ -148,12 +148,12 @@ ov_status_t node_add_to_outputs(Node *node) {
 
 ov_status_t node_remove_from_inputs(Node *node) noexcept {
   Domain *cls = node->home;
-  std::int64_t found = cls->class_inputs.index_of(node);
+  std::int64_t found = cls->class_info.inputs.index_of(node);
   if (found < 0) return fail(ov_error_usage);
   auto p = static_cast<std::size_t>(found);
-  cls->class_inputs.erase_at(static_cast<std::uint32_t>(p));
+  cls->class_info.inputs.erase_at(static_cast<std::uint32_t>(p));
   // The bindings behind p move down one place; the array keeps its length.
-  for (Node *instance : cls->class_instances) {
+  for (Node *instance : cls->class_info.instances) {
     std::vector<Node *> &bindings = instance->input_bindings;
     if (bindings.size() <= p) continue;
     for (std::size_t i = p; i + 1 < bindings.size(); ++i) bindings[i] = bindings[i + 1];
@@ -164,13 +164,13 @@ ov_status_t node_remove_from_inputs(Node *node) noexcept {
 
 ov_status_t node_remove_from_outputs(Node *node) {
   Domain *cls = node->home;
-  std::int64_t found = cls->class_outputs.index_of(node);
+  std::int64_t found = cls->class_info.outputs.index_of(node);
   if (found < 0) return fail(ov_error_usage);
   auto p = static_cast<std::uint32_t>(found);
-  cls->class_outputs.erase_at(p);
+  cls->class_info.outputs.erase_at(p);
   // Deleting a clone takes it off its instance's clone list; an instance
   // that never got one (a failed addition) has fewer clones.
-  for (Node *instance : cls->class_instances)
+  for (Node *instance : cls->class_info.instances)
     if (p < instance->output_clones.size()) node_delete(instance->output_clones[p]);
   return set_error(ov_error_none);
 }
@@ -178,11 +178,11 @@ ov_status_t node_remove_from_outputs(Node *node) {
 // ---------------------------------------------------------------- bindings
 
 std::int64_t input_position(const Node *instance, const Node *input) noexcept {
-  return instance->instance_class->class_inputs.index_of(input);
+  return instance->instance_class->class_info.inputs.index_of(input);
 }
 
 std::int64_t output_position(const Node *instance, const Node *output) noexcept {
-  return instance->instance_class->class_outputs.index_of(output);
+  return instance->instance_class->class_info.outputs.index_of(output);
 }
 
 Node *instance_input(const Node *instance, std::uint32_t position) noexcept {
@@ -191,7 +191,7 @@ Node *instance_input(const Node *instance, std::uint32_t position) noexcept {
 
 void instance_bind_input(Node *instance, std::uint32_t position, Node *actual) {
   std::vector<Node *> &bindings = instance->input_bindings;
-  if (bindings.size() <= position) bindings.resize(instance->instance_class->class_inputs.size(), nullptr);
+  if (bindings.size() <= position) bindings.resize(instance->instance_class->class_info.inputs.size(), nullptr);
   bindings[position] = actual;
 }
 
@@ -218,12 +218,12 @@ ov_status_t node_substitute_class(Node *instance, Domain *cls) {
   Domain *old_class = instance->instance_class;
   if (cls == old_class) return set_error(ov_error_none);
   if (instance_would_cycle(instance->home, cls)) return fail(ov_error_cyclic_instance_hierarchy);
-  cls->class_instances.reserve_one();
+  cls->class_info.instances.reserve_one();
 
   // Bindings: each old input must reappear by name, with its category and
   // kind, and its binding moves to the new position.
-  const NodeList &old_inputs = old_class->class_inputs;
-  const NodeList &new_inputs = cls->class_inputs;
+  const NodeList &old_inputs = old_class->class_info.inputs;
+  const NodeList &new_inputs = cls->class_info.inputs;
   const bool rebind = !old_inputs.empty();
   std::vector<Node *> bindings;
   if (rebind) {
@@ -239,8 +239,8 @@ ov_status_t node_substitute_class(Node *instance, Domain *cls) {
 
   // Clones: each old output must reappear by name as a compatible node, and
   // its clone moves to the new position.
-  const NodeList &old_outputs = old_class->class_outputs;
-  const NodeList &new_outputs = cls->class_outputs;
+  const NodeList &old_outputs = old_class->class_info.outputs;
+  const NodeList &new_outputs = cls->class_info.outputs;
   std::vector<Node *> clones(new_outputs.size(), nullptr);
   std::vector<Node *> masters(new_outputs.size(), nullptr);
   for (std::uint32_t i = 0; i < old_outputs.size(); ++i) {
@@ -281,8 +281,8 @@ ov_status_t node_substitute_class(Node *instance, Domain *cls) {
     copy_state_description(clones[i], masters[i]);
     refresh_clones(clones[i]);
   }
-  old_class->class_instances.remove(instance);
-  cls->class_instances.push_back(instance);
+  old_class->class_info.instances.remove(instance);
+  cls->class_info.instances.push_back(instance);
   if (rebind)
     instance->input_bindings.swap(bindings);
   else

@@ -41,7 +41,9 @@ void store_scratch(const double *values, Table *table) noexcept {
 
 namespace {
 
-bool domain_is_compressed(const Domain *domain) noexcept { return domain->compiled != 0 && domain->compressed != 0; }
+bool domain_is_compressed(const Domain *domain) noexcept {
+  return domain->compiled != 0 && forest_is_compressed(domain);
+}
 
 // Allocates the data of each given table; the first failure's code.
 ov_status_t allocate_all(std::initializer_list<Table *> tables) noexcept {

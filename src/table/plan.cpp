@@ -34,13 +34,13 @@ bool same_discrete_nodes(const Table *a, const Table *b) noexcept {
 // Puts a new plan on the domain's list.
 KernelPlan *plan_attach_new(Domain *domain) {
   // Room for one more, growing geometrically so that building a forest stays linear.
-  if (domain->kernel_plans.size() == domain->kernel_plans.capacity())
-    domain->kernel_plans.reserve(2 * domain->kernel_plans.size() + 1);
+  auto &plans = domain_kernel_plans(domain);
+  if (plans.size() == plans.capacity()) plans.reserve(2 * plans.size() + 1);
   KernelPlanPtr plan(new KernelPlan);
   plan->domain = domain;
-  plan->serial = static_cast<std::uint32_t>(domain->kernel_plans.size() + 1);
-  domain->kernel_plans.push_back(std::move(plan));
-  return domain->kernel_plans.back().get();
+  plan->serial = static_cast<std::uint32_t>(plans.size() + 1);
+  plans.push_back(std::move(plan));
+  return plans.back().get();
 }
 
 // For each continuous node of S, its place among T's continuous nodes.
@@ -101,7 +101,7 @@ KernelPlan *plan_new(Table *target, Table *target_utility, Table *source, Table 
   for (Table *table : {target, target_utility, source, source_utility})
     if (table != nullptr && table->domain != domain) return refuse();
   if (!nodes_nest(S, T)) return refuse();
-  if (domain->compiled != 0 && domain->compressed != 0) {
+  if (domain->compiled != 0 && forest_is_compressed(domain)) {
     // Compression makes the maps of clique and separator tables itself.
     set_error(ov_error_compressed);
     if (table_is_in_forest_role(T) || table_is_in_forest_role(S)) return refuse();
@@ -174,7 +174,7 @@ KernelPlan *plan_for_tables(Table *target, Table *source) {
 
 void plan_delete(KernelPlan *plan) noexcept {
   if (plan == nullptr) return;
-  auto &plans = plan->domain->kernel_plans;
+  auto &plans = domain_kernel_plans(plan->domain);
   std::uint32_t index = plan->serial - 1;
   // The list owns the record: erasing it frees the plan. A bound plan only
   // drops its share of the layout.

@@ -1,4 +1,5 @@
 #include "compile/forest_check.h"
+#include "compile/compiled_forest.h"
 
 #include <gtest/gtest.h>
 
@@ -33,7 +34,7 @@ double check_forest(Domain *domain) {
   using NodeSet = std::set<Node *>;
   std::vector<NodeSet> cliques;
   std::map<const Clique *, std::size_t> index;
-  for (auto &clique : domain->cliques) {
+  for (auto &clique : domain->forest->cliques) {
     index[clique.get()] = cliques.size();
     cliques.emplace_back(clique->table->nodes.begin(), clique->table->nodes.end());
   }
@@ -61,7 +62,7 @@ double check_forest(Domain *domain) {
   // Links: symmetric, separators are the intersections, each tree is a
   // tree (connected, one link fewer than cliques).
   std::size_t link_ends = 0;
-  for (auto &clique : domain->cliques) {
+  for (auto &clique : domain->forest->cliques) {
     for (const CliqueLink &link : clique->links) {
       ++link_ends;
       const auto &back = link.neighbour->links;
@@ -86,8 +87,8 @@ double check_forest(Domain *domain) {
       EXPECT_EQ(link.neighbour->junction_tree, clique->junction_tree);
     }
   }
-  EXPECT_EQ(link_ends, 2 * (cliques.size() - domain->junction_trees.size()));
-  for (auto &tree : domain->junction_trees) {
+  EXPECT_EQ(link_ends, 2 * (cliques.size() - domain->forest->junction_trees.size()));
+  for (auto &tree : domain->forest->junction_trees) {
     std::set<const Clique *> reached{tree->root};
     std::vector<const Clique *> stack{tree->root};
     while (!stack.empty()) {
@@ -96,14 +97,14 @@ double check_forest(Domain *domain) {
       for (const CliqueLink &link : c->links)
         if (reached.insert(link.neighbour).second) stack.push_back(link.neighbour);
     }
-    std::size_t members = std::count_if(domain->cliques.begin(), domain->cliques.end(),
+    std::size_t members = std::count_if(domain->forest->cliques.begin(), domain->forest->cliques.end(),
                                         [&](const auto &c) { return c->junction_tree == tree.get(); });
     EXPECT_EQ(reached.size(), members);
   }
   // Running intersection: the cliques that hold a node are connected.
   for (auto &node : domain->nodes) {
     std::vector<const Clique *> holding;
-    for (auto &clique : domain->cliques)
+    for (auto &clique : domain->forest->cliques)
       if (cliques[index[clique.get()]].count(node.get())) holding.push_back(clique.get());
     if (holding.empty()) continue;
     std::set<const Clique *> reached{holding[0]};
@@ -128,7 +129,7 @@ double check_forest(Domain *domain) {
         if (a != b) graph[a].insert(b);
   for (auto &node : domain->nodes)
     for (Node *neighbour : node->neighbours) EXPECT_TRUE(graph[node.get()].count(neighbour));
-  NodeList *order = domain->elimination_order ? &*domain->elimination_order : nullptr;
+  NodeList *order = domain->forest->elimination_order ? &*domain->forest->elimination_order : nullptr;
   EXPECT_NE(order, nullptr);
   std::set<NodeSet> from_order;
   if (order != nullptr) {
@@ -153,8 +154,8 @@ double check_forest(Domain *domain) {
 
   // A clique with a separator hangs below the first clique in list order
   // that holds the separator.
-  for (std::size_t position = 0; position < domain->cliques.size(); ++position) {
-    const Clique *clique = domain->cliques[position].get();
+  for (std::size_t position = 0; position < domain->forest->cliques.size(); ++position) {
+    const Clique *clique = domain->forest->cliques[position].get();
     for (const CliqueLink &link : clique->links) {
       if (link.neighbour->position > position) continue;
       NodeSet separator(link.separator->nodes.begin(), link.separator->nodes.end());
@@ -170,14 +171,14 @@ double check_forest(Domain *domain) {
   for (auto &node : domain->nodes) {
     if (node->category != ov_category_chance) continue;
     const Table *first_clique = nullptr;
-    for (auto &clique : domain->cliques)
+    for (auto &clique : domain->forest->cliques)
       if (clique->table->nodes.contains(node.get())) {
         first_clique = clique->table;
         break;
       }
     Size smallest = size_overflow;
     bool in_separator = false;
-    for (auto &clique : domain->cliques)
+    for (auto &clique : domain->forest->cliques)
       for (const CliqueLink &link : clique->links)
         if (link.separator->nodes.contains(node.get())) {
           in_separator = true;

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "compile/compile.h"
+#include "compile/compiled_forest.h"
 #include "compile/forest.h"
 #include "compile/forest_check.h"
 #include "compile/net_structure.h"
@@ -47,7 +48,7 @@ TEST(Forest, SharedNetworksAllHeuristics) {
         EXPECT_EQ(logged, std::to_string(static_cast<std::uint64_t>(total)));
         EXPECT_EQ(ov_domain_get_jt_cost(domain), static_cast<ov_count_t>(total));
       }
-      EXPECT_EQ(ov_domain_get_number_of_cliques(domain), static_cast<ov_count_t>(domain->cliques.size()));
+      EXPECT_EQ(ov_domain_get_number_of_cliques(domain), static_cast<ov_count_t>(domain->forest->cliques.size()));
       ov_domain_delete(domain);
     }
     // The default heuristic stays within 20% of the best of the four, except
@@ -101,7 +102,7 @@ TEST(CompileStages, ProgressAndStates) {
   EXPECT_EQ(ov_domain_compile_quantitatively(domain, record_stage), ov_error_none);
   EXPECT_EQ(stages, (std::vector<std::string>{"Allocating space for table data", "Global propagation"}));
   EXPECT_EQ(ov_domain_is_compiled(domain), 1);
-  for (auto &clique : domain->cliques) EXPECT_TRUE(clique->table->data);
+  for (auto &clique : domain->forest->cliques) EXPECT_TRUE(clique->table->data);
   EXPECT_EQ(ov_domain_compile(domain), ov_error_usage);
   check_forest(domain);
 
@@ -119,7 +120,7 @@ TEST(CompileStages, ProgressAndStates) {
   EXPECT_EQ(ov_domain_compile(domain), ov_error_cg_influence_diagrams_not_supported);
   EXPECT_EQ(ov_error_code(), ov_error_cg_influence_diagrams_not_supported);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
-  EXPECT_TRUE(domain->cliques.empty());
+  EXPECT_TRUE(domain->forest->cliques.empty());
   EXPECT_TRUE(only_plain_tables(domain));
   for (auto &node : domain->nodes) {
     EXPECT_EQ(node->junction_tree, nullptr);
@@ -130,9 +131,9 @@ TEST(CompileStages, ProgressAndStates) {
   // forest, and the quantitative stage alone removes nothing either.
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   EXPECT_EQ(ov_domain_compile(domain), ov_error_cg_influence_diagrams_not_supported);
-  EXPECT_FALSE(domain->junction_trees.empty());
+  EXPECT_FALSE(domain->forest->junction_trees.empty());
   EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_cg_influence_diagrams_not_supported);
-  EXPECT_FALSE(domain->junction_trees.empty());
+  EXPECT_FALSE(domain->forest->junction_trees.empty());
   check_forest(domain);
   EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
 
@@ -145,7 +146,7 @@ TEST(CompileStages, ProgressAndStates) {
   ASSERT_EQ(ov_domain_triangulate(domain, ov_tm_clique_size), ov_error_none);
   EXPECT_EQ(ov_domain_compile(domain), ov_error_cg_influence_diagrams_not_supported);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 1);
-  EXPECT_TRUE(domain->cliques.empty());
+  EXPECT_TRUE(domain->forest->cliques.empty());
   ov_domain_delete(domain);
 }
 
@@ -165,7 +166,7 @@ TEST(CompileStages, FailingLogRollsBack) {
   ov_domain_set_log_file(domain, read_only);
   EXPECT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_io);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 1);
-  EXPECT_TRUE(domain->cliques.empty());
+  EXPECT_TRUE(domain->forest->cliques.empty());
   ov_domain_set_log_file(domain, nullptr);
   // The cliques come back from the elimination order.
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
@@ -260,14 +261,14 @@ TEST(ForestShape, TwoPartsMakeTwoTrees) {
   add_arc(c, d);
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);
-  ASSERT_EQ(domain->junction_trees.size(), 2u);
-  JunctionTree *head = domain->junction_trees[0].get();
+  ASSERT_EQ(domain->forest->junction_trees.size(), 2u);
+  JunctionTree *head = domain->forest->junction_trees[0].get();
   EXPECT_EQ(head->number, 2u);
-  EXPECT_EQ(ov_jt_get_next(head), domain->junction_trees[1].get());
+  EXPECT_EQ(ov_jt_get_next(head), domain->forest->junction_trees[1].get());
   EXPECT_EQ(ov_jt_get_next(ov_jt_get_next(head)), nullptr);
   EXPECT_NE(a->junction_tree, c->junction_tree);
   EXPECT_EQ(a->junction_tree, b->junction_tree);
-  for (auto &tree : domain->junction_trees) {
+  for (auto &tree : domain->forest->junction_trees) {
     EXPECT_EQ(tree->equilibrium, ov_equilibrium_none);
     EXPECT_EQ(tree->evidence_mode, ov_mode_normal);
     ov_clique_t *list = ov_jt_get_cliques(tree.get());
@@ -291,16 +292,16 @@ TEST(ForestShape, UtilitiesJoinOneTree) {
   LogCapture log(domain);
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);
-  EXPECT_EQ(domain->junction_trees.size(), 1u);
+  EXPECT_EQ(domain->forest->junction_trees.size(), 1u);
   std::size_t empty_separators = 0;
-  for (auto &clique : domain->cliques) {
+  for (auto &clique : domain->forest->cliques) {
     EXPECT_NE(clique->utility_table, nullptr);
     for (const CliqueLink &link : clique->links) {
       EXPECT_NE(link.separator_utilities, nullptr);
       empty_separators += link.separator->nodes.empty();
     }
   }
-  EXPECT_EQ(empty_separators, 2 * (domain->cliques.size() - 1));
+  EXPECT_EQ(empty_separators, 2 * (domain->forest->cliques.size() - 1));
   // A decision takes its marginal from a clique; utility nodes join the tree.
   EXPECT_EQ(d->marginal_source->role, role_clique);
   EXPECT_NE(d->utility_table, nullptr);
@@ -357,9 +358,9 @@ TEST(CompileLog, CliquesTreesAndAssignments) {
   add_arc(b, c);
   LogCapture log(domain);
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
-  ASSERT_EQ(domain->cliques.size(), 2u);
-  Clique *head = domain->cliques[0].get();
-  Clique *second = domain->cliques[1].get();
+  ASSERT_EQ(domain->forest->cliques.size(), 2u);
+  Clique *head = domain->forest->cliques[0].get();
+  Clique *second = domain->forest->cliques[1].get();
   EXPECT_EQ(head->number, 2u);
   EXPECT_EQ(second->number, 1u);
   auto names = [](Clique *clique) {
@@ -405,7 +406,7 @@ TEST(CompileLog, SingleNodeAndContinuousSizes) {
             std::string::npos)
       << text;
   EXPECT_EQ(ov_domain_get_jt_cost(domain), 6);
-  EXPECT_EQ(x->home_clique, domain->cliques[0].get());
+  EXPECT_EQ(x->home_clique, domain->forest->cliques[0].get());
   ov_domain_delete(domain);
 }
 
@@ -461,7 +462,7 @@ TEST(ForestAccessors, WalkAndRefuseNull) {
   std::size_t count = 0;
   for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
        clique = ov_clique_get_next(clique)) {
-    EXPECT_EQ(clique, domain->cliques[count].get());
+    EXPECT_EQ(clique, domain->forest->cliques[count].get());
     ++count;
     ov_node_t *members = ov_clique_get_members(clique);
     EXPECT_EQ(node_list_length(members), static_cast<std::uint32_t>(ov_clique_get_number_of_members(clique)));
@@ -476,7 +477,7 @@ TEST(ForestAccessors, WalkAndRefuseNull) {
     EXPECT_EQ(ov_clique_get_user_data(clique), &count);
   }
   EXPECT_EQ(count, static_cast<std::size_t>(ov_domain_get_number_of_cliques(domain)));
-  JunctionTree *tree = domain->junction_trees[0].get();
+  JunctionTree *tree = domain->forest->junction_trees[0].get();
   ov_clique_t *cliques = ov_jt_get_cliques(tree);
   EXPECT_EQ(cliques[0], ov_jt_get_root(tree));
   EXPECT_EQ(ov_domain_get_first_node(domain)->junction_tree, tree);

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "compile/compile.h"
+#include "compile/compiled_forest.h"
 #include "compile/forest_check.h"
 #include "compile/net_structure.h"
 #include "compile/triangulate.h"
@@ -249,7 +250,7 @@ struct ReferenceGreedy {
 
 std::set<std::set<std::string>> domain_cliques(Domain *domain) {
   std::set<std::set<std::string>> result;
-  for (auto &clique : domain->cliques) {
+  for (auto &clique : domain->forest->cliques) {
     std::set<std::string> names;
     for (Node *node : clique->table->nodes) names.insert(*node->name);
     result.insert(names);
@@ -548,11 +549,11 @@ TEST(EliminationOrder, FromHeuristicAndUncompile) {
   EXPECT_EQ(order[n], nullptr);
   EXPECT_EQ(seen.size(), n);
   EXPECT_EQ(ov_domain_get_elimination_order(domain), order);
-  EXPECT_FALSE(domain->cliques.empty());
+  EXPECT_FALSE(domain->forest->cliques.empty());
   // Uncompiling a triangulated domain forgets the triangulation.
   EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
-  EXPECT_TRUE(domain->cliques.empty());
+  EXPECT_TRUE(domain->forest->cliques.empty());
   for (auto &node : domain->nodes) {
     EXPECT_TRUE(node->neighbours.empty());
     EXPECT_EQ(node->level, 0u);

@@ -116,7 +116,7 @@ TEST_F(ModelTest, ANewModelReplacesTheOldAndIsStale) {
 
   ov_junction_tree_s tree;
   child->junction_tree = &tree;
-  domain->log_likelihood_valid = 1;
+  domain->learning.log_likelihood_valid = 1;
   std::vector<ov_node_t> list{p2, p1, nullptr};
   ov_model_t second = ov_node_new_model(child, list.data());
   ASSERT_NE(second, nullptr);
@@ -124,7 +124,7 @@ TEST_F(ModelTest, ANewModelReplacesTheOldAndIsStale) {
   EXPECT_EQ(second->table_is_stale, 1);
   // The table mark reaches the junction tree and the cached log-likelihood.
   EXPECT_TRUE(tree.tables_changed);
-  EXPECT_EQ(domain->log_likelihood_valid, 0u);
+  EXPECT_EQ(domain->learning.log_likelihood_valid, 0u);
   child->junction_tree = nullptr;
   // The model keeps its own copy of the list, in the caller's order.
   list[0] = p3;

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "api/error.h"
+#include "compile/compiled_forest.h"
 #include "model/domain.h"
 #include "model/node.h"
 #include "orvel.h"
@@ -135,11 +136,11 @@ struct CompiledDomain : ::testing::Test {
     y->entered_value = 2.5;
     y->value_propagated = true;
     d->compiled = 1;
-    d->compressed = 1;
-    d->log_likelihood_valid = 1;
-    d->elimination_order.emplace();
-    d->memory_table_data = alloc_array<ov_number_t>(4);
-    d->memory_table_cg = alloc_array<double>(4);
+    d->forest->compressed = 1;
+    d->learning.log_likelihood_valid = 1;
+    d->forest->elimination_order.emplace();
+    d->forest->memory_table_data = alloc_array<ov_number_t>(4);
+    d->forest->memory_table_cg = alloc_array<double>(4);
   }
   void TearDown() override { ov_domain_delete(d); }
 };
@@ -153,10 +154,10 @@ TEST_F(CompiledDomain, UncompileReleasesTheForestAndKeepsEvidence) {
   EXPECT_EQ(ov_domain_is_compiled(d), 0);
   EXPECT_EQ(ov_domain_is_compressed(d), 0);
   EXPECT_EQ(ov_domain_is_triangulated(d), 0);
-  EXPECT_EQ(d->log_likelihood_valid, 0u);
-  EXPECT_FALSE(d->elimination_order.has_value());
-  EXPECT_FALSE(d->memory_table_data);
-  EXPECT_FALSE(d->memory_table_cg);
+  EXPECT_EQ(d->learning.log_likelihood_valid, 0u);
+  EXPECT_FALSE(d->forest->elimination_order.has_value());
+  EXPECT_FALSE(d->forest->memory_table_data);
+  EXPECT_FALSE(d->forest->memory_table_cg);
   // Only the node's table stays, renumbered as the first of the list.
   ASSERT_EQ(d->tables.size(), 1u);
   EXPECT_EQ(d->tables[0].get(), plain);
@@ -185,7 +186,7 @@ TEST_F(CompiledDomain, ReleaseKeepingTheTriangulation) {
   release_forest(d, false);
   EXPECT_EQ(ov_domain_is_compiled(d), 0);
   EXPECT_EQ(ov_domain_is_triangulated(d), 1);
-  EXPECT_TRUE(d->elimination_order.has_value());
+  EXPECT_TRUE(d->forest->elimination_order.has_value());
   EXPECT_EQ(d->tables.size(), 1u);
   EXPECT_EQ(a->belief_table, nullptr);
 }
@@ -203,8 +204,8 @@ TEST_F(CompiledDomain, UntriangulatedDomainIsLeftAlone) {
 
 TEST_F(CompiledDomain, ReclaimMemoryTables) {
   EXPECT_EQ(ov_domain_reclaim_memory_tables(d), ov_error_none);
-  EXPECT_FALSE(d->memory_table_data);
-  EXPECT_FALSE(d->memory_table_cg);
+  EXPECT_FALSE(d->forest->memory_table_data);
+  EXPECT_FALSE(d->forest->memory_table_cg);
   EXPECT_EQ(ov_domain_is_compiled(d), 1) << "reclaiming memory keeps the domain compiled";
   EXPECT_EQ(ov_domain_reclaim_memory_tables(d), ov_error_none);
   EXPECT_EQ(ov_domain_reclaim_memory_tables(nullptr), ov_error_usage);
@@ -238,9 +239,9 @@ TEST(DomainDeletion, InstanceNodesLeaveTheirClass) {
   ASSERT_NE(instance, nullptr);
   EXPECT_EQ(user->instance_count, 1u);
   instance->instance_class = cls;
-  cls->class_instances.push_back(instance);
+  cls->class_info.instances.push_back(instance);
   ov_domain_delete(user);
-  EXPECT_TRUE(cls->class_instances.empty());
+  EXPECT_TRUE(cls->class_info.instances.empty());
   ov_domain_delete(cls);
 }
 

@@ -145,9 +145,9 @@ TEST(AddParent, OnlyChanceAndDecisionNodesAreParents) {
   chance->master = decision;
   EXPECT_EQ(ov_node_add_parent(chance, fresh), ov_error_usage);
   chance->master = nullptr;
-  domain->class_inputs.push_back(chance);
+  domain->class_info.inputs.push_back(chance);
   EXPECT_EQ(ov_node_add_parent(chance, fresh), ov_error_usage);
-  domain->class_inputs.clear();
+  domain->class_info.inputs.clear();
   EXPECT_EQ(ov_node_add_parent(chance, fresh), ov_error_none);
 }
 
@@ -638,12 +638,12 @@ TEST(NumberOfStates, ClassOutputClonesFollow) {
   // output clone has a child.
   DomainPtr cls = new_domain(), domain = new_domain();
   int collection_stand_in = 0;
-  cls->class_collection = reinterpret_cast<ov_class_collection_s *>(&collection_stand_in);
+  cls->class_info.collection = reinterpret_cast<ov_class_collection_s *>(&collection_stand_in);
   ov_node_t output = discrete(cls.get(), 2);
-  cls->class_outputs.push_back(output);
+  cls->class_info.outputs.push_back(output);
   Node *instance = node_create(domain.get(), ov_category_instance, ov_kind_discrete, ov_subtype_label, false);
   instance->instance_class = cls.get();
-  cls->class_instances.push_back(instance);
+  cls->class_info.instances.push_back(instance);
   Node *clone = node_create(domain.get(), ov_category_chance, ov_kind_discrete, ov_subtype_label, true);
   clone->master = output;
   clone->instance = instance;
@@ -667,7 +667,7 @@ TEST(NumberOfStates, ClassOutputClonesFollow) {
     if (s[clone] == 2) s[clone] = 0;
     return before.at(s);
   });
-  cls->class_collection = nullptr;
+  cls->class_info.collection = nullptr;
 }
 
 // ---------------------------------------------------------------- deletion

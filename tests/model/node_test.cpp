@@ -180,13 +180,13 @@ TEST_F(NodeAccessors, ClassAndCloneFieldsNeedTheirRecords) {
 
   // The home of a class record.
   int collection = 0;
-  domain->class_collection = reinterpret_cast<ov_class_collection_t>(&collection);
+  domain->class_info.collection = reinterpret_cast<ov_class_collection_t>(&collection);
   EXPECT_EQ(ov_node_get_home_class(n), orvel::as_class(domain));
   EXPECT_EQ(ov_error_code(), ov_error_none);
   EXPECT_EQ(ov_node_get_domain(n), nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_usage);
   EXPECT_EQ(ov_node_get_home_domain(n), nullptr);
-  domain->class_collection = nullptr;
+  domain->class_info.collection = nullptr;
 }
 
 TEST_F(NodeAccessors, JunctionTreeNeedsACompiledDomain) {
@@ -423,17 +423,17 @@ TEST_F(Cascades, TouchTableMarksTheTreeAndTheLikelihood) {
   ov_node_t c = make(), d = make(ov_category_decision);
   ov_junction_tree_s tree;
   c->junction_tree = &tree;
-  domain->log_likelihood_valid = 1;
+  domain->learning.log_likelihood_valid = 1;
   EXPECT_EQ(ov_node_touch_table(c), ov_error_none);
   EXPECT_TRUE(tree.tables_changed);
-  EXPECT_EQ(domain->log_likelihood_valid, 0u);
+  EXPECT_EQ(domain->learning.log_likelihood_valid, 0u);
   // A decision node's table is no part of the likelihood.
-  domain->log_likelihood_valid = 1;
+  domain->learning.log_likelihood_valid = 1;
   tree.tables_changed = false;
   d->junction_tree = &tree;
   EXPECT_EQ(ov_node_touch_table(d), ov_error_none);
   EXPECT_TRUE(tree.tables_changed);
-  EXPECT_EQ(domain->log_likelihood_valid, 1u);
+  EXPECT_EQ(domain->learning.log_likelihood_valid, 1u);
   c->junction_tree = d->junction_tree = nullptr;
 }
 
@@ -503,13 +503,13 @@ struct ClassFixture : NodeFixture {
   ov_node_t output = nullptr, instance = nullptr, clone = nullptr;
 
   void SetUp() override {
-    cls->class_collection = reinterpret_cast<ov_class_collection_t>(&collection);
+    cls->class_info.collection = reinterpret_cast<ov_class_collection_t>(&collection);
     output = ov_class_new_node(orvel::as_class(cls), ov_category_chance, ov_kind_discrete);
     output->state_count = 2;
-    cls->class_outputs.push_back(output);
+    cls->class_info.outputs.push_back(output);
     instance = orvel::node_create(domain, ov_category_instance, ov_kind_discrete, ov_subtype_label, false);
     instance->instance_class = cls;
-    cls->class_instances.push_back(instance);
+    cls->class_info.instances.push_back(instance);
     clone = orvel::node_create(domain, ov_category_chance, ov_kind_discrete, ov_subtype_label, true);
     clone->state_count = 2;
     clone->master = output;
@@ -519,7 +519,7 @@ struct ClassFixture : NodeFixture {
   void TearDown() override {
     // The class goes first: its instance in `domain` must not refer to it.
     instance->instance_class = nullptr;
-    cls->class_collection = nullptr;
+    cls->class_info.collection = nullptr;
     ov_domain_delete(cls);
   }
 };
@@ -559,12 +559,12 @@ TEST_F(ClassFixture, ChangesToAnOutputReachTheModelsBehindItsClones) {
 
 TEST_F(ClassFixture, DeletingClassNodesCleansTheClassRecords) {
   ov_node_t input = ov_class_new_node(orvel::as_class(cls), ov_category_chance, ov_kind_discrete);
-  cls->class_inputs.push_back(input);
+  cls->class_info.inputs.push_back(input);
   // The class also holds an instance of another class, bound to `input`.
   ov_domain_t inner = ov_new_domain();
   ov_node_t inner_instance = orvel::node_create(cls, ov_category_instance, ov_kind_discrete, ov_subtype_label, false);
   inner_instance->instance_class = inner;
-  inner->class_instances.push_back(inner_instance);
+  inner->class_info.instances.push_back(inner_instance);
   inner_instance->input_bindings = {input, nullptr};
   ov_node_t inner_clone = orvel::node_create(cls, ov_category_chance, ov_kind_discrete, ov_subtype_label, true);
   inner_clone->master = output; // any class node
@@ -573,16 +573,16 @@ TEST_F(ClassFixture, DeletingClassNodesCleansTheClassRecords) {
   ASSERT_EQ(cls->node_count(), 4u);
 
   ASSERT_EQ(ov_node_delete(input), ov_error_none);
-  EXPECT_TRUE(cls->class_inputs.empty());
+  EXPECT_TRUE(cls->class_info.inputs.empty());
   EXPECT_EQ(inner_instance->input_bindings[0], nullptr) << "the binding slot is cleared";
   ASSERT_EQ(ov_node_delete(inner_instance), ov_error_none);
   EXPECT_EQ(cls->node_count(), 1u) << "the instance's output clone went with it";
   EXPECT_EQ(cls->instance_count, 0u);
-  EXPECT_TRUE(inner->class_instances.empty());
+  EXPECT_TRUE(inner->class_info.instances.empty());
   // Deleting the output takes it off the class's outputs.
   clone->master = nullptr; // the instance in `domain` is no concern of this test
   ASSERT_EQ(ov_node_delete(output), ov_error_none);
-  EXPECT_TRUE(cls->class_outputs.empty());
+  EXPECT_TRUE(cls->class_info.outputs.empty());
   EXPECT_EQ(cls->node_count(), 0u);
   ov_domain_delete(inner);
 }

@@ -233,9 +233,9 @@ TEST(ReverseEdge, Refusals) {
   a->master = lone; // the parent would receive parents
   EXPECT_EQ(ov_node_reverse_edge(a, b), ov_error_usage);
   a->master = nullptr;
-  domain->class_inputs.push_back(a);
+  domain->class_info.inputs.push_back(a);
   EXPECT_EQ(ov_node_reverse_edge(b, a), ov_error_usage);
-  domain->class_inputs.clear();
+  domain->class_info.inputs.clear();
   auto component = std::make_unique<ChainComponent>();
   component->members.push_back(b);
   b->chain_component = component.get();

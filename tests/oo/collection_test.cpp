@@ -132,7 +132,7 @@ TEST_F(CollectionTest, NameRules) {
   EXPECT_EQ(ov_class_set_name(a, "Engine"), ov_error_none); // its own name again
 
   EXPECT_EQ(ov_class_set_name(b, "Engine"), ov_error_twice);
-  EXPECT_EQ(as_domain(b)->class_name, std::nullopt);
+  EXPECT_EQ(as_domain(b)->class_info.name, std::nullopt);
   EXPECT_EQ(ov_class_set_name(b, "_engine2"), ov_error_none);
   // The twice test comes before the form test.
   EXPECT_EQ(ov_class_set_name(b, "Engine"), ov_error_twice);

@@ -236,7 +236,7 @@ TEST_F(InstanceTest, CycleTestAgreesWithReachability) {
       ++uses[x][y];
       made.emplace_back(y, instance);
     }
-    for (ov_class_t cls : classes) ASSERT_EQ(as_domain(cls)->class_mark, 0u);
+    for (ov_class_t cls : classes) ASSERT_EQ(as_domain(cls)->class_info.mark, 0u);
   }
   EXPECT_GT(refused, 20);
   EXPECT_GT(accepted, 20);

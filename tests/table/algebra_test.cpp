@@ -9,6 +9,7 @@
 #include <random>
 
 #include "api/error.h"
+#include "compile/compiled_forest.h"
 #include "table/algebra.h"
 #include "table/plan.h"
 #include "table_helpers.h"
@@ -131,7 +132,7 @@ TEST(TableAlgebraProperty, MatchesTheNaiveReferenceAtEveryLevel) {
       table_delete(target);
       table_delete(out);
     }
-    EXPECT_EQ(net.domain->kernel_plan_count(), 0u) << "the shorthand forms delete their plans";
+    EXPECT_EQ(orvel::domain_kernel_plans(net.domain).size(), 0u) << "the shorthand forms delete their plans";
   }
 }
 
@@ -233,10 +234,10 @@ TEST(Division, CompressedDomainIsRefused) {
   KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
   ASSERT_NE(plan, nullptr);
   net.domain->compiled = 1;
-  net.domain->compressed = 1;
+  net.domain->forest->compressed = 1;
   EXPECT_EQ(table_divide_into(plan), ov_error_compressed);
   EXPECT_EQ(ov_error_code(), ov_error_compressed);
-  net.domain->compressed = 0;
+  net.domain->forest->compressed = 0;
   net.domain->compiled = 0;
   EXPECT_EQ(table_divide_into(nullptr), ov_error_usage);
 }
@@ -492,12 +493,12 @@ TEST(Marginalisation, CompressedMapsAreFollowedWhenPresent) {
   plan->compressed_map = {1, 0, 1, 0};
   times->compressed_map = {1, 0, 1, 0};
   net.domain->compiled = 1;
-  net.domain->compressed = 1;
+  net.domain->forest->compressed = 1;
   ASSERT_EQ(table_marginalize(plan, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
   EXPECT_EQ(data_of(m), (std::vector<float>{6, 4}));
   ASSERT_EQ(table_multiply_into(times, false), ov_error_none);
   EXPECT_EQ(data_of(t), (std::vector<float>{100, 20, 300, 40}));
-  net.domain->compressed = 0;
+  net.domain->forest->compressed = 0;
   net.domain->compiled = 0;
 }
 

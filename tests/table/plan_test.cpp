@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "api/error.h"
+#include "compile/compiled_forest.h"
 #include "model/domain.h"
 #include "table/plan.h"
 #include "table_helpers.h"
@@ -31,7 +32,7 @@ TEST(PlanNew, RefusesTablesThatDoNotFit) {
   EXPECT_EQ(plan_new(ab, u_b, b_only, nullptr), nullptr) << "a pair must have the same nodes";
   Table *u_ab_role = net.table({a, b}, ov_table_kind_utility, role_clique);
   EXPECT_EQ(plan_new(ab, u_ab_role, b_only, nullptr), nullptr) << "a pair must have the same role";
-  EXPECT_EQ(net.domain->kernel_plan_count(), 0u);
+  EXPECT_EQ(orvel::domain_kernel_plans(net.domain).size(), 0u);
 
   KernelPlan *plan = plan_new(ab, u, b_only, nullptr);
   ASSERT_NE(plan, nullptr);
@@ -47,13 +48,13 @@ TEST(PlanNew, CompressedDomainRefusesCliqueAndSeparatorTables) {
   Table *plain = net.table({a});
   Table *marginal = net.table({a});
   net.domain->compiled = 1;
-  net.domain->compressed = 1;
+  net.domain->forest->compressed = 1;
   EXPECT_EQ(plan_new(clique, nullptr, marginal, nullptr), nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_usage);
   KernelPlan *plan = plan_new(plain, nullptr, marginal, nullptr);
   EXPECT_NE(plan, nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_none);
-  net.domain->compressed = 0;
+  net.domain->forest->compressed = 0;
   net.domain->compiled = 0;
 }
 
@@ -217,7 +218,7 @@ TEST(PlanList, SerialsFollowTheListAndTheForestReleasesPlans) {
   ASSERT_NE(p3, nullptr);
   EXPECT_EQ(p3->layout, p1->layout) << "a bound plan shares the dimensions";
   EXPECT_TRUE(p3->bound);
-  EXPECT_EQ(net.domain->kernel_plan_count(), 3u);
+  EXPECT_EQ(orvel::domain_kernel_plans(net.domain).size(), 3u);
   EXPECT_EQ(p1->serial, 1u);
   EXPECT_EQ(p3->serial, 3u);
   plan_delete(p1);
@@ -234,7 +235,7 @@ TEST(PlanList, SerialsFollowTheListAndTheForestReleasesPlans) {
   EXPECT_FALSE(same->has_dimensions());
   EXPECT_EQ(plan_for_tables(t, s), nullptr);
   release_forest(net.domain, false);
-  EXPECT_EQ(net.domain->kernel_plan_count(), 0u);
+  EXPECT_EQ(orvel::domain_kernel_plans(net.domain).size(), 0u);
 }
 
 } // namespace
