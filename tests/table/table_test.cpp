@@ -144,6 +144,9 @@ TEST_F(TableLayout, NodeTablesOfEachKindAndTheirFreshContents) {
   }
   ov_node_t twice[] = {a, a, nullptr};
   EXPECT_EQ(table_new(domain, twice, 0, role_plain, false, true), nullptr);
+  ov_domain_t other = ov_new_domain();
+  EXPECT_EQ(table_new(other, list, 0, role_plain, false, true), nullptr) << "nodes of another domain";
+  ov_domain_delete(other);
 }
 
 TEST_F(TableLayout, MomentsOfThreeContinuousNodes) {
