@@ -318,43 +318,62 @@ TEST(Greedy, MatchesReferenceOnRandomGraphs) {
 }
 
 // The total clique size of each heuristic on the shared networks, as read
-// by the NET parser, against the reference greedy run on the moral graph in
-// node list order. The benchmark reports these figures; this checks them.
-TEST(Greedy, SharedNetworksMatchReference) {
-  for (const char *file : {"asia.net", "child.net", "insurance.net", "alarm.net", "mildew.net", "hailfinder.net",
-                           "win95pts.net", "water.net", "munin1.net"}) {
+// by the NET parser: from an independent check of the forest, in the log and
+// from the public cost; on nine of them against the reference greedy run on
+// the moral graph in node list order. The benchmark reports these figures.
+TEST(Greedy, SharedNetworksAllHeuristics) {
+  const std::set<std::string> referenced{"asia.net",       "child.net",    "insurance.net", "alarm.net", "mildew.net",
+                                         "hailfinder.net", "win95pts.net", "water.net",     "munin1.net"};
+  for (const std::string &file : shared_networks()) {
+    std::map<int, double> totals;
     for (int method = ov_tm_clique_size; method <= ov_tm_fill_in_weight; ++method) {
-      SCOPED_TRACE(std::string(file) + " method " + std::to_string(method));
-      const std::string path = shared_network(file);
-      ov_domain_t moral = ov_net_parse_domain(path.c_str(), nullptr, nullptr);
-      ASSERT_NE(moral, nullptr);
-      ASSERT_EQ(moralize(moral), ov_error_none);
-      std::map<Node *, std::uint32_t> index;
-      std::vector<Node *> order;
-      for (ov_node_t node = ov_domain_get_first_node(moral); node != nullptr; node = ov_node_get_next(node)) {
-        index[node] = static_cast<std::uint32_t>(order.size());
-        order.push_back(node);
+      SCOPED_TRACE(file + " method " + std::to_string(method));
+      ov_domain_t domain = parse_shared(file);
+      if (referenced.count(file)) {
+        ASSERT_EQ(moralize(domain), ov_error_none);
+        std::map<Node *, std::uint32_t> index;
+        for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
+          index.emplace(node, static_cast<std::uint32_t>(index.size()));
+        Matrix m(index.size(), std::vector<bool>(index.size(), false));
+        std::vector<std::uint32_t> states(index.size());
+        for (auto [node, i] : index) {
+          states[i] = node->state_count;
+          for (Node *neighbour : node->neighbours) m[i][index[neighbour]] = true;
+        }
+        ReferenceGreedy reference{m, states, method, {}, {}, 0};
+        for (const VertexSet &f : reference_cliques(reference)) totals[-method] += reference.set_weight(f);
+        ASSERT_EQ(ov_domain_uncompile(domain), ov_error_none);
       }
-      Matrix m(order.size(), std::vector<bool>(order.size(), false));
-      std::vector<std::uint32_t> states;
-      for (Node *node : order) {
-        states.push_back(node->state_count);
-        for (Node *neighbour : node->neighbours) m[index[node]][index[neighbour]] = true;
-      }
-      ov_domain_delete(moral);
-
-      ReferenceGreedy reference{m, states, method, {}, {}, 0};
-      double expected = 0;
-      for (const VertexSet &f : reference_cliques(reference)) expected += reference.set_weight(f);
-
-      ov_domain_t domain = ov_net_parse_domain(path.c_str(), nullptr, nullptr);
-      ASSERT_NE(domain, nullptr);
+      LogCapture log(domain);
       ASSERT_EQ(ov_domain_triangulate(domain, static_cast<ov_triangulation_method_t>(method)), ov_error_none);
       ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
-      EXPECT_EQ(static_cast<double>(ov_domain_get_jt_cost(domain)), expected);
-      EXPECT_EQ(check_forest(domain), expected);
+      const double total = totals[method] = check_forest(domain);
+      if (referenced.count(file)) {
+        EXPECT_EQ(total, totals[-method]);
+      }
+      const std::string text = log.text(), key = "\nTotal clique table size: ";
+      const std::size_t at = text.rfind(key) + key.size();
+      const std::string logged = text.substr(at, text.find('\n', at) - at);
+      if (total >= static_cast<double>(size_overflow)) {
+        EXPECT_EQ(logged, "HUGE");
+      } else {
+        EXPECT_EQ(logged, std::to_string(static_cast<std::uint64_t>(total)));
+        EXPECT_EQ(ov_domain_get_jt_cost(domain), static_cast<ov_count_t>(total));
+      }
+      ov_domain_set_log_file(domain, nullptr);
       ov_domain_delete(domain);
     }
+    // The default heuristic stays within 20% of the best of the four, except
+    // on three networks where the greedy fill-in weight rules, followed
+    // exactly, lose by about two: insurance 57720 against 29352 and mildew
+    // 9566232 against 4434860 (fill-in size), munin1 385218551 against
+    // 195218381 (clique weight), as the reference greedy gives too. There
+    // the bound holds the measured ratio, so that any worsening shows.
+    static const std::map<std::string, double> exceptions{
+        {"insurance.net", 1.97}, {"mildew.net", 2.16}, {"munin1.net", 1.98}};
+    const double best = std::min({totals[15], totals[16], totals[17], totals[18]});
+    const auto exception = exceptions.find(file);
+    EXPECT_LE(totals[ov_tm_fill_in_weight], (exception == exceptions.end() ? 1.2 : exception->second) * best) << file;
   }
 }
 
