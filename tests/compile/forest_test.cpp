@@ -197,6 +197,7 @@ TEST(ForestShape, UtilitiesAndSingleStateNodes) {
   }
   EXPECT_EQ(trees.size(), 1u);
   EXPECT_EQ(u->junction_tree, d->junction_tree);
+  EXPECT_EQ(d->marginal_source->role, role_clique) << "a decision takes its marginal from a clique";
   int token = 0;
   ov_clique_t head = ov_domain_get_first_clique(domain);
   EXPECT_EQ(ov_clique_set_user_data(head, &token), ov_error_none);
@@ -221,6 +222,15 @@ TEST(ForestShape, UtilitiesAndSingleStateNodes) {
     EXPECT_EQ(ov_clique_get_utility_table(clique), nullptr);
   }
   EXPECT_EQ(trees.size(), 2u);
+  // Once compiled the domain lists the trees, each at the sum equilibrium.
+  ASSERT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
+  for (ov_junction_tree_t tree = ov_domain_get_first_junction_tree(domain); tree != nullptr;
+       tree = ov_jt_get_next(tree)) {
+    EXPECT_EQ(trees.erase(tree), 1u);
+    EXPECT_EQ(ov_jt_equilibrium_is(tree, ov_equilibrium_sum), 1);
+    EXPECT_EQ(ov_jt_evidence_mode_is(tree, ov_mode_normal), 1);
+  }
+  EXPECT_TRUE(trees.empty());
   ov_domain_delete(domain);
 }
 

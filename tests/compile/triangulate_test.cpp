@@ -490,7 +490,7 @@ TEST(TriangulateWithOrder, FillInsOfTheOrder) {
   ov_domain_delete(domain);
 }
 
-TEST(TriangulateWithOrder, LevelsMayNotRise) {
+TEST(TriangulateWithOrder, LevelsMayNotRiseAndUtilitiesComeLast) {
   ov_domain_t domain = ov_new_domain();
   Node *a = add_node(domain, "A", 2);
   Node *x = add_node(domain, "X", 0, ov_category_chance, ov_kind_continuous);
@@ -500,6 +500,16 @@ TEST(TriangulateWithOrder, LevelsMayNotRise) {
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
   Node *continuous_first[] = {x, a, nullptr};
   EXPECT_EQ(ov_domain_triangulate_with_order(domain, continuous_first), ov_error_none);
+  ov_domain_delete(domain);
+  // Utility nodes are numbered after the order.
+  domain = ov_new_domain();
+  Node *b = add_node(domain, "B", 2), *c = add_node(domain, "C", 2), *u = add_node(domain, "U", 0, ov_category_utility);
+  add_arc(b, c);
+  add_arc(c, u);
+  Node *order[] = {c, b, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, order), ov_error_none);
+  EXPECT_EQ(u->elimination_number, 3u);
+  EXPECT_EQ(c->elimination_number, 2u);
   ov_domain_delete(domain);
 }
 

@@ -278,6 +278,25 @@ TEST(NetParserItems, ConditionalGaussianTables) {
   ov_domain_delete(d);
 }
 
+TEST(NetParserItems, EmptyModelSlotsAndLearningTables) {
+  const char *text = "node A { states = (\"a\" \"b\"); }\nnode B { states = (\"p\" \"q\"); }\n"
+                     "potential (B | A) { model_nodes = (A); samples_per_interval = 7;\n"
+                     "  model_data = ( Distribution(0.1, 0.9), ); data = ((0.1 0.9) (0.5 0.5));\n"
+                     "  experience = (3 4); fading = (1 0.5); }\n";
+  ov_domain_t d = ov_net_parse_from_string(text, nullptr);
+  ASSERT_NE(d, nullptr) << ov_error_code();
+  ov_node_t B = node(d, "B");
+  ov_model_t model = ov_node_get_model(B);
+  ASSERT_NE(model, nullptr);
+  EXPECT_EQ(ov_model_get_number_of_samples_per_interval(model), 7);
+  EXPECT_NE(ov_model_get_expression(model, 0), nullptr);
+  EXPECT_EQ(ov_model_get_expression(model, 1), nullptr);
+  ASSERT_NE(B->experience_table, nullptr);
+  EXPECT_EQ(B->experience_table->data[1], 4.0f);
+  EXPECT_EQ(B->fading_table->data[1], 0.5f);
+  ov_domain_delete(d);
+}
+
 TEST(NetParserItems, ChainGraphPotentialsMergeComponents) {
   const char *text = "node A { states = (\"a\" \"b\"); } node B { states = (\"a\" \"b\"); }\n"
                      "node C { states = (\"a\" \"b\"); } node E { states = (\"a\" \"b\"); }\n"

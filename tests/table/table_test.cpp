@@ -250,7 +250,9 @@ TEST_F(TableLayout, CgParametersAreStoredWhereTheMomentsWouldBe) {
   EXPECT_EQ(ov_node_get_alpha(y, 0), 0.0);
   EXPECT_EQ(ov_node_get_beta(y, x, 1), 0.0);
   EXPECT_EQ(y->table, nullptr);
+  domain->log_likelihood_valid = 1;
   ASSERT_EQ(ov_node_set_alpha(y, 1.5, 1), ov_error_none);
+  EXPECT_EQ(domain->log_likelihood_valid, 0u) << "a setter touches the table";
   ASSERT_EQ(ov_node_set_gamma(y, 0.25, 1), ov_error_none);
   ASSERT_EQ(ov_node_set_beta(y, -2.0, x, 0), ov_error_none);
   EXPECT_EQ(ov_node_get_alpha(y, 1), 1.5);
