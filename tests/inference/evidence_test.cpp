@@ -59,7 +59,13 @@ TEST(Findings, CountAndPredicates) {
 
 TEST(Findings, ConstantsEntropyAndMutualInformation) {
   Chain net;
+  EXPECT_EQ(ov_domain_get_log_normalization_constant(net.domain), 1.0) << "not compiled";
   ASSERT_EQ(ov_domain_compile(net.domain), ov_error_none);
+  ov_node_t empty[] = {nullptr};
+  ov_table_t nothing = ov_domain_get_marginal(net.domain, empty);
+  ASSERT_NE(nothing, nullptr);
+  EXPECT_EQ(ov_table_get_size(nothing), 1);
+  EXPECT_EQ(ov_table_delete(nothing), ov_error_none);
   EXPECT_NEAR(ov_domain_get_normalization_constant(net.domain), 1.0, 1e-6);
   EXPECT_EQ(ov_domain_get_log_normalization_constant(net.domain), 0.0);
   // P(b = 2) = 0.75 * 0.7.
@@ -85,6 +91,17 @@ TEST(Findings, ConstantsEntropyAndMutualInformation) {
   EXPECT_NEAR(ov_node_get_belief(net.a, 0), 0.25f, 1e-6);
   EXPECT_EQ(ov_domain_evidence_to_propagate(net.domain), 1);
   EXPECT_EQ(ov_node_get_entered_state(net.a), 0);
+}
+
+TEST(Findings, ContinuousNodesTakeValuesBeforeCompilation) {
+  ov_domain_t domain = ov_new_domain();
+  ov_node_t x = ov_domain_new_node(domain, ov_category_chance, ov_kind_continuous);
+  ASSERT_EQ(ov_node_enter_value(x, 2.5), ov_error_none);
+  EXPECT_EQ(ov_node_get_entered_value(x), 2.5);
+  EXPECT_EQ(ov_node_is_instantiated(x), 1);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_cg_influence_diagrams_not_supported);
+  EXPECT_EQ(ov_domain_is_compiled(domain), 0);
+  ov_domain_delete(domain);
 }
 
 } // namespace
