@@ -268,9 +268,11 @@ std::vector<VertexSet> reference_cliques(ReferenceGreedy &reference) {
 
 std::set<std::set<std::string>> domain_cliques(Domain *domain) {
   std::set<std::set<std::string>> result;
-  for (auto &clique : domain->cliques) {
+  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
+       clique = ov_clique_get_next(clique)) {
     std::set<std::string> names;
-    for (Node *node : clique->table->nodes) names.insert(*node->name);
+    for (ov_node_t *node = ov_clique_get_members(clique); *node != nullptr; ++node)
+      names.insert(ov_node_get_name(*node));
     result.insert(names);
   }
   return result;
