@@ -51,7 +51,10 @@ TEST(Levels, CycleIsRefusedAndLogged) {
   ov_domain_delete(domain);
 }
 
-TEST(Levels, WithoutDecisionsByKind) {
+// Levels by kind without decisions (discrete, continuous, utility), and
+// along decisions on one path: Y -> D1 -> M -> D2 -> U, with Z an
+// unobserved parent of U, and C -> V apart from the decisions.
+TEST(Levels, ByKindAndAlongTheDecisions) {
   ov_domain_t domain = ov_new_domain();
   Node *a = add_node(domain, "A", 2);
   Node *x = add_node(domain, "X", 0, ov_category_chance, ov_kind_continuous);
@@ -60,38 +63,24 @@ TEST(Levels, WithoutDecisionsByKind) {
   EXPECT_EQ(a->level, 1u);
   EXPECT_EQ(x->level, 2u);
   ov_domain_delete(domain);
-
   domain = ov_new_domain();
-  Node *c = add_node(domain, "C", 2);
-  Node *u = add_node(domain, "U", 0, ov_category_utility);
-  add_arc(c, u);
+  Node *b = add_node(domain, "B", 2), *w = add_node(domain, "W", 0, ov_category_utility);
+  add_arc(b, w);
   ASSERT_EQ(assign_levels(domain), ov_error_none);
-  EXPECT_EQ(c->level, 1u);
-  EXPECT_EQ(u->level, 3u);
+  EXPECT_EQ(b->level, 1u);
+  EXPECT_EQ(w->level, 3u);
   ov_domain_delete(domain);
-}
-
-TEST(Levels, DecisionsOnOnePath) {
-  // Y -> D1 -> X -> D2 -> U, Z unobserved parent of U.
-  ov_domain_t domain = ov_new_domain();
-  Node *y = add_node(domain, "Y", 2);
-  Node *d1 = add_node(domain, "D1", 2, ov_category_decision);
-  Node *x = add_node(domain, "X", 2);
-  Node *d2 = add_node(domain, "D2", 2, ov_category_decision);
-  Node *z = add_node(domain, "Z", 2);
-  Node *u = add_node(domain, "U", 0, ov_category_utility);
-  add_arc(y, d1);
-  add_arc(d1, x);
-  add_arc(x, d2);
-  add_arc(d2, u);
-  add_arc(z, u);
+  domain = ov_new_domain();
+  Node *y = add_node(domain, "Y", 2), *d1 = add_node(domain, "D1", 2, ov_category_decision);
+  Node *m = add_node(domain, "M", 2), *d2 = add_node(domain, "D2", 2, ov_category_decision);
+  Node *z = add_node(domain, "Z", 2), *u = add_node(domain, "U", 0, ov_category_utility);
+  Node *c = add_node(domain, "C", 2), *v = add_node(domain, "V", 0, ov_category_utility);
+  for (auto [parent, child] :
+       std::vector<std::pair<Node *, Node *>>{{y, d1}, {d1, m}, {m, d2}, {d2, u}, {z, u}, {c, v}})
+    add_arc(parent, child);
   ASSERT_EQ(assign_levels(domain), ov_error_none);
-  EXPECT_EQ(d1->level, 2u);
-  EXPECT_EQ(d2->level, 4u);
-  EXPECT_EQ(y->level, 1u);
-  EXPECT_EQ(x->level, 3u);
-  EXPECT_EQ(z->level, 5u);
-  EXPECT_EQ(u->level, 6u);
+  const std::pair<Node *, std::uint32_t> levels[] = {{y, 1}, {d1, 2}, {m, 3}, {d2, 4}, {z, 5}, {u, 6}, {c, 5}, {v, 6}};
+  for (auto [node, level] : levels) EXPECT_EQ(node->level, level) << *node->name;
   ov_domain_delete(domain);
 }
 
