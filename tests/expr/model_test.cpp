@@ -202,6 +202,19 @@ TEST_F(ModelTest, DeletingTheOwnerDeletesTheModel) {
   EXPECT_EQ(ov_node_delete(child), ov_error_none); // no leak under the sanitizers
 }
 
+// A model whose slots were never made is left alone when a parent goes;
+// the graph edits below reach the other cases.
+TEST_F(ModelTest, AModelWithoutSlotsIsLeftAloneWhenAParentGoes) {
+  ov_model_t fresh = ov_node_new_model(child, nullptr);
+  fresh->table_is_stale = 0;
+  child->parents.remove(p3);
+  p3->children.remove(child);
+  model_on_parent_removed(fresh, p3);
+  EXPECT_EQ(fresh->expressions, nullptr);
+  EXPECT_EQ(fresh->table_is_stale, 0);
+  model_on_parent_removed(nullptr, p3);
+}
+
 TEST_F(ModelTest, CopyingAModel) {
   ov_model_t model = model_of(child, {p1});
   ov_expression_t shared = make_expr(ov_op_add, {ref(p1), ref(p2)});
