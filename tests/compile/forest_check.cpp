@@ -7,7 +7,6 @@
 #include <map>
 #include <set>
 
-#include "table/plan.h"
 #include "table/table.h"
 
 namespace orvel::test {
@@ -30,197 +29,197 @@ std::string LogCapture::text() {
   return content;
 }
 
-double check_forest(Domain *domain) {
-  using NodeSet = std::set<Node *>;
-  std::vector<NodeSet> cliques;
-  std::map<const Clique *, std::size_t> index;
-  for (auto &clique : domain->forest->cliques) {
-    index[clique.get()] = cliques.size();
-    cliques.emplace_back(clique->table->nodes.begin(), clique->table->nodes.end());
+namespace {
+
+using NodeSet = std::set<Node *>;
+
+NodeSet set_of(ov_node_t *list) {
+  NodeSet set;
+  for (; list != nullptr && *list != nullptr; ++list) set.insert(*list);
+  return set;
+}
+
+bool includes(const NodeSet &big, const NodeSet &small) {
+  return std::includes(big.begin(), big.end(), small.begin(), small.end());
+}
+
+double discrete_size(const NodeSet &set) {
+  double size = 1;
+  for (Node *node : set)
+    if (ov_node_get_kind(node) == ov_kind_discrete) size *= static_cast<double>(ov_node_get_number_of_states(node));
+  return size;
+}
+
+// The cliques reachable from `start` through neighbours whose members pass
+// `keep`.
+template <class Keep> std::set<ov_clique_t> reach(ov_clique_t start, Keep keep) {
+  std::set<ov_clique_t> reached{start};
+  std::vector<ov_clique_t> stack{start};
+  while (!stack.empty()) {
+    ov_clique_t c = stack.back();
+    stack.pop_back();
+    for (ov_clique_t *n = ov_clique_get_neighbors(c); *n != nullptr; ++n)
+      if (keep(*n) && reached.insert(*n).second) stack.push_back(*n);
   }
+  return reached;
+}
+
+} // namespace
+
+double check_forest(Domain *domain) {
+  // The forest as the public calls show it.
+  std::vector<ov_clique_t> list;
+  std::map<ov_clique_t, NodeSet> members;
+  for (ov_clique_t c = ov_domain_get_first_clique(domain); c != nullptr; c = ov_clique_get_next(c)) {
+    list.push_back(c);
+    members[c] = set_of(ov_clique_get_members(c));
+    EXPECT_EQ(static_cast<std::size_t>(ov_clique_get_number_of_members(c)), members[c].size());
+  }
+  EXPECT_EQ(ov_domain_get_number_of_cliques(domain), static_cast<ov_count_t>(list.size()));
+  std::vector<Node *> nodes;
+  for (ov_node_t n = ov_domain_get_first_node(domain); n != nullptr; n = ov_node_get_next(n)) nodes.push_back(n);
   auto in_some_clique = [&](const NodeSet &set) {
-    return std::any_of(cliques.begin(), cliques.end(),
-                       [&](const NodeSet &c) { return std::includes(c.begin(), c.end(), set.begin(), set.end()); });
+    return std::any_of(list.begin(), list.end(), [&](ov_clique_t c) { return includes(members[c], set); });
   };
 
-  // Families of chance nodes and the parents of utility nodes sit in cliques.
-  for (auto &node : domain->nodes) {
-    NodeSet family(node->parents.begin(), node->parents.end());
-    if (node->category == ov_category_chance) family.insert(node.get());
-    if (node->category != ov_category_decision) {
-      EXPECT_TRUE(in_some_clique(family)) << *node->name;
+  // Families of chance nodes and the parents of utility nodes sit in
+  // cliques; cliques are maximal.
+  for (Node *node : nodes) {
+    NodeSet family = set_of(ov_node_get_parents(node));
+    if (ov_node_get_category(node) == ov_category_chance) family.insert(node);
+    if (ov_node_get_category(node) != ov_category_decision) {
+      EXPECT_TRUE(in_some_clique(family)) << ov_node_get_name(node);
     }
   }
-  // Cliques are maximal.
-  for (std::size_t i = 0; i < cliques.size(); ++i)
-    for (std::size_t j = 0; j < cliques.size(); ++j)
-      if (i != j) {
-        EXPECT_FALSE(std::includes(cliques[j].begin(), cliques[j].end(), cliques[i].begin(), cliques[i].end()))
-            << "clique " << i << " inside " << j;
+  for (ov_clique_t a : list)
+    for (ov_clique_t b : list)
+      if (a != b) {
+        EXPECT_FALSE(includes(members[b], members[a]));
       }
 
-  // Links: symmetric, separators are the intersections, each tree is a
-  // tree (connected, one link fewer than cliques).
+  // Links are symmetric and stay within a tree; each tree is a tree
+  // rooted at the head of its clique list; running intersection holds.
   std::size_t link_ends = 0;
-  for (auto &clique : domain->forest->cliques) {
-    for (const CliqueLink &link : clique->links) {
+  for (ov_clique_t c : list) {
+    ov_count_t count = ov_clique_get_number_of_neighbors(c);
+    ov_clique_t *neighbours = ov_clique_get_neighbors(c);
+    for (ov_count_t i = 0; i < count; ++i) {
       ++link_ends;
-      const auto &back = link.neighbour->links;
-      EXPECT_EQ(std::count_if(back.begin(), back.end(),
-                              [&](const CliqueLink &other) {
-                                return other.neighbour == clique.get() && other.separator == link.separator;
-                              }),
-                1);
-      NodeSet shared;
-      const NodeSet &a = cliques[index[clique.get()]], &b = cliques[index[link.neighbour]];
-      std::set_intersection(a.begin(), a.end(), b.begin(), b.end(), std::inserter(shared, shared.end()));
-      EXPECT_EQ(NodeSet(link.separator->nodes.begin(), link.separator->nodes.end()), shared);
-      // The link's plan maps this clique's tables onto the separator.
-      if (link.plan == nullptr) {
-        ADD_FAILURE() << "link without a plan";
-      } else {
-        EXPECT_EQ(link.plan->target, clique->table);
-        EXPECT_EQ(link.plan->target_utility, clique->utility_table);
-        EXPECT_EQ(link.plan->source, link.separator);
-        EXPECT_EQ(link.plan->source_utility, link.separator_utilities);
-      }
-      EXPECT_EQ(link.neighbour->junction_tree, clique->junction_tree);
+      ov_clique_t *back = ov_clique_get_neighbors(neighbours[i]);
+      EXPECT_EQ(std::count(back, back + ov_clique_get_number_of_neighbors(neighbours[i]), c), 1);
+      EXPECT_EQ(ov_clique_get_junction_tree(neighbours[i]), ov_clique_get_junction_tree(c));
     }
+    EXPECT_EQ(neighbours[count], nullptr);
   }
-  EXPECT_EQ(link_ends, 2 * (cliques.size() - domain->forest->junction_trees.size()));
-  for (auto &tree : domain->forest->junction_trees) {
-    std::set<const Clique *> reached{tree->root};
-    std::vector<const Clique *> stack{tree->root};
-    while (!stack.empty()) {
-      const Clique *c = stack.back();
-      stack.pop_back();
-      for (const CliqueLink &link : c->links)
-        if (reached.insert(link.neighbour).second) stack.push_back(link.neighbour);
+  // The trees, reached from the cliques (the domain lists them only once
+  // compiled).
+  std::set<ov_junction_tree_t> trees;
+  for (ov_clique_t c : list) trees.insert(ov_clique_get_junction_tree(c));
+  for (ov_junction_tree_t tree : trees) {
+    std::set<ov_clique_t> in_tree;
+    for (ov_clique_t *c = ov_jt_get_cliques(tree); *c != nullptr; ++c) {
+      in_tree.insert(*c);
+      EXPECT_EQ(ov_clique_get_junction_tree(*c), tree);
     }
-    std::size_t members = std::count_if(domain->forest->cliques.begin(), domain->forest->cliques.end(),
-                                        [&](const auto &c) { return c->junction_tree == tree.get(); });
-    EXPECT_EQ(reached.size(), members);
+    EXPECT_EQ(ov_jt_get_cliques(tree)[0], ov_jt_get_root(tree));
+    EXPECT_EQ(reach(ov_jt_get_root(tree), [](ov_clique_t) { return true; }), in_tree);
   }
-  // Running intersection: the cliques that hold a node are connected.
-  for (auto &node : domain->nodes) {
-    std::vector<const Clique *> holding;
-    for (auto &clique : domain->forest->cliques)
-      if (cliques[index[clique.get()]].count(node.get())) holding.push_back(clique.get());
+  EXPECT_EQ(link_ends, 2 * (list.size() - trees.size()));
+  for (Node *node : nodes) {
+    std::set<ov_clique_t> holding;
+    for (ov_clique_t c : list)
+      if (members[c].count(node)) holding.insert(c);
     if (holding.empty()) continue;
-    std::set<const Clique *> reached{holding[0]};
-    std::vector<const Clique *> stack{holding[0]};
-    while (!stack.empty()) {
-      const Clique *c = stack.back();
-      stack.pop_back();
-      for (const CliqueLink &link : c->links)
-        if (cliques[index[link.neighbour]].count(node.get()) && reached.insert(link.neighbour).second)
-          stack.push_back(link.neighbour);
-    }
-    EXPECT_EQ(reached.size(), holding.size()) << *node->name;
+    EXPECT_EQ(reach(*holding.begin(), [&](ov_clique_t c) { return members[c].count(node) > 0; }), holding)
+        << ov_node_get_name(node);
   }
 
-  // The graph of the cliques is chordal with the elimination order as a
-  // perfect elimination order, contains the moral graph, and its maximal
-  // cliques are the cliques.
+  // The graph of the cliques contains the moral graph and is chordal with
+  // the elimination order as a perfect elimination order; its maximal
+  // families are the cliques, and levels never rise along the order.
   std::map<Node *, NodeSet> graph;
-  for (const NodeSet &c : cliques)
-    for (Node *a : c)
-      for (Node *b : c)
+  for (ov_clique_t c : list)
+    for (Node *a : members[c])
+      for (Node *b : members[c])
         if (a != b) graph[a].insert(b);
-  for (auto &node : domain->nodes)
-    for (Node *neighbour : node->neighbours) EXPECT_TRUE(graph[node.get()].count(neighbour));
-  NodeList *order = domain->forest->elimination_order ? &*domain->forest->elimination_order : nullptr;
+  for (Node *node : nodes)
+    for (Node *neighbour : node->neighbours) EXPECT_TRUE(graph[node].count(neighbour));
+  ov_node_t *order = ov_domain_get_elimination_order(domain);
   EXPECT_NE(order, nullptr);
-  std::set<NodeSet> from_order;
-  if (order != nullptr) {
-    for (Node *v : *order) {
-      NodeSet later{v};
-      for (Node *u : graph[v])
-        if (u->elimination_number < v->elimination_number) later.insert(u);
-      for (Node *a : later)
-        for (Node *b : later)
-          if (a != b) {
-            EXPECT_TRUE(graph[a].count(b)) << "not a perfect elimination order at " << *v->name;
-          }
-      from_order.insert(later);
-    }
+  std::map<Node *, std::size_t> step;
+  for (std::size_t i = 0; order != nullptr && order[i] != nullptr; ++i) step[order[i]] = i;
+  std::set<NodeSet> families;
+  for (auto [v, at] : step) {
+    NodeSet later{v};
+    for (Node *u : graph[v])
+      if (step.at(u) > at) later.insert(u);
+    for (Node *a : later)
+      for (Node *b : later)
+        if (a != b) {
+          EXPECT_TRUE(graph[a].count(b)) << "not a perfect elimination order at " << ov_node_get_name(v);
+        }
+    families.insert(later);
   }
-  // Levels never rise along the elimination order.
-  if (order != nullptr) {
-    for (std::uint32_t i = 1; i < order->size(); ++i) {
-      EXPECT_LE((*order)[i]->level, (*order)[i - 1]->level);
-    }
-  }
+  for (std::size_t i = 1; order != nullptr && order[i] != nullptr; ++i) EXPECT_LE(order[i]->level, order[i - 1]->level);
+  std::set<NodeSet> maximal, cliques;
+  for (const NodeSet &f : families)
+    if (std::none_of(families.begin(), families.end(), [&](const NodeSet &g) { return g != f && includes(g, f); }))
+      maximal.insert(f);
+  for (ov_clique_t c : list) cliques.insert(members[c]);
+  EXPECT_EQ(maximal, cliques);
 
-  // A clique with a separator hangs below the first clique in list order
-  // that holds the separator.
-  for (std::size_t position = 0; position < domain->forest->cliques.size(); ++position) {
-    const Clique *clique = domain->forest->cliques[position].get();
-    for (const CliqueLink &link : clique->links) {
-      if (link.neighbour->position > position) continue;
-      NodeSet separator(link.separator->nodes.begin(), link.separator->nodes.end());
-      for (std::size_t i = 0; i < position; ++i) {
-        if (!std::includes(cliques[i].begin(), cliques[i].end(), separator.begin(), separator.end())) continue;
-        EXPECT_EQ(link.neighbour->position, i);
-        break;
-      }
+  // A clique hangs below the first clique in list order that holds its
+  // separator.
+  std::map<ov_clique_t, std::size_t> position;
+  for (std::size_t i = 0; i < list.size(); ++i) position[list[i]] = i;
+  for (std::size_t i = 0; i < list.size(); ++i)
+    for (ov_clique_t *n = ov_clique_get_neighbors(list[i]); *n != nullptr; ++n) {
+      if (position[*n] > i) continue;
+      NodeSet separator;
+      std::set_intersection(members[list[i]].begin(), members[list[i]].end(), members[*n].begin(), members[*n].end(),
+                            std::inserter(separator, separator.end()));
+      for (std::size_t j = 0; j < i; ++j)
+        if (includes(members[list[j]], separator)) {
+          EXPECT_EQ(position[*n], j);
+          break;
+        }
     }
-  }
+
   // Marginals come from the smallest separator that holds a chance node,
   // else from its first clique; evidence enters at its first clique.
-  for (auto &node : domain->nodes) {
-    if (node->category != ov_category_chance) continue;
-    const Table *first_clique = nullptr;
-    for (auto &clique : domain->forest->cliques)
-      if (clique->table->nodes.contains(node.get())) {
-        first_clique = clique->table;
-        break;
-      }
-    Size smallest = size_overflow;
-    bool in_separator = false;
-    for (auto &clique : domain->forest->cliques)
-      for (const CliqueLink &link : clique->links)
-        if (link.separator->nodes.contains(node.get())) {
-          in_separator = true;
-          smallest = std::min(smallest, link.separator->size);
+  for (Node *node : nodes) {
+    if (ov_node_get_category(node) != ov_category_chance) continue;
+    ov_clique_t first = nullptr;
+    double smallest = -1;
+    for (ov_clique_t c : list) {
+      if (!members[c].count(node)) continue;
+      if (first == nullptr) first = c;
+      for (ov_clique_t *n = ov_clique_get_neighbors(c); *n != nullptr; ++n)
+        if (members[*n].count(node)) {
+          NodeSet separator;
+          std::set_intersection(members[c].begin(), members[c].end(), members[*n].begin(), members[*n].end(),
+                                std::inserter(separator, separator.end()));
+          double size = discrete_size(separator);
+          if (smallest < 0 || size < smallest) smallest = size;
         }
+    }
     if (node->marginal_source == nullptr) {
-      ADD_FAILURE() << "no marginal source for " << *node->name;
+      ADD_FAILURE() << "no marginal source for " << ov_node_get_name(node);
       continue;
     }
-    if (in_separator) {
+    if (smallest >= 0) {
       EXPECT_EQ(node->marginal_source->role, role_separator);
-      EXPECT_EQ(node->marginal_source->size, smallest);
+      EXPECT_EQ(static_cast<double>(node->marginal_source->size), std::min(smallest, double(size_overflow)));
     } else {
-      EXPECT_EQ(node->marginal_source, first_clique);
+      EXPECT_EQ(node->marginal_source, ov_clique_get_probability_table(first));
     }
-    if (node->is_discrete()) {
-      EXPECT_EQ(node->finding_clique->table, first_clique);
-      EXPECT_TRUE(node->finding_plan != nullptr && node->finding_plan->target == first_clique &&
-                  node->finding_plan->source == node->propagated_finding);
+    if (ov_node_get_kind(node) == ov_kind_discrete) {
+      EXPECT_EQ(node->finding_clique, first);
     }
-    EXPECT_TRUE(node->marginal_plan != nullptr && node->marginal_plan->target == node->marginal_source &&
-                node->marginal_plan->source == node->belief_table);
-    // The node's table goes to a clique that holds all its nodes.
-    EXPECT_TRUE(node->home_clique != nullptr && node->table_plan != nullptr &&
-                node->table_plan->target == node->home_clique->table && node->table_plan->source == node->table);
-    EXPECT_TRUE(node->marginal_source->nodes.contains(node.get()));
   }
-
-  std::set<NodeSet> maximal;
-  for (const NodeSet &c : from_order)
-    if (std::none_of(from_order.begin(), from_order.end(),
-                     [&](const NodeSet &d) { return d != c && std::includes(d.begin(), d.end(), c.begin(), c.end()); }))
-      maximal.insert(c);
-  EXPECT_EQ(maximal, std::set<NodeSet>(cliques.begin(), cliques.end()));
 
   double total = 0;
-  for (const NodeSet &c : cliques) {
-    double size = 1;
-    for (Node *node : c)
-      if (node->is_discrete()) size *= node->state_count;
-    total += size;
-  }
+  for (const NodeSet &c : cliques) total += discrete_size(c);
   return total;
 }
 

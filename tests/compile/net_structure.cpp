@@ -2,67 +2,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <stdexcept>
 
 #include "table/table.h"
 
 namespace orvel::test {
-
-namespace {
-
-std::vector<std::string> words_of(const std::string &text) {
-  std::vector<std::string> words;
-  std::string word;
-  for (char c : text) {
-    if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.' || c == '-') {
-      word += c;
-    } else {
-      if (!word.empty()) words.push_back(word);
-      word.clear();
-      if (c == '|' || c == '(' || c == ')') words.push_back(std::string(1, c));
-    }
-  }
-  if (!word.empty()) words.push_back(word);
-  return words;
-}
-
-} // namespace
-
-NetStructure read_net_structure(const std::string &path) {
-  std::ifstream in(path);
-  if (!in) throw std::runtime_error("cannot read " + path);
-  NetStructure net;
-  std::map<std::string, std::uint32_t> index;
-  std::string line;
-  bool in_node = false;
-  while (std::getline(in, line)) {
-    std::vector<std::string> words = words_of(line);
-    if (words.empty()) continue;
-    if (words[0] == "node" && words.size() >= 2) {
-      index[words[1]] = static_cast<std::uint32_t>(net.names.size());
-      net.names.push_back(words[1]);
-      net.states.push_back(0);
-      net.parents.emplace_back();
-      in_node = true;
-    } else if (in_node && words[0] == "states") {
-      net.states.back() = static_cast<std::uint32_t>(std::count(line.begin(), line.end(), '"') / 2);
-    } else if (words[0] == "potential") {
-      in_node = false;
-      std::uint32_t child = index.at(words[2]);
-      bool after_bar = false;
-      for (std::size_t i = 3; i < words.size() && words[i] != ")"; ++i) {
-        if (words[i] == "|") {
-          after_bar = true;
-          continue;
-        }
-        if (after_bar) net.parents[child].push_back(index.at(words[i]));
-      }
-    }
-  }
-  return net;
-}
 
 Node *add_node(Domain *domain, const char *name, std::uint32_t states, ov_category_t category, ov_kind_t kind) {
   Node *node = ov_domain_new_node(domain, category, kind);
@@ -102,17 +46,13 @@ ChainComponent *add_chain_component(Domain *domain, std::vector<Node *> members,
   return domain->chain_components.back().get();
 }
 
-ov_domain_t build_domain(const NetStructure &structure) {
-  ov_domain_t domain = ov_new_domain();
-  std::vector<Node *> nodes;
-  for (std::size_t i = 0; i < structure.names.size(); ++i)
-    nodes.push_back(add_node(domain, structure.names[i].c_str(), structure.states[i]));
-  for (std::size_t i = 0; i < structure.names.size(); ++i)
-    for (std::uint32_t parent : structure.parents[i]) add_arc(nodes[parent], nodes[i]);
+std::string shared_network(const std::string &file) { return std::string(ORVEL_NETWORKS "/") + file; }
+
+ov_domain_t parse_shared(const std::string &file) {
+  ov_domain_t domain = ov_net_parse_domain(shared_network(file).c_str(), nullptr, nullptr);
+  if (domain == nullptr) throw std::runtime_error("cannot read " + file);
   return domain;
 }
-
-std::string shared_network(const std::string &file) { return std::string(ORVEL_NETWORKS "/") + file; }
 
 std::vector<std::string> shared_networks() {
   std::vector<std::string> files;

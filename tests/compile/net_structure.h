@@ -1,5 +1,4 @@
-// Networks for tests and benchmarks: built by hand, or read for their
-// structure only (names, state counts, parents) from NET files.
+// Networks for tests: built by hand, or the shared networks.
 #pragma once
 
 #include <string>
@@ -8,16 +7,6 @@
 #include "model/domain.h"
 
 namespace orvel::test {
-
-// Node names, state counts and parent lists (by index) of a NET file, read
-// from its node blocks and its "potential (X | A B)" lines.
-struct NetStructure {
-  std::vector<std::string> names;
-  std::vector<std::uint32_t> states;
-  std::vector<std::vector<std::uint32_t>> parents;
-};
-
-NetStructure read_net_structure(const std::string &path);
 
 // A new discrete chance node with a name and a number of states.
 Node *add_node(Domain *domain, const char *name, std::uint32_t states, ov_category_t category = ov_category_chance,
@@ -30,11 +19,11 @@ void add_arc_unchecked(Node *parent, Node *child);
 // A chain component over `members`, with one chain potential over them
 // when `with_potential` is set.
 ChainComponent *add_chain_component(Domain *domain, std::vector<Node *> members, bool with_potential);
-// A domain with the nodes (in file order) and arcs of a structure.
-ov_domain_t build_domain(const NetStructure &structure);
 
 // The path of a shared network by file name.
 std::string shared_network(const std::string &file);
+// A shared network read by the NET parser; the caller deletes it.
+ov_domain_t parse_shared(const std::string &file);
 // All shared networks' file names.
 std::vector<std::string> shared_networks();
 

@@ -248,11 +248,32 @@ struct ReferenceGreedy {
   }
 };
 
+// The reference run over the prime components of its graph, and the
+// maximal families it left.
+std::vector<VertexSet> reference_cliques(ReferenceGreedy &reference) {
+  const Matrix m = reference.m;
+  for (const VertexSet &component : find_prime_components(adjacency_of(m))) {
+    if (complete(m, std::vector<std::uint32_t>(component.begin(), component.end())))
+      reference.families.push_back(component);
+    else
+      reference.run(component);
+  }
+  std::vector<VertexSet> maximal;
+  for (const VertexSet &f : reference.families)
+    if (std::none_of(reference.families.begin(), reference.families.end(), [&](const VertexSet &g) {
+          return g != f && std::includes(g.begin(), g.end(), f.begin(), f.end());
+        }))
+      maximal.push_back(f);
+  return maximal;
+}
+
 std::set<std::set<std::string>> domain_cliques(Domain *domain) {
   std::set<std::set<std::string>> result;
-  for (auto &clique : domain->forest->cliques) {
+  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
+       clique = ov_clique_get_next(clique)) {
     std::set<std::string> names;
-    for (Node *node : clique->table->nodes) names.insert(*node->name);
+    for (ov_node_t *node = ov_clique_get_members(clique); *node != nullptr; ++node)
+      names.insert(ov_node_get_name(*node));
     result.insert(names);
   }
   return result;
@@ -274,24 +295,14 @@ TEST(Greedy, MatchesReferenceOnRandomGraphs) {
     ASSERT_EQ(triangulate_graph(graph.domain, method), ov_error_none);
 
     ReferenceGreedy reference{m, states, method, {}, {}, 0};
-    for (const VertexSet &component : find_prime_components(adjacency_of(m))) {
-      std::vector<std::uint32_t> list(component.begin(), component.end());
-      if (complete(m, list))
-        reference.families.push_back(component);
-      else
-        reference.run(component);
-    }
+    std::vector<VertexSet> maximal = reference_cliques(reference);
     decided_by_no_fill += reference.decided_by_no_fill;
     EXPECT_EQ(tab_lines(log.text()), reference.lines);
 
     // The cliques are the maximal families, and the numbers give a perfect
     // elimination order of the filled graph.
     std::set<std::set<std::string>> expected;
-    for (const VertexSet &f : reference.families) {
-      bool maximal = std::none_of(reference.families.begin(), reference.families.end(), [&](const VertexSet &g) {
-        return g != f && std::includes(g.begin(), g.end(), f.begin(), f.end());
-      });
-      if (!maximal) continue;
+    for (const VertexSet &f : maximal) {
       std::set<std::string> names;
       for (std::uint32_t v : f) names.insert("v" + std::to_string(v));
       expected.insert(names);
@@ -310,54 +321,62 @@ TEST(Greedy, MatchesReferenceOnRandomGraphs) {
 }
 
 // The total clique size of each heuristic on the shared networks, as read
-// by the NET parser, against the reference greedy run on the moral graph in
-// node list order. The benchmark reports these figures; this checks them.
-TEST(Greedy, SharedNetworksMatchReference) {
-  for (const char *file : {"asia.net", "child.net", "insurance.net", "alarm.net", "mildew.net", "hailfinder.net",
-                           "win95pts.net", "water.net", "munin1.net"}) {
+// by the NET parser: from an independent check of the forest, in the log and
+// from the public cost; on nine of them against the reference greedy run on
+// the moral graph in node list order. The benchmark reports these figures.
+TEST(Greedy, SharedNetworksAllHeuristics) {
+  const std::set<std::string> referenced{"asia.net",       "child.net",    "insurance.net", "alarm.net", "mildew.net",
+                                         "hailfinder.net", "win95pts.net", "water.net",     "munin1.net"};
+  for (const std::string &file : shared_networks()) {
+    std::map<int, double> totals;
     for (int method = ov_tm_clique_size; method <= ov_tm_fill_in_weight; ++method) {
-      SCOPED_TRACE(std::string(file) + " method " + std::to_string(method));
-      const std::string path = shared_network(file);
-      ov_domain_t moral = ov_net_parse_domain(path.c_str(), nullptr, nullptr);
-      ASSERT_NE(moral, nullptr);
-      ASSERT_EQ(moralize(moral), ov_error_none);
-      std::map<Node *, std::uint32_t> index;
-      std::vector<Node *> order;
-      for (ov_node_t node = ov_domain_get_first_node(moral); node != nullptr; node = ov_node_get_next(node)) {
-        index[node] = static_cast<std::uint32_t>(order.size());
-        order.push_back(node);
+      SCOPED_TRACE(file + " method " + std::to_string(method));
+      ov_domain_t domain = parse_shared(file);
+      if (referenced.count(file)) {
+        ASSERT_EQ(moralize(domain), ov_error_none);
+        std::map<Node *, std::uint32_t> index;
+        for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
+          index.emplace(node, static_cast<std::uint32_t>(index.size()));
+        Matrix m(index.size(), std::vector<bool>(index.size(), false));
+        std::vector<std::uint32_t> states(index.size());
+        for (auto [node, i] : index) {
+          states[i] = node->state_count;
+          for (Node *neighbour : node->neighbours) m[i][index[neighbour]] = true;
+        }
+        ReferenceGreedy reference{m, states, method, {}, {}, 0};
+        for (const VertexSet &f : reference_cliques(reference)) totals[-method] += reference.set_weight(f);
+        ASSERT_EQ(ov_domain_uncompile(domain), ov_error_none);
       }
-      Matrix m(order.size(), std::vector<bool>(order.size(), false));
-      std::vector<std::uint32_t> states;
-      for (Node *node : order) {
-        states.push_back(node->state_count);
-        for (Node *neighbour : node->neighbours) m[index[node]][index[neighbour]] = true;
-      }
-      ov_domain_delete(moral);
-
-      ReferenceGreedy reference{m, states, method, {}, {}, 0};
-      for (const VertexSet &component : find_prime_components(adjacency_of(m))) {
-        if (complete(m, std::vector<std::uint32_t>(component.begin(), component.end())))
-          reference.families.push_back(component);
-        else
-          reference.run(component);
-      }
-      double expected = 0;
-      for (const VertexSet &f : reference.families) {
-        bool maximal = std::none_of(reference.families.begin(), reference.families.end(), [&](const VertexSet &g) {
-          return g != f && std::includes(g.begin(), g.end(), f.begin(), f.end());
-        });
-        if (maximal) expected += reference.set_weight(f);
-      }
-
-      ov_domain_t domain = ov_net_parse_domain(path.c_str(), nullptr, nullptr);
-      ASSERT_NE(domain, nullptr);
+      LogCapture log(domain);
       ASSERT_EQ(ov_domain_triangulate(domain, static_cast<ov_triangulation_method_t>(method)), ov_error_none);
       ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
-      EXPECT_EQ(static_cast<double>(ov_domain_get_jt_cost(domain)), expected);
-      EXPECT_EQ(check_forest(domain), expected);
+      const double total = totals[method] = check_forest(domain);
+      if (referenced.count(file)) {
+        EXPECT_EQ(total, totals[-method]);
+      }
+      const std::string text = log.text(), key = "\nTotal clique table size: ";
+      const std::size_t at = text.rfind(key) + key.size();
+      const std::string logged = text.substr(at, text.find('\n', at) - at);
+      if (total >= static_cast<double>(size_overflow)) {
+        EXPECT_EQ(logged, "HUGE");
+      } else {
+        EXPECT_EQ(logged, std::to_string(static_cast<std::uint64_t>(total)));
+        EXPECT_EQ(ov_domain_get_jt_cost(domain), static_cast<ov_count_t>(total));
+      }
+      ov_domain_set_log_file(domain, nullptr);
       ov_domain_delete(domain);
     }
+    // The default heuristic stays within 20% of the best of the four, except
+    // on three networks where the greedy fill-in weight rules, followed
+    // exactly, lose by about two: insurance 57720 against 29352 and mildew
+    // 9566232 against 4434860 (fill-in size), munin1 385218551 against
+    // 195218381 (clique weight), as the reference greedy gives too. There
+    // the bound holds the measured ratio, so that any worsening shows.
+    static const std::map<std::string, double> exceptions{
+        {"insurance.net", 1.97}, {"mildew.net", 2.16}, {"munin1.net", 1.98}};
+    const double best = std::min({totals[15], totals[16], totals[17], totals[18]});
+    const auto exception = exceptions.find(file);
+    EXPECT_LE(totals[ov_tm_fill_in_weight], (exception == exceptions.end() ? 1.2 : exception->second) * best) << file;
   }
 }
 
@@ -367,62 +386,52 @@ Matrix cycle_of_four() {
   return m;
 }
 
-TEST(Greedy, EqualCostsKeepTheEarliestVertex) {
-  for (int method = ov_tm_clique_size; method <= ov_tm_fill_in_weight; ++method) {
-    GraphDomain graph(cycle_of_four(), {2, 2, 2, 2});
+// Ties, the weight of a continuous node and complete components, on a
+// 4-cycle v0-v1-v2-v3 (eliminating v0 or v2 costs w(v1) w(v3) in fill-in
+// weight, v1 or v3 costs w(v0) w(v2)) and on complete graphs.
+TEST(Greedy, TiesWeightsAndCompleteComponents) {
+  struct Case {
+    Matrix m;
+    std::vector<std::uint32_t> states;
+    int method;
+    std::string first_line, logged;
+  };
+  const Matrix two(2, std::vector<bool>(2, true)), three(3, std::vector<bool>(3, true));
+  std::vector<Case> cases;
+  for (int method = ov_tm_clique_size; method <= ov_tm_fill_in_weight; ++method)
+    cases.push_back({cycle_of_four(),
+                     {2, 2, 2, 2},
+                     method,
+                     "\tEliminating v0",
+                     "\nTriangulating prime component with 4 members:\n    v0, v1, v2, v3\n"});
+  cases.push_back({cycle_of_four(), {2, 0, 2, 3}, ov_tm_fill_in_weight, "\tEliminating v1", ""}); // 4.5 against 4
+  cases.push_back({cycle_of_four(), {1, 0, 3, 2}, ov_tm_fill_in_weight, "\tEliminating v0", ""}); // 3 against 3
+  cases.push_back({cycle_of_four(),
+                   {2, 2, 2, 2},
+                   ov_tm_fill_in_size,
+                   "\tEliminating v0",
+                   "\n    Using minimum fill-in size heuristic for triangulation:\n\n"});
+  cases.push_back({cycle_of_four(),
+                   {2, 2, 2, 2},
+                   ov_tm_fill_in_size,
+                   "\tEliminating v0",
+                   "\nFound triangulation of prime component of cost 16\n"});
+  cases.push_back({two, {3, 0}, ov_tm_clique_size, "", "This component is a clique of cost 9\n"});
+  cases.push_back(
+      {two, {3, 0}, ov_tm_clique_size, "", "\n\nTotal cost of triangulation for all prime components is 9\n"});
+  cases.push_back({three, {2, 0, 0}, ov_tm_clique_weight, "", "This component is a clique of cost 12\n"});
+  for (const Case &c : cases) {
+    GraphDomain graph(c.m, c.states);
     LogCapture log(graph.domain);
-    ASSERT_EQ(triangulate_graph(graph.domain, method), ov_error_none);
-    EXPECT_EQ(tab_lines(log.text()),
-              (std::vector<std::string>{"\tEliminating v0", "\tCreating fill-in between v1 and v3", "\tEliminating v1",
-                                        "\tEliminating v2", "\tEliminating v3"}));
-    EXPECT_NE(log.text().find("\nTriangulating prime component with 4 members:\n    v0, v1, v2, v3\n"),
-              std::string::npos);
+    ASSERT_EQ(triangulate_graph(graph.domain, c.method), ov_error_none);
+    std::vector<std::string> lines = tab_lines(log.text());
+    EXPECT_EQ(lines.empty() ? "" : lines[0], c.first_line);
+    EXPECT_NE(log.text().find(c.logged), std::string::npos) << c.logged;
+    if (c.states == std::vector<std::uint32_t>{2, 2, 2, 2}) {
+      EXPECT_EQ(lines, (std::vector<std::string>{"\tEliminating v0", "\tCreating fill-in between v1 and v3",
+                                                 "\tEliminating v1", "\tEliminating v2", "\tEliminating v3"}));
+    }
   }
-}
-
-TEST(Greedy, ContinuousNodeWeighsOneAndAHalf) {
-  // Cycle v0-v1-v2-v3 with v1 continuous. Eliminating v0 or v2 costs
-  // w(v1) * w(v3), eliminating v1 or v3 costs w(v0) * w(v2).
-  {
-    GraphDomain graph(cycle_of_four(), {2, 0, 2, 3}); // 4.5 against 4
-    LogCapture log(graph.domain);
-    ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_fill_in_weight), ov_error_none);
-    EXPECT_EQ(tab_lines(log.text())[0], "\tEliminating v1");
-  }
-  {
-    GraphDomain graph(cycle_of_four(), {1, 0, 3, 2}); // 3 against 3: the earliest
-    LogCapture log(graph.domain);
-    ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_fill_in_weight), ov_error_none);
-    EXPECT_EQ(tab_lines(log.text())[0], "\tEliminating v0");
-  }
-}
-
-TEST(Greedy, CompleteComponentsAreNotEliminated) {
-  Matrix m(2, std::vector<bool>(2, true));
-  {
-    GraphDomain graph(m, {3, 0}); // one continuous node: factor 3
-    LogCapture log(graph.domain);
-    ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_clique_size), ov_error_none);
-    std::string text = log.text();
-    EXPECT_NE(text.find("This component is a clique of cost 9\n"), std::string::npos);
-    EXPECT_TRUE(tab_lines(text).empty());
-    EXPECT_NE(text.find("\n\nTotal cost of triangulation for all prime components is 9\n"), std::string::npos);
-  }
-  Matrix three(3, std::vector<bool>(3, true));
-  GraphDomain graph(three, {2, 0, 0}); // two continuous nodes: factor 6
-  LogCapture log(graph.domain);
-  ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_clique_weight), ov_error_none);
-  EXPECT_NE(log.text().find("This component is a clique of cost 12\n"), std::string::npos);
-}
-
-TEST(Greedy, CostOfPrimeComponentIsLogged) {
-  GraphDomain graph(cycle_of_four(), {2, 2, 2, 2});
-  LogCapture log(graph.domain);
-  ASSERT_EQ(triangulate_graph(graph.domain, ov_tm_fill_in_size), ov_error_none);
-  std::string text = log.text();
-  EXPECT_NE(text.find("\n    Using minimum fill-in size heuristic for triangulation:\n\n"), std::string::npos);
-  EXPECT_NE(text.find("\nFound triangulation of prime component of cost 16\n"), std::string::npos);
-  EXPECT_NE(text.find("\n\nElimination sequence:\n\n    v"), std::string::npos);
 }
 
 // Elimination of the moral graph along an order, recording the fill-ins:
@@ -456,7 +465,7 @@ std::vector<std::string> reference_fill_ins(Domain *domain, const std::vector<No
 }
 
 TEST(TriangulateWithOrder, FillInsOfTheOrder) {
-  ov_domain_t domain = build_domain(read_net_structure(shared_network("asia.net")));
+  ov_domain_t domain = parse_shared("asia.net");
   std::vector<Node *> order;
   for (const char *name : {"either", "smoke", "asia", "xray", "tub", "lung", "bronc", "dysp"})
     order.push_back(domain_find_node(domain, name));
@@ -484,46 +493,26 @@ TEST(TriangulateWithOrder, FillInsOfTheOrder) {
   ov_domain_delete(domain);
 }
 
-TEST(TriangulateWithOrder, BadOrders) {
-  ov_domain_t domain = ov_new_domain();
-  Node *a = add_node(domain, "A", 2);
-  Node *b = add_node(domain, "B", 2);
-  Node *u = add_node(domain, "U", 0, ov_category_utility);
-  add_arc(a, b);
-  add_arc(b, u);
-  ov_domain_t other = ov_new_domain();
-  Node *stranger = add_node(other, "S", 2);
-
-  Node *missing[] = {a, nullptr};
-  EXPECT_EQ(ov_domain_triangulate_with_order(domain, missing), ov_error_enumeration);
-  EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
-  EXPECT_EQ(ov_domain_get_elimination_order(domain), nullptr);
-  EXPECT_EQ(ov_error_code(), ov_error_usage);
-  Node *twice[] = {a, a, nullptr};
-  EXPECT_EQ(ov_domain_triangulate_with_order(domain, twice), ov_error_enumeration);
-  Node *utility[] = {a, b, u, nullptr};
-  EXPECT_EQ(ov_domain_triangulate_with_order(domain, utility), ov_error_enumeration);
-  Node *foreign[] = {stranger, a, b, nullptr};
-  EXPECT_EQ(ov_domain_triangulate_with_order(domain, foreign), ov_error_usage);
-  EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
-  Node *good[] = {b, a, nullptr};
-  EXPECT_EQ(ov_domain_triangulate_with_order(domain, good), ov_error_none);
-  EXPECT_EQ(ov_domain_triangulate_with_order(domain, good), ov_error_usage);
-  EXPECT_EQ(u->elimination_number, 3u);
-  EXPECT_EQ(b->elimination_number, 2u);
-  ov_domain_delete(other);
-  ov_domain_delete(domain);
-}
-
-TEST(TriangulateWithOrder, LevelsMayNotRise) {
+TEST(TriangulateWithOrder, LevelsMayNotRiseAndUtilitiesComeLast) {
   ov_domain_t domain = ov_new_domain();
   Node *a = add_node(domain, "A", 2);
   Node *x = add_node(domain, "X", 0, ov_category_chance, ov_kind_continuous);
   add_arc(a, x);
   Node *discrete_first[] = {a, x, nullptr};
   EXPECT_EQ(ov_domain_triangulate_with_order(domain, discrete_first), ov_error_enumeration);
+  EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
   Node *continuous_first[] = {x, a, nullptr};
   EXPECT_EQ(ov_domain_triangulate_with_order(domain, continuous_first), ov_error_none);
+  ov_domain_delete(domain);
+  // Utility nodes are numbered after the order.
+  domain = ov_new_domain();
+  Node *b = add_node(domain, "B", 2), *c = add_node(domain, "C", 2), *u = add_node(domain, "U", 0, ov_category_utility);
+  add_arc(b, c);
+  add_arc(c, u);
+  Node *order[] = {c, b, nullptr};
+  EXPECT_EQ(ov_domain_triangulate_with_order(domain, order), ov_error_none);
+  EXPECT_EQ(u->elimination_number, 3u);
+  EXPECT_EQ(c->elimination_number, 2u);
   ov_domain_delete(domain);
 }
 
@@ -534,7 +523,7 @@ TEST(EliminationOrder, FromHeuristicAndUncompile) {
   EXPECT_EQ(none[0], nullptr);
   ov_domain_delete(empty);
 
-  ov_domain_t domain = build_domain(read_net_structure(shared_network("child.net")));
+  ov_domain_t domain = parse_shared("child.net");
   EXPECT_EQ(ov_domain_get_elimination_order(domain), nullptr);
   ASSERT_EQ(ov_domain_triangulate(domain, ov_tm_fill_in_weight), ov_error_none);
   ov_node_t *order = ov_domain_get_elimination_order(domain);
@@ -549,11 +538,11 @@ TEST(EliminationOrder, FromHeuristicAndUncompile) {
   EXPECT_EQ(order[n], nullptr);
   EXPECT_EQ(seen.size(), n);
   EXPECT_EQ(ov_domain_get_elimination_order(domain), order);
-  EXPECT_FALSE(domain->forest->cliques.empty());
+  EXPECT_NE(ov_domain_get_first_clique(domain), nullptr);
   // Uncompiling a triangulated domain forgets the triangulation.
   EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
-  EXPECT_TRUE(domain->forest->cliques.empty());
+  EXPECT_EQ(ov_domain_get_first_clique(domain), nullptr);
   for (auto &node : domain->nodes) {
     EXPECT_TRUE(node->neighbours.empty());
     EXPECT_EQ(node->level, 0u);

@@ -244,35 +244,4 @@ TEST_F(RoundTrip, TextIsStableForAnyNumbers) {
   }
 }
 
-TEST_F(RoundTrip, ThePrintedFormsOfTheTextRules) {
-  for (const char *text : {"2 ^ 3 ^ 4", "(2 ^ 3) ^ 4", "a - (b - c)", "a - (-1)", "-a * b", "(-a) * b",
-                           "if (A < 1, \"x\\ty\", Normal)", "A - B - C"}) {
-    ov_node_t extra[3] = {nullptr, nullptr, nullptr};
-    const char *names[3] = {"a", "b", "c"};
-    for (int i = 0; i < 3; ++i) {
-      extra[i] = ov_domain_get_node_by_name(domain, names[i]);
-      if (extra[i] == nullptr) {
-        extra[i] = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-        ov_node_set_name(extra[i], names[i]);
-      }
-    }
-    ov_expression_t e = ov_domain_string_to_expression(domain, text, nullptr, nullptr);
-    ASSERT_NE(e, nullptr) << text;
-    EXPECT_EQ(text_of(e), text);
-    ov_expression_delete(e);
-  }
-  ov_expression_t a = ov_domain_string_to_expression(domain, "(A - B) - C", nullptr, nullptr);
-  EXPECT_EQ(text_of(a), "A - B - C");
-  ov_expression_delete(a);
-  for (double value : {0.1234567, -0.1234567}) {
-    ov_expression_t n = ov_number_make_expression(value);
-    std::string text = text_of(n);
-    EXPECT_EQ(text, value > 0 ? "0.123457" : "-0.123457");
-    ov_expression_t back = ov_domain_string_to_expression(domain, text.c_str(), nullptr, nullptr);
-    EXPECT_EQ(ov_expression_get_number(back), value > 0 ? 0.123457 : -0.123457);
-    ov_expression_delete(n);
-    ov_expression_delete(back);
-  }
-}
-
 } // namespace

@@ -1,9 +1,9 @@
-// The NET writer: domains and classes built through the public calls are
-// written and compared byte for byte with files written by hand; failing
-// streams, file names and the order of a collection.
+// The NET writer: files written by hand are read and written back byte for
+// byte, classes built through the public calls are written and compared
+// with them; name repair, failing streams, file names and the order of a
+// collection.
 #include <gtest/gtest.h>
 
-#include <cfloat>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -11,9 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "expr/model.h"
 #include "io/net_writer.h"
-#include "model/chain_component.h"
 #include "model/domain.h"
 #include "oo/class.h"
 #include "orvel.h"
@@ -69,217 +67,20 @@ void set_data(ov_node_t node, std::vector<float> values) {
   for (std::size_t i = 0; i < values.size(); ++i) data[i] = values[i];
 }
 
-// The names of a table's nodes, for checking the order the tables take.
-std::string table_order(ov_node_t node) {
-  std::string names;
-  for (ov_node_t *p = ov_table_get_nodes(ov_node_get_table(node)); *p != nullptr; ++p)
-    names += std::string(ov_node_get_name(*p)) + " ";
-  return names;
-}
+// ---------------------------------------------------------------- golden files
 
-// A learning table (experience or fading) over the parents of a node.
-ov_table_t learning_table(ov_node_t node, std::int32_t kind, std::vector<float> values) {
-  orvel::NodeList parents;
-  for (ov_node_t *p = ov_table_get_nodes(ov_node_get_table(node)); *p != nullptr; ++p)
-    if (*p != node) parents.push_back(*p);
-  orvel::Table *table = orvel::table_new(node->home, parents.data(), kind, orvel::role_plain, false, true);
-  EXPECT_NE(table, nullptr);
-  table->owner = node;
-  EXPECT_EQ(table->size, values.size());
-  for (std::size_t i = 0; i < values.size(); ++i) table->data[i] = values[i];
-  (kind == ov_table_kind_experience ? node->experience_table : node->fading_table) = table;
-  return table;
-}
-
-ov_expression_t parse_expression(ov_domain_t domain, const char *text) {
-  ov_expression_t expression = ov_domain_string_to_expression(domain, text, nullptr, nullptr);
-  EXPECT_NE(expression, nullptr) << text;
-  return expression;
-}
-
-// ---------------------------------------------------------------- a domain of every sort of node
-
-// The nodes are made newest first, so that the list (newest first) holds
-// them in the order of the file.
-class DomainGolden : public ::testing::Test {
-protected:
-  void SetUp() override {
-    d = ov_new_domain();
-    const char *order[] = {"M2", "M", "E", "U0", "U", "D0", "D", "C", "K", "I", "N", "B", "A"};
-    for (const char *name : order) {
-      ov_category_t category = name[0] == 'U'   ? ov_category_utility
-                               : name[0] == 'D' ? ov_category_decision
-                                                : ov_category_chance;
-      named(d, name, category);
-    }
+// Files written by hand hold every sort of node, attribute and table: a
+// domain with labels, subtypes, state values, positions, learning tables
+// and models, CG tables, small table shapes and a chain potential. Read and
+// written again, each comes back byte for byte.
+TEST(NetWriter, GoldenFilesWriteBackUnchanged) {
+  for (const char *name : {"domain.net", "cg.net", "shapes.net", "chain.net"}) {
+    SCOPED_TRACE(name);
+    ov_domain_t d = ov_net_parse_domain((std::string(ORVEL_TEST_DATA) + "/net_out/" + name).c_str(), nullptr, nullptr);
+    ASSERT_NE(d, nullptr) << ov_error_name(ov_error_code());
+    EXPECT_EQ(written(d), expected(name));
+    ov_domain_delete(d);
   }
-  void TearDown() override { ov_domain_delete(d); }
-  ov_node_t n(const char *name) { return ov_domain_get_node_by_name(d, name); }
-
-  ov_domain_t d = nullptr;
-};
-
-TEST_F(DomainGolden, EveryCategoryKindAndSubtype) {
-  ASSERT_EQ(ov_domain_set_node_size(d, 100, 50), ov_error_none);
-  ASSERT_EQ(ov_domain_set_attribute(d, "first", "tab\there \"q\" back\\slash\r\n"), ov_error_none);
-  ASSERT_EQ(ov_domain_set_attribute(d, "second",
-                                    "\x01"
-                                    "7 and \x01x and \x7f"),
-            ov_error_none);
-
-  // A: labelled states, a label with a quote, a position, an attribute.
-  set_states(n("A"), {"yes", "no"});
-  ASSERT_EQ(ov_node_set_label(n("A"), "Node \"A\""), ov_error_none);
-  ASSERT_EQ(ov_node_set_position(n("A"), 10, -20), ov_error_none);
-  ASSERT_EQ(ov_node_set_attribute(n("A"), "note", "x\\y"), ov_error_none);
-  set_data(n("A"), {0.25f, 0.75f});
-  // B: boolean without labels.
-  set_states(n("B"), {nullptr, nullptr});
-  ASSERT_EQ(ov_node_set_subtype(n("B"), ov_subtype_boolean), ov_error_none);
-  ASSERT_EQ(ov_node_set_position(n("B"), 0, 5), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(n("B"), n("A")), ov_error_none);
-  set_data(n("B"), {0.1f, 0.9f, 0.123456789f, 0.876543211f});
-  // N: numbered, without labels.
-  set_states(n("N"), {nullptr, nullptr, nullptr});
-  ASSERT_EQ(ov_node_set_subtype(n("N"), ov_subtype_number), ov_error_none);
-  const double numbers[] = {0.0, 1.5, 123456789.0};
-  for (int i = 0; i < 3; ++i) ASSERT_EQ(ov_node_set_state_value(n("N"), i, numbers[i]), ov_error_none);
-  set_data(n("N"), {1e-05f, 0.5f, 0.49999f});
-  // I: interval from the lowest to the highest double.
-  set_states(n("I"), {nullptr, nullptr});
-  ASSERT_EQ(ov_node_set_subtype(n("I"), ov_subtype_interval), ov_error_none);
-  ASSERT_EQ(ov_node_set_state_value(n("I"), 0, -DBL_MAX), ov_error_none);
-  ASSERT_EQ(ov_node_set_state_value(n("I"), 1, 0.0), ov_error_none);
-  ASSERT_EQ(ov_node_set_state_value(n("I"), 2, DBL_MAX), ov_error_none);
-  set_data(n("I"), {0.5f, 0.5f});
-  // K: states without labels; its parents show every kind of state text.
-  set_states(n("K"), {nullptr, nullptr});
-  ASSERT_EQ(ov_node_add_parent(n("K"), n("I")), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(n("K"), n("B")), ov_error_none);
-  ASSERT_EQ(table_order(n("K")), "B I K ");
-  set_data(n("K"), {1, 0, 0.5f, 0.5f, 0, 1, 0.2f, 0.8f});
-  // C: three discrete parents, with experience and fading tables.
-  set_states(n("C"), {"c1", "c2"});
-  ASSERT_EQ(ov_node_add_parent(n("C"), n("N")), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(n("C"), n("A")), ov_error_none);
-  ASSERT_EQ(table_order(n("C")), "A N C ");
-  set_data(n("C"), {0.1f, 0.9f, 0.2f, 0.8f, 0.3f, 0.7f, 0.4f, 0.6f, 0.5f, 0.5f, 0.6f, 0.4f});
-  learning_table(n("C"), ov_table_kind_experience, {1, 2, 3, 4, 5, 6});
-  learning_table(n("C"), ov_table_kind_fading, {1, 1, 1, 0.5f, 0.5f, 0.5f});
-  // Decisions, with and without parents.
-  set_states(n("D"), {"go", "stay"});
-  ASSERT_EQ(ov_node_add_parent(n("D"), n("A")), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(n("D"), n("B")), ov_error_none);
-  set_states(n("D0"), {"on", "off"});
-  ASSERT_EQ(ov_node_set_position(n("D0"), -3, 0), ov_error_none);
-  // Utilities: over a decision and a chance node, and over nothing.
-  ASSERT_EQ(ov_node_add_parent(n("U"), n("D")), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(n("U"), n("A")), ov_error_none);
-  ASSERT_EQ(table_order(n("U")), "A D ");
-  set_data(n("U"), {10, -5, 0, 2.5f});
-  set_data(n("U0"), {42});
-  // E: a chance node without a table.
-  ASSERT_EQ(ov_node_add_parent(n("E"), n("A")), ov_error_none);
-  // M: a stale model over A, so no data; M2: a model without model nodes
-  // whose table is current, and more samples per interval.
-  set_states(n("M"), {"m1", "m2"});
-  ASSERT_EQ(ov_node_add_parent(n("M"), n("A")), ov_error_none);
-  ov_node_t model_nodes[] = {n("A"), nullptr};
-  ov_model_t model = ov_node_new_model(n("M"), model_nodes);
-  ASSERT_NE(model, nullptr);
-  ASSERT_EQ(ov_model_set_expression(model, 0, parse_expression(d, "Distribution(0.2, 0.8)")), ov_error_none);
-  ASSERT_EQ(ov_model_set_expression(model, 1, parse_expression(d, "Distribution(1, 0)")), ov_error_none);
-  set_states(n("M2"), {"lo", "hi"});
-  ASSERT_EQ(ov_node_add_parent(n("M2"), n("N")), ov_error_none);
-  ov_node_t no_nodes[] = {nullptr};
-  ov_model_t model2 = ov_node_new_model(n("M2"), no_nodes);
-  ASSERT_NE(model2, nullptr);
-  ASSERT_EQ(
-      ov_model_set_expression(model2, 0, parse_expression(d, "if(N < 1, Distribution(1, 0), Distribution(0, 1))")),
-      ov_error_none);
-  ASSERT_EQ(ov_model_set_number_of_samples_per_interval(model2, 50), ov_error_none);
-  set_data(n("M2"), {1, 0, 0, 1, 0, 1});
-  model2->table_is_stale = 0; // as if generated
-
-  EXPECT_EQ(written(d), expected("domain.net"));
-}
-
-// Conditional Gaussian tables (a domain with continuous nodes has no
-// decisions or utilities).
-TEST(NetWriter, ConditionalGaussianTables) {
-  ov_domain_t d = ov_new_domain();
-  auto n = [&](const char *name) { return ov_domain_get_node_by_name(d, name); };
-  for (const char *name : {"Y", "Z", "X"}) named(d, name, ov_category_chance, ov_kind_continuous);
-  set_states(named(d, "B"), {"b0", "b1"});
-  set_states(named(d, "A"), {"yes", "no"});
-  set_data(n("A"), {0.5f, 0.5f});
-  set_data(n("B"), {0.5f, 0.5f});
-  // X: continuous with a discrete parent; Y with a discrete and two
-  // continuous parents.
-  ASSERT_EQ(ov_node_add_parent(n("X"), n("A")), ov_error_none);
-  ASSERT_EQ(ov_node_set_alpha(n("X"), 1.5, 0), ov_error_none);
-  ASSERT_EQ(ov_node_set_gamma(n("X"), 2, 0), ov_error_none);
-  ASSERT_EQ(ov_node_set_alpha(n("X"), 0, 1), ov_error_none);
-  ASSERT_EQ(ov_node_set_gamma(n("X"), 0.25, 1), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(n("Y"), n("B")), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(n("Y"), n("X")), ov_error_none);
-  ov_node_t Z = n("Z");
-  ASSERT_EQ(ov_node_add_parent(n("Y"), Z), ov_error_none);
-  ASSERT_EQ(table_order(n("Y")), "B Y X Z ");
-  ASSERT_EQ(ov_node_set_alpha(n("Y"), -2, 0), ov_error_none);
-  ASSERT_EQ(ov_node_set_beta(n("Y"), -1, n("X"), 0), ov_error_none);
-  ASSERT_EQ(ov_node_set_beta(n("Y"), 2.5, Z, 0), ov_error_none);
-  ASSERT_EQ(ov_node_set_gamma(n("Y"), 1, 0), ov_error_none);
-  ASSERT_EQ(ov_node_set_beta(n("Y"), -0.5, n("X"), 1), ov_error_none);
-  ASSERT_EQ(ov_node_set_beta(n("Y"), 1, Z, 1), ov_error_none);
-  ASSERT_EQ(ov_node_set_gamma(n("Y"), 3, 1), ov_error_none);
-  ASSERT_EQ(ov_node_set_gamma(Z, 1, 0), ov_error_none);
-  EXPECT_EQ(written(d), expected("cg.net"));
-  ov_domain_delete(d);
-}
-
-// ---------------------------------------------------------------- small tables
-
-TEST(NetWriter, TableShapes) {
-  ov_domain_t d = ov_new_domain();
-  // A continuous node with no parents: a bare normal; a probability table
-  // over one node: flat, and over a node of one state and its parent.
-  ov_node_t w = named(d, "W", ov_category_chance, ov_kind_continuous);
-  ASSERT_EQ(ov_node_set_gamma(w, 0.5, 0), ov_error_none);
-  ov_node_t p = named(d, "P");
-  set_states(p, {"only"});
-  set_data(p, {1});
-  ov_node_t q = named(d, "Q");
-  set_states(q, {"a", "b", "c"});
-  ASSERT_EQ(ov_node_add_parent(q, p), ov_error_none);
-  set_data(q, {0.2f, 0.3f, 0.5f});
-  EXPECT_EQ(written(d), expected("shapes.net"));
-  ov_domain_delete(d);
-}
-
-// Undirected links: one chain potential over two children and a parent.
-TEST(NetWriter, ChainPotential) {
-  ov_domain_t d = ov_new_domain();
-  ov_node_t r = named(d, "R"), q = named(d, "Q"), p = named(d, "P");
-  set_states(p, {"p0", "p1"});
-  set_states(q, {"q0", "q1"});
-  set_states(r, {"r0", "r1"});
-  ASSERT_EQ(ov_node_add_parent(q, p), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(r, p), ov_error_none);
-  set_data(p, {0.5f, 0.5f});
-  ov_node_t list[] = {p, q, r, nullptr};
-  orvel::Table *table = orvel::table_new(d, list, ov_table_kind_probability, orvel::role_plain, false, true);
-  ASSERT_NE(table, nullptr);
-  for (std::uint32_t i = 0; i < 8; ++i) table->data[i] = static_cast<float>(i + 1);
-  auto component = std::make_unique<orvel::ChainComponent>();
-  component->domain = d;
-  component->members.push_back(q);
-  component->members.push_back(r);
-  component->potentials.push_back(table);
-  q->chain_component = r->chain_component = component.get();
-  d->chain_components.push_back(std::move(component));
-  EXPECT_EQ(written(d), expected("chain.net"));
-  ov_domain_delete(d);
 }
 
 // Names that a file cannot hold are repaired before a domain is written.
@@ -315,7 +116,6 @@ TEST(NetWriter, FailingStreamsGiveIo) {
     EXPECT_EQ(ov_domain_write_net(d, full), ov_error_io);
     std::fclose(full);
   }
-  EXPECT_EQ(ov_domain_write_net(d, nullptr), ov_error_usage);
   EXPECT_EQ(ov_domain_save_as_net(d, "/nonexistent-dir/x.net"), ov_error_io);
   EXPECT_EQ(ov_domain_get_file_name(d), nullptr);
   ov_domain_delete(d);
@@ -412,8 +212,7 @@ TEST_F(ClassGolden, CollectionInInstanceOrder) {
   std::remove(path.c_str());
 }
 
-TEST_F(ClassGolden, EmptyCollectionAndBadFile) {
-  EXPECT_EQ(ov_cc_save_as_net(cc, "unused.net"), ov_error_usage);
+TEST_F(ClassGolden, BadFileKeepsNoName) {
   ov_class_t c = make_class("C");
   EXPECT_EQ(ov_cc_save_as_net(cc, "/nonexistent-dir/c.net"), ov_error_io);
   EXPECT_EQ(ov_class_get_file_name(c), nullptr);

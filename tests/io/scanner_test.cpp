@@ -1,13 +1,16 @@
-// The scanner: token tables, names, numbers, strings, comments, push-back,
-// messages with their locations, and the format probe.
+// The scanner: token sequences with their messages and codes against a
+// golden file, what needs a stream, push-back, message names and the
+// format probe.
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "api/error.h"
+#include "golden_rows.h"
 #include "io/scanner.h"
 
 namespace orvel {
@@ -44,9 +47,71 @@ std::vector<int> tokens_of(ParseContext &ctx, int limit = 64) {
   return tokens;
 }
 
-std::vector<int> expression_tokens(const char *text) {
-  ParseContext ctx(text, scan_expression_token);
-  return tokens_of(ctx);
+// A token as the golden file writes it.
+std::string token_text(const ParseContext &ctx, int token) {
+  switch (token) {
+  case tok_name: return std::string("name:") + ctx.text.get();
+  case tok_dotted_name: return std::string("dotted:") + ctx.text.get();
+  case tok_eof: return "eof";
+  case tok_error: return "error";
+  case tok_eq: return "==";
+  case tok_ne: return "!=";
+  case tok_lt: return "<";
+  case tok_gt: return ">";
+  case tok_le: return "<=";
+  case tok_ge: return ">=";
+  case tok_number: {
+    std::ostringstream number;
+    number << "number:" << ctx.number;
+    return number.str();
+  }
+  case tok_string: {
+    std::string text = "string:\"";
+    for (const char *c = ctx.text.get(); *c != '\0'; ++c) {
+      const auto u = static_cast<unsigned char>(*c);
+      if (u < 32 || u >= 127 || u == '"' || u == '\\') {
+        char hex[8];
+        std::snprintf(hex, sizeof hex, "<%02x>", u);
+        text += hex;
+      } else {
+        text += *c;
+      }
+    }
+    return text + "\"";
+  }
+  default: return std::string(1, static_cast<char>(token));
+  }
+}
+
+// Each row of tests/data/scanner_tokens.tsv: the token function (net,
+// expr, data), the input, the tokens up to the end or an error, the
+// messages ("location: message", joined by " | ") and the error code.
+TEST(ScannerGolden, TokensMessagesAndCodes) {
+  const auto rows = test::golden_rows("scanner_tokens.tsv");
+  ASSERT_GE(rows.size(), 30u);
+  for (const auto &row : rows) {
+    ASSERT_EQ(row.size(), 5u) << row[0];
+    SCOPED_TRACE(row[1]);
+    TokenFunction function = row[0] == "net"    ? scan_net_token
+                             : row[0] == "expr" ? scan_expression_token
+                                                : scan_data_token;
+    set_error(ov_error_none);
+    Messages messages;
+    ParseContext ctx(row[1].c_str(), function);
+    messages.attach(ctx);
+    std::string tokens;
+    for (int i = 0; i < 64; ++i) {
+      const int token = function(&ctx);
+      tokens += (tokens.empty() ? "" : " ") + token_text(ctx, token);
+      if (token == tok_eof || token == tok_error) break;
+    }
+    std::string said;
+    for (const auto &[location, message] : messages.list)
+      said += (said.empty() ? "" : " | ") + std::to_string(location) + ": " + message;
+    EXPECT_EQ(tokens, row[2]);
+    EXPECT_EQ(said, row[3]);
+    EXPECT_EQ(ov_error_name(ov_error_code()), row[4]);
+  }
 }
 
 // ---------------------------------------------------------------- tables
@@ -77,50 +142,7 @@ TEST(TokenTables, EachFunctionAcceptsItsOwnCharacters) {
   }
 }
 
-TEST(TokenTables, UnexpectedCharacterIsReportedWithTheCharacter) {
-  Messages messages;
-  ParseContext ctx("  @", scan_net_token);
-  messages.attach(ctx);
-  EXPECT_EQ(scan_net_token(&ctx), tok_error);
-  EXPECT_EQ(ov_error_code(), ov_error_parse);
-  ASSERT_EQ(messages.list.size(), 1u);
-  EXPECT_EQ(messages.list[0].second, "unexpected character: `@'");
-  EXPECT_EQ(messages.list[0].first, 3u); // bytes consumed, not a line
-  EXPECT_EQ(ctx.error_count, 1u);
-}
-
-TEST(TokenTables, SignsAreNumbersInNetAndTokensInExpressions) {
-  ParseContext net("-1.5 +2", scan_net_token);
-  EXPECT_EQ(scan_net_token(&net), tok_number);
-  EXPECT_EQ(net.number, -1.5);
-  EXPECT_EQ(scan_net_token(&net), tok_number);
-  EXPECT_EQ(net.number, 2.0);
-  EXPECT_EQ(expression_tokens("-1.5"), (std::vector<int>{'-', tok_number, tok_eof}));
-  // '<', '>' and '!' are errors outside expressions.
-  ParseContext lt("<", scan_net_token);
-  EXPECT_EQ(scan_net_token(&lt), tok_error);
-}
-
 // ---------------------------------------------------------------- comparisons
-
-TEST(Comparisons, SpellingsGiveTheSameTokens) {
-  EXPECT_EQ(expression_tokens("= == != <> < > <= >="),
-            (std::vector<int>{tok_eq, tok_eq, tok_ne, tok_ne, tok_lt, tok_gt, tok_le, tok_ge, tok_eof}));
-  EXPECT_EQ(expression_tokens("a<b"), (std::vector<int>{tok_name, tok_lt, tok_name, tok_eof}));
-  EXPECT_EQ(expression_tokens("a>=-1"), (std::vector<int>{tok_name, tok_ge, '-', tok_number, tok_eof}));
-}
-
-TEST(Comparisons, BangWithoutEqualsIsAnError) {
-  for (const char *text : {"!x", "!"}) {
-    Messages messages;
-    ParseContext ctx(text, scan_expression_token);
-    messages.attach(ctx);
-    EXPECT_EQ(scan_expression_token(&ctx), tok_error);
-    EXPECT_EQ(ov_error_code(), ov_error_parse);
-    ASSERT_EQ(messages.list.size(), 1u);
-    EXPECT_EQ(messages.list[0].second, "`!' must be followed by `='");
-  }
-}
 
 TEST(Comparisons, OperatorAtTheEndOfAStringIsReadAgain) {
   // Putting back the end of input steps the cursor back over the operator.
@@ -147,29 +169,6 @@ TEST(Comparisons, OperatorAtTheEndOfAFileCannotPutBackTheEnd) {
 
 // ---------------------------------------------------------------- names
 
-TEST(Names, DottedNamesAndTheirErrors) {
-  ParseContext ctx("a.b.c _x1 y", scan_expression_token);
-  EXPECT_EQ(scan_expression_token(&ctx), tok_dotted_name);
-  EXPECT_STREQ(ctx.text.get(), "a.b.c");
-  EXPECT_EQ(scan_expression_token(&ctx), tok_name);
-  EXPECT_STREQ(ctx.text.get(), "_x1");
-  EXPECT_EQ(scan_expression_token(&ctx), tok_name);
-  EXPECT_STREQ(ctx.text.get(), "y");
-  EXPECT_EQ(scan_expression_token(&ctx), tok_eof);
-
-  for (const char *bad : {"a.", "a.1", "a..b", "a._b.", "a.b.2c"}) {
-    Messages messages;
-    ParseContext bad_ctx(bad, scan_net_token);
-    messages.attach(bad_ctx);
-    EXPECT_EQ(scan_net_token(&bad_ctx), tok_error) << bad;
-    EXPECT_EQ(ov_error_code(), ov_error_parse);
-    ASSERT_EQ(messages.list.size(), 1u);
-    EXPECT_EQ(messages.list[0].second, "`.' must be followed by a letter or a `_'");
-  }
-  ParseContext underscore("a._b", scan_net_token);
-  EXPECT_EQ(scan_net_token(&underscore), tok_dotted_name);
-}
-
 TEST(Names, HaveNoLengthLimit) {
   std::string name(100000, 'n');
   name += "_end";
@@ -179,54 +178,6 @@ TEST(Names, HaveNoLengthLimit) {
   EXPECT_EQ(std::string(ctx.text.get()), name);
   EXPECT_GE(ctx.text_capacity, name.size() + 1);
   EXPECT_EQ(scan_net_token(&ctx), '(');
-}
-
-TEST(Names, WordsOfTheDataGrammar) {
-  ParseContext ctx("a/b-c +1.5e2 -x . .5 - 12abc", scan_data_token);
-  EXPECT_EQ(scan_data_token(&ctx), tok_name);
-  EXPECT_STREQ(ctx.text.get(), "a/b-c");
-  EXPECT_EQ(scan_data_token(&ctx), tok_number);
-  EXPECT_EQ(ctx.number, 150.0);
-  EXPECT_EQ(scan_data_token(&ctx), tok_name);
-  EXPECT_STREQ(ctx.text.get(), "-x");
-  EXPECT_EQ(scan_data_token(&ctx), tok_name); // "." is no number
-  EXPECT_EQ(scan_data_token(&ctx), tok_number);
-  EXPECT_EQ(ctx.number, 0.5);
-  EXPECT_EQ(scan_data_token(&ctx), tok_name);   // "-" alone
-  EXPECT_EQ(scan_data_token(&ctx), tok_number); // a digit starts a number, not a word
-  EXPECT_EQ(ctx.number, 12.0);
-  EXPECT_EQ(scan_data_token(&ctx), tok_name);
-  EXPECT_STREQ(ctx.text.get(), "abc");
-  EXPECT_EQ(scan_data_token(&ctx), tok_eof);
-}
-
-// ---------------------------------------------------------------- numbers
-
-TEST(Numbers, FromAStringTheCursorMovesByWhatStrtodUsed) {
-  ParseContext ctx("1.5e3 1-2 7L 3e .", scan_expression_token);
-  EXPECT_EQ(scan_expression_token(&ctx), tok_number);
-  EXPECT_EQ(ctx.number, 1500.0);
-  // "1-2" is copied whole, but only "1" is a number.
-  EXPECT_EQ(scan_expression_token(&ctx), tok_number);
-  EXPECT_EQ(ctx.number, 1.0);
-  EXPECT_STREQ(ctx.text.get(), "1-2");
-  EXPECT_EQ(scan_expression_token(&ctx), '-');
-  EXPECT_EQ(scan_expression_token(&ctx), tok_number);
-  EXPECT_EQ(ctx.number, 2.0);
-  // 'L' is copied but never used.
-  EXPECT_EQ(scan_expression_token(&ctx), tok_number);
-  EXPECT_EQ(ctx.number, 7.0);
-  EXPECT_EQ(scan_expression_token(&ctx), tok_name);
-  EXPECT_STREQ(ctx.text.get(), "L");
-  EXPECT_EQ(scan_expression_token(&ctx), tok_number);
-  EXPECT_EQ(ctx.number, 3.0);
-  EXPECT_EQ(scan_expression_token(&ctx), tok_name);
-  EXPECT_STREQ(ctx.text.get(), "e");
-  // A lone dot is no number, and nothing is reported.
-  Messages messages;
-  messages.attach(ctx);
-  EXPECT_EQ(scan_expression_token(&ctx), tok_error);
-  EXPECT_TRUE(messages.list.empty());
 }
 
 TEST(Numbers, FromAFile) {
@@ -242,82 +193,6 @@ TEST(Numbers, FromAFile) {
 }
 
 // ---------------------------------------------------------------- strings
-
-TEST(Strings, EscapesAreResolved) {
-  ParseContext ctx(R"("a\"b\'c\?d\\e" "\a\b\f\n\r\t\v" "\x41\x4142\x7e!" "\101\1018\62z" "x\
-y")",
-                   scan_expression_token);
-  EXPECT_EQ(scan_expression_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "a\"b'c?d\\e");
-  EXPECT_EQ(scan_expression_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "\a\b\f\n\r\t\v");
-  // Hexadecimal digits without limit, kept as one byte.
-  EXPECT_EQ(scan_expression_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "AB~!");
-  // Up to three octal digits; a shorter escape puts back what ended it.
-  EXPECT_EQ(scan_expression_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "AA82z");
-  // A backslash before a line feed continues the string and counts the line.
-  EXPECT_EQ(scan_expression_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "xy");
-  EXPECT_EQ(ctx.line, 2u);
-  EXPECT_EQ(scan_expression_token(&ctx), tok_eof);
-}
-
-TEST(Strings, PercentInsideAStringIsOrdinary) {
-  ParseContext ctx("\"50% off\" % a comment\n\"x\"", scan_net_token);
-  EXPECT_EQ(scan_net_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "50% off");
-  EXPECT_EQ(scan_net_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "x");
-}
-
-TEST(Strings, Failures) {
-  struct Case {
-    const char *text;
-    const char *message; // null: no message
-    ov_error_t code;
-  };
-  const Case cases[] = {
-      {"\"abc", "string did not end", ov_error_parse},
-      {"\"ab\ncd\"", "string did not end", ov_error_parse},
-      {"\"ab\\", "string did not end", ov_error_parse},
-      {"\"a\\qb\"", "illegal escape sequence: `\\q'", ov_error_parse},
-      {"\"a\\x41", "could not unget character", ov_error_io},
-      {"\"a\\12", "could not unget character", ov_error_io},
-  };
-  for (const Case &c : cases) {
-    Messages messages;
-    ParseContext ctx(c.text, scan_net_token);
-    messages.attach(ctx);
-    EXPECT_EQ(scan_net_token(&ctx), tok_error) << c.text;
-    EXPECT_EQ(ov_error_code(), c.code) << c.text;
-    ASSERT_EQ(messages.list.size(), 1u) << c.text;
-    EXPECT_EQ(messages.list[0].second, c.message);
-  }
-  // "\x" without a hexadecimal digit: no message and no error code.
-  set_error(ov_error_none);
-  Messages messages;
-  ParseContext ctx("\"\\xg\"", scan_net_token);
-  messages.attach(ctx);
-  EXPECT_EQ(scan_net_token(&ctx), tok_error);
-  EXPECT_EQ(ov_error_code(), ov_error_none);
-  EXPECT_TRUE(messages.list.empty());
-}
-
-TEST(Strings, NullCharacterIsAWarningAndEndsTheString) {
-  Messages messages;
-  ParseContext ctx("\"ab\\0cd\" \"\\x100\"", scan_net_token);
-  messages.attach(ctx);
-  EXPECT_EQ(scan_net_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "ab");
-  EXPECT_EQ(ctx.text[3], 'c'); // stored, behind the terminator the caller sees
-  EXPECT_EQ(scan_net_token(&ctx), tok_string);
-  EXPECT_STREQ(ctx.text.get(), "");
-  ASSERT_EQ(messages.list.size(), 2u);
-  EXPECT_EQ(messages.list[0].second, "warning: null character in string");
-  EXPECT_EQ(ctx.error_count, 0u); // warnings are not counted
-}
 
 TEST(Strings, PlainNulByteInAFile) {
   std::string text("\"a\0b\"", 5);
@@ -353,16 +228,6 @@ TEST(Blanks, CommentsAndLines) {
   EXPECT_EQ(ctx.line, 3u);
   EXPECT_EQ(scan_net_token(&ctx), tok_eof);
   EXPECT_EQ(scan_net_token(&ctx), tok_eof);
-}
-
-TEST(Blanks, LocationOfAStringIsAByteCountEvenAcrossLines) {
-  Messages messages;
-  ParseContext ctx("a\nb\n  $", scan_expression_token);
-  messages.attach(ctx);
-  EXPECT_EQ(tokens_of(ctx), (std::vector<int>{tok_name, tok_name, tok_error}));
-  EXPECT_EQ(ctx.line, 3u);
-  ASSERT_EQ(messages.list.size(), 1u);
-  EXPECT_EQ(messages.list[0].first, 7u);
 }
 
 TEST(Blanks, LocationOfAFileIsTheLine) {

@@ -1,6 +1,5 @@
 // Simulation: frequencies of drawn states against the beliefs (chi-square
-// with a fixed seed), the probability of the drawn configuration, and the
-// argument rules.
+// with a fixed seed) and the probability of the drawn configuration.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -99,29 +98,6 @@ TEST(Simulation, UncompiledDrawsFromTheTables) {
     ASSERT_EQ(ov_domain_simulate(net.domain), ov_error_none);
     EXPECT_EQ(ov_node_get_sampled_state(net.nodes[i]), static_cast<ov_index_t>(net.states[i] - 1));
   }
-}
-
-TEST(Simulation, ArgumentRules) {
-  ov_domain_t domain = ov_new_domain();
-  ov_node_t a = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-  ov_node_set_number_of_states(a, 3);
-  EXPECT_EQ(ov_node_get_sampled_state(a), -1);
-  EXPECT_EQ(ov_error_code(), ov_error_usage);
-  EXPECT_EQ(ov_domain_get_probability_of_random_selection(domain), -1.0);
-  EXPECT_EQ(ov_error_code(), ov_error_not_compiled);
-  // A likelihood is no instantiation: refused before compilation.
-  ASSERT_EQ(ov_node_enter_finding(a, 1, 0.5f), ov_error_none);
-  EXPECT_EQ(ov_domain_simulate(domain), ov_error_usage);
-  EXPECT_EQ(ov_node_get_sampled_state(a), -1);
-  ASSERT_EQ(ov_domain_compile(domain), ov_error_none);
-  // Compiled: the evidence must be propagated first.
-  EXPECT_EQ(ov_domain_simulate(domain), ov_error_usage);
-  ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
-  EXPECT_EQ(ov_domain_simulate(domain), ov_error_none);
-  EXPECT_GE(ov_node_get_sampled_state(a), 0);
-  ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_max, ov_mode_normal), ov_error_none);
-  EXPECT_EQ(ov_domain_simulate(domain), ov_error_usage);
-  ov_domain_delete(domain);
 }
 
 } // namespace

@@ -21,27 +21,29 @@ namespace {
 using test::Net;
 
 TEST(ChooseWorkerCount, GrainArithmetic) {
+  // {level, outer items, cost per item, workers}: with the grain 10000 an
+  // item costing c makes g = ceil(10000 / c) items the least share.
+  const std::uint32_t cases[][4] = {
+      {4, 100, 1000, 4}, // g = 10, n = 10
+      {4, 7, 1000, 1},   // g = 10, n = 0
+      {4, 30, 1000, 3},  // n = 3, below the level
+      {4, 100, 3000, 4}, // g = 4, n = 25
+      {4, 7, 3000, 1},   // g = 4, n = 1
+      {4, 8, 3000, 2},   // g = 4, n = 2
+      {4, 1000, 20000, 4}, {1, 1000, 20000, 1},
+  };
   Net net;
-  Domain *d = net.domain;
-  d->grain_size = 10000;
-  d->concurrency_level = 4;
-  EXPECT_EQ(choose_worker_count(d, 100, 1000), 4u); // g = 10, n = 10
-  EXPECT_EQ(choose_worker_count(d, 7, 1000), 1u);   // g = 10, n = 0
-  for (std::uint32_t w = 0; w < 4; ++w) EXPECT_EQ(worker_item_count(100, 4, w), 25u);
-  EXPECT_EQ(choose_worker_count(d, 30, 1000), 3u);  // n = 3, below the level
-  EXPECT_EQ(choose_worker_count(d, 100, 3000), 4u); // g = ceil(10000 / 3000) = 4, n = 25
-  EXPECT_EQ(choose_worker_count(d, 7, 3000), 1u);   // g = 4, n = 1
-  EXPECT_EQ(choose_worker_count(d, 8, 3000), 2u);   // g = 4, n = 2
-  EXPECT_EQ(choose_worker_count(d, 1000, 20000), 4u);
-  d->concurrency_level = 1;
-  EXPECT_EQ(choose_worker_count(d, 1000, 20000), 1u);
-}
-
-TEST(WorkerSplit, TenItemsOverFourWorkers) {
-  EXPECT_EQ(worker_item_count(10, 4, 0), 3u);
-  EXPECT_EQ(worker_item_count(10, 4, 1), 3u);
-  EXPECT_EQ(worker_item_count(10, 4, 2), 2u);
-  EXPECT_EQ(worker_item_count(10, 4, 3), 2u);
+  net.domain->grain_size = 10000;
+  for (const auto &c : cases) {
+    net.domain->concurrency_level = c[0];
+    EXPECT_EQ(choose_worker_count(net.domain, c[1], c[2]), c[3]) << c[1] << " items of cost " << c[2];
+  }
+  // Shares differ by at most one, the larger first.
+  const std::uint32_t ten_over_four[] = {3, 3, 2, 2};
+  for (std::uint32_t w = 0; w < 4; ++w) {
+    EXPECT_EQ(worker_item_count(10, 4, w), ten_over_four[w]);
+    EXPECT_EQ(worker_item_count(100, 4, w), 25u);
+  }
 }
 
 // What the starters below saw, per worker block.

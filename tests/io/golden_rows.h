@@ -1,0 +1,41 @@
+// Rows of tab-separated golden files under tests/data/: one case a line,
+// '#' starts a comment line, and the fields know the escapes \n, \t and \\.
+#pragma once
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace orvel::test {
+
+inline std::string unescape(const std::string &field) {
+  std::string out;
+  for (std::size_t i = 0; i < field.size(); ++i) {
+    if (field[i] != '\\' || i + 1 == field.size()) {
+      out += field[i];
+      continue;
+    }
+    const char c = field[++i];
+    out += c == 'n' ? '\n' : c == 't' ? '\t' : c;
+  }
+  return out;
+}
+
+inline std::vector<std::vector<std::string>> golden_rows(const std::string &name) {
+  std::ifstream in(std::string(ORVEL_TEST_DATA "/") + name);
+  std::vector<std::vector<std::string>> rows;
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    std::vector<std::string> fields;
+    for (std::size_t start = 0;;) {
+      const std::size_t tab = line.find('\t', start);
+      fields.push_back(unescape(line.substr(start, tab - start)));
+      if (tab == std::string::npos) break;
+      start = tab + 1;
+    }
+    rows.push_back(std::move(fields));
+  }
+  return rows;
+}
+
+} // namespace orvel::test
