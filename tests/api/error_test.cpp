@@ -1,4 +1,4 @@
-// The error table, the per-thread error slot and the shape of the frame.
+// The error table and the per-thread error slot.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -72,19 +72,6 @@ TEST(ErrorSlot, SuccessfulCallResetsTheError) {
   EXPECT_EQ(ov_domain_get_grain_size(domain), 10000);
   EXPECT_EQ(ov_error_code(), ov_error_none);
   ov_domain_delete(domain);
-}
-
-TEST(Frame, FailureValuesOfEachResultKind) {
-  EXPECT_EQ(ov_domain_uncompile(nullptr), 1);
-  EXPECT_EQ(ov_domain_get_first_node(nullptr), nullptr);
-  EXPECT_EQ(ov_domain_get_grain_size(nullptr), -1);
-  EXPECT_EQ(ov_domain_is_compiled(nullptr), -1);
-  EXPECT_EQ(ov_domain_get_significance_level(nullptr), -1.0);
-  EXPECT_EQ(ov_node_get_category(nullptr), -1);
-  EXPECT_EQ(ov_node_get_kind(nullptr), 2);
-  EXPECT_EQ(ov_node_get_subtype(nullptr), 34);
-  EXPECT_EQ(ov_node_get_state_value(nullptr, 0), -1.0);
-  EXPECT_EQ(ov_error_code(), ov_error_usage);
 }
 
 TEST(Identification, CallsRecordNone) {
