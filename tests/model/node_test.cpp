@@ -69,19 +69,6 @@ TEST_F(Nodes, CreationDefaultsAndAccessors) {
   EXPECT_EQ(ov_node_get_user_data(c), &token);
 }
 
-TEST_F(Nodes, SourceListOfACloneMadeByHand) {
-  // No call of the interface makes a source list yet.
-  ov_node_t n = make(), master = make(), instance = make();
-  n->source = std::make_unique<orvel::NodeList>();
-  n->source->push_back(instance);
-  n->source->push_back(master);
-  ov_node_t *source = ov_node_get_source(n);
-  ASSERT_NE(source, nullptr);
-  EXPECT_EQ(source[0], instance);
-  EXPECT_EQ(source[1], master);
-  EXPECT_EQ(source[2], nullptr);
-}
-
 TEST_F(Nodes, CreationAndDeletionKeepInfluenceDiagramsApartFromContinuousNodes) {
   ov_node_t d = make(ov_category_decision), c = make();
   ASSERT_EQ(ov_node_add_parent(c, d), ov_error_none);

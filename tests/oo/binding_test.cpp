@@ -105,31 +105,16 @@ TEST_F(BindingTest, BindingsStayInLineWithTheInputs) {
 
 // ---------------------------------------------------------------- substitution
 
-class SubstituteTest : public OoTest {
-protected:
-  void SetUp() override {
-    OoTest::SetUp();
-    old_class = make_class("Old");
-    in_x = make_input(old_class, "x");
-    in_y = make_input(old_class, "y");
-    out_p = make_output(old_class, "p", {"lo", "hi"});
-    out_q = make_output(old_class, "q");
-    whole = make_class("Whole");
-    instance = ov_class_new_instance(whole, old_class);
-    actual_x = make_node(whole, "ax");
-    actual_y = make_node(whole, "ay");
-    ASSERT_EQ(ov_node_set_input(instance, in_x, actual_x), ov_error_none);
-    ASSERT_EQ(ov_node_set_input(instance, in_y, actual_y), ov_error_none);
-    clone_p = ov_node_get_output(instance, out_p);
-    clone_q = ov_node_get_output(instance, out_q);
-  }
-
-  ov_class_t old_class = nullptr, whole = nullptr;
-  ov_node_t in_x = nullptr, in_y = nullptr, out_p = nullptr, out_q = nullptr;
-  ov_node_t instance = nullptr, actual_x = nullptr, actual_y = nullptr, clone_p = nullptr, clone_q = nullptr;
-};
-
-TEST_F(SubstituteTest, MovesBindingsAndClonesByName) {
+TEST_F(BindingTest, SubstituteMovesBindingsAndClonesByName) {
+  ov_class_t old_class = make_class("Old"), whole = make_class("Whole");
+  ov_node_t in_x = make_input(old_class, "x"), in_y = make_input(old_class, "y");
+  ov_node_t out_p = make_output(old_class, "p", {"lo", "hi"});
+  ov_node_t out_q = make_output(old_class, "q");
+  ov_node_t instance = ov_class_new_instance(whole, old_class);
+  ov_node_t actual_x = make_node(whole, "ax"), actual_y = make_node(whole, "ay");
+  ASSERT_EQ(ov_node_set_input(instance, in_x, actual_x), ov_error_none);
+  ASSERT_EQ(ov_node_set_input(instance, in_y, actual_y), ov_error_none);
+  ov_node_t clone_p = ov_node_get_output(instance, out_p), clone_q = ov_node_get_output(instance, out_q);
   ov_class_t next = make_class("Next");
   ov_node_t extra_in = make_input(next, "extra");
   ov_node_t new_y = make_input(next, "y");

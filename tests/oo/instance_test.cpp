@@ -34,7 +34,8 @@ TEST_F(InstanceTest, OutputClonesStandForTheOutputs) {
   EXPECT_EQ(ov_node_get_output(instance, in), nullptr);
   ov_node_t speed_clone = ov_node_get_output(instance, speed);
   ov_node_t choice_clone = ov_node_get_output(instance, choice);
-  EXPECT_EQ(entries(instance->output_clones.data()), (std::vector<ov_node_t>{speed_clone, choice_clone})) << "in output order";
+  EXPECT_EQ(entries(instance->output_clones.data()), (std::vector<ov_node_t>{speed_clone, choice_clone}))
+      << "in output order";
   for (ov_node_t clone : {speed_clone, choice_clone}) {
     EXPECT_EQ(ov_node_get_home_class(clone), whole);
     EXPECT_EQ(ov_node_get_instance(clone), instance);
