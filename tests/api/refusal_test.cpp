@@ -376,6 +376,11 @@ const std::vector<Row> &rows() {
       REFUSE("mean of a discrete node", kCg, usage, failed, ov_node_set_alpha(w.n("A"), 1.0, 0)),
       // Compilation.
       REFUSE("compile an empty domain", kEmpty, usage, failed, ov_domain_compile(w.d)),
+      REFUSE_AFTER("compile once the last chance node went", kEmpty,
+          ov_node_delete(ov_domain_new_node(w.d, ov_category_chance, ov_kind_discrete)), usage, failed,
+          ov_domain_compile(w.d)),
+      REFUSE_AFTER("compile a domain of utilities", kEmpty, ov_domain_new_node(w.d, ov_category_utility, ov_kind_discrete),
+          usage, failed, ov_domain_compile(w.d)),
       REFUSE("triangulation method out of range", kAbc, usage, failed,
           ov_domain_triangulate(w.d, static_cast<ov_triangulation_method_t>(14))),
       REFUSE("total weight is no heuristic", kAbc, usage, failed, ov_domain_triangulate(w.d, ov_tm_total_weight)),

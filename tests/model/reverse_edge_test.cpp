@@ -325,6 +325,7 @@ TEST(ReverseEdge, RandomGaussianNetworksKeepTheirMoments) {
         const Table *table = node->table;
         EXPECT_EQ(table->cg_roles[0], cg_head);
         for (std::uint32_t i = 1; i < table->continuous_count; ++i) EXPECT_EQ(table->cg_roles[i], cg_tail);
+        for (Size i = 0; i < table->size; ++i) EXPECT_EQ(table->data[i], 1.0f) << "the weights of a Gaussian table";
       }
       std::size_t k = 0;
       for_each_assignment(switches, [&](const Assignment &s) { expect_same_moments(before[k++], moments(nodes, s)); });
