@@ -6,6 +6,7 @@
 #include <cfloat>
 #include <random>
 
+#include "expr/model.h"
 #include "oo/oo_fixture.h"
 
 namespace orvel::test {
@@ -69,10 +70,13 @@ TEST_F(InstanceTest, ClonesFollowTheirMasterAtEveryDepth) {
   ASSERT_EQ(ov_node_set_number_of_states(reader, 2), ov_error_none);
   ASSERT_EQ(ov_node_add_parent(reader, outer_clone), ov_error_none);
   ov_table_t table = ov_node_get_table(reader);
+  ov_model_t model = ov_node_new_model(reader, nullptr);
+  model->table_is_stale = 0;
 
   // The label array is made after the clones: they take it over.
   ASSERT_EQ(ov_node_set_state_label(out, 0, "only"), ov_error_none);
   ASSERT_EQ(ov_node_set_state_label(out, 0, "changed"), ov_error_none);
+  EXPECT_EQ(model->table_is_stale, 1) << "the change reaches the model of a child of a clone";
   ASSERT_EQ(ov_node_set_number_of_states(out, 4), ov_error_none);
   ASSERT_EQ(ov_node_set_subtype(out, ov_subtype_interval), ov_error_none);
   ASSERT_EQ(ov_node_set_state_value(out, 0, -5.0), ov_error_none);
@@ -98,6 +102,7 @@ TEST_F(InstanceTest, ClonesFollowTheirMasterAtEveryDepth) {
   EXPECT_EQ(node_count(outer), 2u);
   EXPECT_TRUE(outer_instance->output_clones.empty());
   EXPECT_EQ(entries(ov_class_get_outputs(middle)), (std::vector<ov_node_t>{}));
+  EXPECT_EQ(entries(ov_class_get_outputs(inner)), (std::vector<ov_node_t>{}));
   EXPECT_EQ(entries(ov_node_get_parents(reader)), (std::vector<ov_node_t>{}));
   EXPECT_EQ(ov_table_get_size(table), 2);
 }
