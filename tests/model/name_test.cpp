@@ -81,20 +81,6 @@ TEST_F(NodeNames, AutomaticNames) {
   EXPECT_EQ(ov_error_code(), ov_error_none);
 }
 
-TEST_F(NodeNames, CloneNameJoinsInstanceAndMaster) {
-  // Clones made by hand: their master and their instance have names.
-  ov_node_t master = chance(), instance = chance(), clone = chance(), clone2 = chance();
-  ov_node_set_name(master, "out");
-  ov_node_set_name(instance, "inst");
-  for (ov_node_t n : {clone, clone2}) {
-    n->master = master;
-    n->instance = instance;
-  }
-  EXPECT_STREQ(ov_node_get_name(clone), "inst_out");
-  EXPECT_STREQ(ov_node_get_name(clone2), "C4") << "the joined name is taken";
-  for (ov_node_t n : {clone, clone2}) n->master = n->instance = nullptr;
-}
-
 TEST_F(NodeNames, RepairMakesIdentifiersAndGrowsCollisions) {
   ov_node_t digit = chance(), space = chance(), dash = chance(), empty = chance(), taken = chance(), taken2 = chance(),
             unnamed = chance(), underscore = chance();

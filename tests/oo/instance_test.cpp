@@ -52,6 +52,11 @@ TEST_F(InstanceTest, OutputClonesStandForTheOutputs) {
   EXPECT_EQ(ov_node_set_name(instance, "engine"), ov_error_none);
   EXPECT_STREQ(ov_node_get_name(speed_clone), "engine_speed");
   EXPECT_EQ(ov_class_get_node_by_name(whole, "engine_speed"), speed_clone);
+  // When the joined name is taken a clone falls back to the numbered pattern.
+  make_node(whole, "second_speed");
+  ov_node_t second = ov_class_new_instance(whole, part);
+  ASSERT_EQ(ov_node_set_name(second, "second"), ov_error_none);
+  EXPECT_STREQ(ov_node_get_name(ov_node_get_output(second, speed)), "C7") << "the seventh node";
 }
 
 TEST_F(InstanceTest, ClonesFollowTheirMasterAtEveryDepth) {
