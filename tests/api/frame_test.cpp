@@ -50,13 +50,6 @@ TEST(Allocation, SaturatedSizeNeverReachesTheAllocator) {
   EXPECT_EQ(ov_error_code(), ov_error_no_memory);
 }
 
-TEST(Allocation, StringCopy) {
-  CString copy = string_copy("a name");
-  ASSERT_TRUE(copy);
-  EXPECT_STREQ(copy.get(), "a name");
-  EXPECT_EQ(ov_error_code(), ov_error_none);
-}
-
 TEST(LocaleGuard, SwitchesToCAndRestores) {
   const char *before = std::setlocale(LC_ALL, nullptr);
   std::string saved = before;
@@ -67,12 +60,6 @@ TEST(LocaleGuard, SwitchesToCAndRestores) {
     EXPECT_EQ(ov_error_code(), ov_error_none);
   }
   EXPECT_EQ(saved, std::setlocale(LC_ALL, nullptr));
-}
-
-TEST(Log, NullStreamIsANoOp) {
-  ov_domain_s domain;
-  EXPECT_EQ(log_printf(&domain, "%s\n", "nothing"), ov_error_none);
-  EXPECT_EQ(log_flush(&domain), ov_error_none);
 }
 
 TEST(Log, WritesFormattedTextAndReportsFailingWrites) {
@@ -99,7 +86,6 @@ TEST(Log, WritesFormattedTextAndReportsFailingWrites) {
 TEST(FormatCount, HugeAndTheRingOfEight) {
   ov_domain_s domain;
   EXPECT_STREQ(format_count(&domain, size_overflow), "HUGE");
-  EXPECT_EQ(domain.count_text_next, 0u) << "HUGE does not advance the ring";
   const char *first = format_count(&domain, 1);
   EXPECT_STREQ(first, "1");
   const char *texts[8];

@@ -19,6 +19,8 @@ struct DomainDeleter {
 };
 using DomainPtr = std::unique_ptr<ov_domain_s, DomainDeleter>;
 
+using Assignment = std::map<ov_node_t, std::uint32_t>;
+
 inline DomainPtr new_domain() { return DomainPtr(ov_new_domain()); }
 
 // A discrete chance node with `states` states.

@@ -63,8 +63,7 @@ protected:
   // The entries of a null-terminated array.
   template <class T> static std::vector<T> entries(T *list) {
     std::vector<T> out;
-    if (list != nullptr)
-      for (; *list != nullptr; ++list) out.push_back(*list);
+    for (; list != nullptr && *list != nullptr; ++list) out.push_back(*list);
     return out;
   }
 
