@@ -2,6 +2,7 @@
 // with a fixed seed) and the probability of the drawn configuration.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -92,11 +93,27 @@ TEST(Simulation, UncompiledDrawsFromTheTables) {
     Findings findings;
     for (std::uint32_t s : net.states) findings.emplace_back(s, 1.0f);
     check_frequencies(net, findings, 4000, false);
-    // A node with a hard finding samples to it; its children follow it.
+    // Hard findings are drawn from only when they fix every ancestor too:
+    // then forward draws follow the distribution given the evidence, which
+    // enumeration checks; otherwise the draw is refused.
     const std::size_t i = rng() % net.nodes.size();
     ASSERT_EQ(ov_node_select_state(net.nodes[i], net.states[i] - 1), ov_error_none);
+    const bool root = *ov_node_get_parents(net.nodes[i]) == nullptr;
+    EXPECT_EQ(ov_domain_simulate(net.domain), root ? ov_error_none : ov_error_usage);
+    std::vector<ov_node_t> fixed{net.nodes[i]};
+    for (std::size_t k = 0; k < fixed.size(); ++k)
+      for (ov_node_t *p = ov_node_get_parents(fixed[k]); *p != nullptr; ++p)
+        if (std::find(fixed.begin(), fixed.end(), *p) == fixed.end()) fixed.push_back(*p);
+    // A configuration of positive probability: one drawn without evidence.
+    ASSERT_EQ(ov_node_retract_findings(net.nodes[i]), ov_error_none);
     ASSERT_EQ(ov_domain_simulate(net.domain), ov_error_none);
-    EXPECT_EQ(ov_node_get_sampled_state(net.nodes[i]), static_cast<ov_index_t>(net.states[i] - 1));
+    for (std::size_t j = 0; j < net.nodes.size(); ++j) {
+      if (std::find(fixed.begin(), fixed.end(), net.nodes[j]) == fixed.end()) continue;
+      const auto state = static_cast<std::uint32_t>(ov_node_get_sampled_state(net.nodes[j]));
+      ASSERT_EQ(ov_node_select_state(net.nodes[j], state), ov_error_none);
+      for (std::uint32_t s = 0; s < net.states[j]; ++s) findings[j][s] = s == state;
+    }
+    check_frequencies(net, findings, 4000, false);
   }
 }
 
