@@ -50,13 +50,12 @@ TEST(Domain, DefaultsAndSettingsReadBack) {
 
   EXPECT_EQ(ov_domain_set_grain_size(d, 4294967295u), ov_error_none);
   EXPECT_EQ(ov_domain_get_grain_size(d), 4294967295) << "a u32 setting reads back unsigned";
-  EXPECT_EQ(ov_domain_set_concurrency_level(d, 4), ov_error_none);
+  EXPECT_EQ(ov_domain_set_concurrency_level(d, 4) + ov_domain_set_significance_level(d, 0.01) +
+                ov_domain_set_log_likelihood_tolerance(d, 0.0) + ov_domain_set_max_number_of_em_iterations(d, 25),
+            ov_error_none);
   EXPECT_EQ(ov_domain_get_concurrency_level(d), 4);
-  EXPECT_EQ(ov_domain_set_significance_level(d, 0.01), ov_error_none);
   EXPECT_EQ(ov_domain_get_significance_level(d), 0.01);
-  EXPECT_EQ(ov_domain_set_log_likelihood_tolerance(d, 0.0), ov_error_none);
   EXPECT_EQ(ov_domain_get_log_likelihood_tolerance(d), 0.0);
-  EXPECT_EQ(ov_domain_set_max_number_of_em_iterations(d, 25), ov_error_none);
   EXPECT_EQ(ov_domain_get_max_number_of_em_iterations(d), 25);
   int w = -1, h = -1, token = 0;
   EXPECT_EQ(ov_domain_get_node_size(d, &w, &h), ov_error_none);

@@ -5,7 +5,6 @@
 #include <random>
 #include <set>
 
-#include "model/chain_component.h"
 #include "model/domain.h"
 #include "model/graph.h"
 #include "model/graph_support.h"
@@ -150,20 +149,12 @@ TEST(DSeparation, ChainComponentsPassUndirectedLinks) {
   ov_node_t e = discrete(domain.get(), 2);
   ASSERT_EQ(ov_node_add_parent(b, a), ov_error_none);
   ASSERT_EQ(ov_node_add_parent(e, c), ov_error_none);
-  auto component = std::make_unique<ChainComponent>();
-  component->domain = domain.get();
-  component->members.push_back(b);
-  component->members.push_back(c);
   Node *pair[] = {b, c, nullptr};
-  component->potentials.push_back(table_new(domain.get(), pair, ov_table_kind_probability, role_plain, false, false));
-  b->chain_component = c->chain_component = component.get();
-  domain->chain_components.push_back(std::move(component));
-
-  Lists open({a}, {}, {});
+  chain_component(domain.get(), {b, c},
+                  {table_new(domain.get(), pair, ov_table_kind_probability, role_plain, false, false)});
+  Lists open({a}, {}, {}), blocked({a}, {c}, {}), upwards({e}, {}, {});
   EXPECT_EQ(as_set(open.connected(domain.get())), (NodeSet{a, b, c, e}));
-  Lists blocked({a}, {c}, {});
   EXPECT_EQ(as_set(blocked.connected(domain.get())), (NodeSet{a, b}));
-  Lists upwards({e}, {}, {});
   EXPECT_EQ(as_set(upwards.connected(domain.get())), (NodeSet{a, b, c, e}));
 }
 

@@ -10,6 +10,8 @@
 #include <random>
 #include <vector>
 
+#include "model/chain_component.h"
+#include "model/domain.h"
 #include "orvel.h"
 
 namespace graph_test {
@@ -37,6 +39,18 @@ inline ov_node_t continuous(ov_domain_t domain) {
   ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_continuous);
   EXPECT_NE(node, nullptr);
   return node;
+}
+
+// Joins `members` by undirected links into a chain component holding
+// `potentials`, as a chain graph read from a file would have it.
+inline orvel::ChainComponent *chain_component(ov_domain_t domain, std::vector<ov_node_t> members,
+                                              std::vector<orvel::Table *> potentials = {}) {
+  auto component = std::make_unique<orvel::ChainComponent>();
+  component->domain = domain;
+  for (ov_node_t member : members) component->members.push_back(member), member->chain_component = component.get();
+  component->potentials = std::move(potentials);
+  domain->chain_components.push_back(std::move(component));
+  return domain->chain_components.back().get();
 }
 
 inline std::vector<ov_node_t> node_list(ov_node_t *list) {

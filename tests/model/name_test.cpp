@@ -58,8 +58,7 @@ TEST_F(NodeNames, UniqueCaseSensitiveAndFreedByARename) {
 }
 
 TEST_F(NodeNames, AutomaticNames) {
-  ov_node_t c = chance();
-  ov_node_t d = ov_domain_new_node(domain, ov_category_decision, ov_kind_discrete);
+  ov_node_t c = chance(), d = ov_domain_new_node(domain, ov_category_decision, ov_kind_discrete);
   ov_node_t u = ov_domain_new_node(domain, ov_category_utility, ov_kind_discrete);
   EXPECT_STREQ(ov_node_get_name(u), "U3");
   EXPECT_STREQ(ov_node_get_name(c), "C1");

@@ -211,25 +211,19 @@ TEST_F(Nodes, LabelValueAndSubtypeChangesReachTheModelsOfTheNodeAndItsChildren) 
   ASSERT_EQ(ov_node_add_parent(child, parent), ov_error_none);
   for (ov_node_t n : {parent, child, other}) ASSERT_NE(ov_node_new_model(n, nullptr), nullptr);
   auto stale = [&](ov_node_t n) { return ov_node_get_model(n)->table_is_stale != 0; };
-  auto change = [&](ov_status_t status) {
-    EXPECT_EQ(status, ov_error_none);
+  // Clears the flags, makes the edit and reads the flags of the three models.
+  auto change = [&](auto edit) {
+    for (ov_node_t n : {parent, child, other}) ov_node_get_model(n)->table_is_stale = 0;
+    EXPECT_EQ(edit(), ov_error_none);
     return std::vector<bool>{stale(parent), stale(child), stale(other)};
   };
-  auto reset = [&] {
-    for (ov_node_t n : {parent, child, other}) ov_node_get_model(n)->table_is_stale = 0;
-  };
   using Flags = std::vector<bool>;
-  reset();
-  EXPECT_EQ(change(ov_node_set_state_label(parent, 0, "a")), (Flags{true, true, false}));
-  reset();
-  EXPECT_EQ(change(ov_node_set_subtype(parent, ov_subtype_number)), (Flags{true, true, false}));
-  reset();
-  EXPECT_EQ(change(ov_node_set_state_label(parent, 1, "b")), (Flags{false, false, false}))
+  EXPECT_EQ(change([&] { return ov_node_set_state_label(parent, 0, "a"); }), (Flags{true, true, false}));
+  EXPECT_EQ(change([&] { return ov_node_set_subtype(parent, ov_subtype_number); }), (Flags{true, true, false}));
+  EXPECT_EQ(change([&] { return ov_node_set_state_label(parent, 1, "b"); }), (Flags{false, false, false}))
       << "labels of a numbered node feed no expression";
-  reset();
-  EXPECT_EQ(change(ov_node_set_state_value(parent, 1, 4.0)), (Flags{true, true, false}));
-  reset();
-  EXPECT_EQ(change(ov_node_set_state_label(child, 0, "x")), (Flags{false, true, false}));
+  EXPECT_EQ(change([&] { return ov_node_set_state_value(parent, 1, 4.0); }), (Flags{true, true, false}));
+  EXPECT_EQ(change([&] { return ov_node_set_state_label(child, 0, "x"); }), (Flags{false, true, false}));
 }
 
 TEST_F(Nodes, DescriptiveEditsLeaveACompiledDomainCompiled) {
@@ -239,14 +233,11 @@ TEST_F(Nodes, DescriptiveEditsLeaveACompiledDomainCompiled) {
   ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
   EXPECT_EQ(ov_node_get_junction_tree(n), ov_domain_get_first_junction_tree(domain));
   EXPECT_EQ(ov_domain_tables_to_propagate(domain), 0);
-  EXPECT_EQ(ov_node_set_name(n, "named"), ov_error_none);
-  EXPECT_EQ(ov_node_set_label(n, "label"), ov_error_none);
-  EXPECT_EQ(ov_node_set_position(n, 1, 2), ov_error_none);
-  EXPECT_EQ(ov_node_set_state_label(n, 0, "s"), ov_error_none);
-  EXPECT_EQ(ov_node_set_state_value(n, 0, 3.0), ov_error_none);
-  EXPECT_EQ(ov_node_set_subtype(n, ov_subtype_label), ov_error_none);
-  EXPECT_EQ(ov_node_set_attribute(n, "k", "v"), ov_error_none);
-  EXPECT_EQ(ov_domain_set_node_size(domain, 4, 5), ov_error_none);
+  for (ov_status_t status : {ov_node_set_name(n, "named"), ov_node_set_label(n, "label"), ov_node_set_position(n, 1, 2),
+                             ov_node_set_state_label(n, 0, "s"), ov_node_set_state_value(n, 0, 3.0),
+                             ov_node_set_subtype(n, ov_subtype_label), ov_node_set_attribute(n, "k", "v"),
+                             ov_domain_set_node_size(domain, 4, 5)})
+    EXPECT_EQ(status, ov_error_none);
   EXPECT_EQ(ov_domain_is_compiled(domain) + ov_domain_is_triangulated(domain), 2);
   EXPECT_EQ(ov_domain_tables_to_propagate(domain), 0);
   // Touching the table asks for a new propagation.

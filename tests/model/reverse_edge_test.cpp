@@ -9,7 +9,6 @@
 #include <set>
 
 #include "expr/model.h"
-#include "model/chain_component.h"
 #include "model/domain.h"
 #include "model/graph.h"
 #include "model/graph_support.h"
