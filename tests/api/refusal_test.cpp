@@ -7,9 +7,8 @@
 
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <functional>
-#include <sstream>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -76,10 +75,8 @@ struct World {
     part = named_class(cc, "Part");
     whole = named_class(cc, "Whole");
     decider = named_class(cc, "Decider");
-    in = node(part, "in");
-    ov_node_add_to_inputs(in);
-    out = node(part, "out");
-    ov_node_add_to_outputs(out);
+    ov_node_add_to_inputs(in = node(part, "in"));
+    ov_node_add_to_outputs(out = node(part, "out"));
     hidden = node(part, "hidden");
     x = node(whole, "x");
     xc = node(whole, "xc", ov_category_chance, ov_kind_continuous);
@@ -125,21 +122,14 @@ struct World {
     return next;
   }
   ov_node_t n(const char *name) { return ov_domain_get_node_by_name(d, name); }
-  // A null-terminated node list that lives as long as the row.
-  ov_node_t *list(std::initializer_list<ov_node_t> nodes) {
-    lists.emplace_back(nodes);
-    lists.back().push_back(nullptr);
-    return lists.back().data();
+  // Null-terminated node and operand lists that live as long as the row.
+  ov_node_t *list(std::initializer_list<ov_node_t> nodes) { return terminated(lists, nodes); }
+  ov_expression_t *operands(std::initializer_list<ov_expression_t> es) { return terminated(operand_lists, es); }
+  template <class T> static T *terminated(std::list<std::vector<T>> &store, std::initializer_list<T> items) {
+    store.emplace_back(items).push_back(nullptr);
+    return store.back().data();
   }
-  ov_expression_t keep(ov_expression_t e) {
-    expressions.push_back(e);
-    return e;
-  }
-  ov_expression_t *operands(std::initializer_list<ov_expression_t> es) {
-    operand_lists.emplace_back(es);
-    operand_lists.back().push_back(nullptr);
-    return operand_lists.back().data();
-  }
+  ov_expression_t keep(ov_expression_t e) { return expressions.emplace_back(e); }
   // A model with its slots made (a refused call must not be the one to make them).
   void model(const char *name, std::initializer_list<ov_node_t> nodes) {
     ov_model_t m = ov_node_new_model(n(name), list(nodes));
@@ -150,15 +140,21 @@ struct World {
     for (float v : numbers) *data++ = v;
   }
 
+  // The whole text of a stream, which it closes.
+  static std::string read(std::FILE *file) {
+    std::string text;
+    std::rewind(file);
+    for (int c; (c = std::fgetc(file)) != EOF;) text += static_cast<char>(c);
+    std::fclose(file);
+    return text;
+  }
   // What a refusal must leave alone.
   std::string state() {
     std::string text;
     if (d != nullptr) {
       std::FILE *file = std::tmpfile();
       ov_domain_write_net(d, file);
-      std::rewind(file);
-      for (int c; (c = std::fgetc(file)) != EOF;) text += static_cast<char>(c);
-      std::fclose(file);
+      text += read(file);
       text += "compiled " + std::to_string(ov_domain_is_compiled(d)) + " triangulated " +
               std::to_string(ov_domain_is_triangulated(d));
       for (ov_node_t node = ov_domain_get_first_node(d); node != nullptr; node = ov_node_get_next(node))
@@ -167,17 +163,14 @@ struct World {
     if (cc != nullptr) {
       const std::string path = ::testing::TempDir() + "refusal_classes.net";
       EXPECT_EQ(ov_cc_save_as_net(cc, path.c_str()), ov_error_none);
-      std::ifstream file(path);
-      std::stringstream content;
-      content << file.rdbuf();
-      text += content.str();
+      text += read(std::fopen(path.c_str(), "r"));
     }
     return text;
   }
 
 private:
-  std::vector<std::vector<ov_node_t>> lists;
-  std::vector<std::vector<ov_expression_t>> operand_lists;
+  std::list<std::vector<ov_node_t>> lists;
+  std::list<std::vector<ov_expression_t>> operand_lists;
 };
 
 struct Row {

@@ -147,8 +147,7 @@ TEST(DSeparation, ChainComponentsPassUndirectedLinks) {
   DomainPtr domain = new_domain();
   ov_node_t a = discrete(domain.get(), 2), b = discrete(domain.get(), 2), c = discrete(domain.get(), 2);
   ov_node_t e = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(b, a), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(e, c), ov_error_none);
+  add_links({{a, b}, {c, e}});
   Node *pair[] = {b, c, nullptr};
   chain_component(domain.get(), {b, c},
                   {table_new(domain.get(), pair, ov_table_kind_probability, role_plain, false, false)});
@@ -161,8 +160,7 @@ TEST(DSeparation, ChainComponentsPassUndirectedLinks) {
 TEST(DSeparation, OneResultBufferPerDomainInNodeOrder) {
   DomainPtr domain = new_domain();
   ov_node_t a = discrete(domain.get(), 2), b = discrete(domain.get(), 2), c = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(b, a), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(c, b), ov_error_none);
+  add_links({{a, b}, {b, c}});
   Lists blocked({a}, {b}, {}), under({a}, {a}, {}), open({a}, {}, {});
   EXPECT_EQ(node_list(blocked.separated(domain.get())), (std::vector<ov_node_t>{c, b})) << "newest first";
   ov_node_t *first = under.connected(domain.get());

@@ -51,8 +51,7 @@ TEST(Links, TablesFollowAtEveryPosition) {
   DomainPtr domain = new_domain();
   ov_node_t a = discrete(domain.get(), 2), b = discrete(domain.get(), 4), child = discrete(domain.get(), 3);
   ov_node_t x = discrete(domain.get(), 3);
-  ASSERT_EQ(ov_node_add_parent(child, a), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, b), ov_error_none);
+  add_links({{a, child}, {b, child}});
   EXPECT_EQ(parents(child), (std::vector<ov_node_t>{b, a})) << "a discrete parent added later stands first";
   EXPECT_EQ(children(a), std::vector<ov_node_t>{child});
   ov_table_t table = ov_node_get_table(child);
@@ -95,8 +94,7 @@ TEST(Links, UndirectedLinksCountForTheCycleTest) {
   DomainPtr domain = new_domain();
   ov_node_t x = discrete(domain.get(), 2), a = discrete(domain.get(), 2), b = discrete(domain.get(), 2);
   ov_node_t y = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(a, x), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(y, b), ov_error_none);
+  add_links({{x, a}, {b, y}});
   chain_component(domain.get(), {a, b});
   EXPECT_EQ(ov_node_add_parent(x, y), ov_error_cyclic_network);
   EXPECT_EQ(ov_node_add_parent(a, y), ov_error_cyclic_network) << "either direction of the link";
@@ -163,8 +161,7 @@ TEST(SwitchParent, KeepsNumbersPlacesAndModels) {
   DomainPtr domain = new_domain();
   ov_node_t old_parent = discrete(domain.get(), 3), other = discrete(domain.get(), 2);
   ov_node_t child = discrete(domain.get(), 2), replacement = discrete(domain.get(), 3);
-  ASSERT_EQ(ov_node_add_parent(child, other), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, old_parent), ov_error_none);
+  add_links({{other, child}, {old_parent, child}});
   ov_table_t table = ov_node_get_table(child);
   fill_distinct(table);
   std::vector<float> numbers = snapshot(table).data;
@@ -256,9 +253,8 @@ TEST(NumberOfStates, TablesOfTheNodeAndItsChildrenFollow) {
   DomainPtr domain = new_domain();
   ov_node_t node = discrete(domain.get(), 2), parent = discrete(domain.get(), 2);
   ov_node_t child = discrete(domain.get(), 3), other = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(node, parent), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, node), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, other), ov_error_none); // the node stands in the middle
+  // other comes last: the node stands in the middle of the child's table
+  add_links({{parent, node}, {node, child}, {other, child}});
   ov_table_t own = ov_node_get_table(node), theirs = ov_node_get_table(child);
   ASSERT_EQ(node_list(ov_table_get_nodes(theirs)), (std::vector<ov_node_t>{other, node, child}));
   for (std::uint32_t count : {4u, 3u, 1u, 2u}) {
@@ -314,8 +310,7 @@ TEST(NumberOfStates, AFailedGrowthSetsEveryTableBack) {
   // the size limit. The tables resized before it go back to the old count.
   DomainPtr domain = new_domain();
   ov_node_t node = discrete(domain.get(), 2), child = discrete(domain.get(), 2), y = continuous(domain.get());
-  ASSERT_EQ(ov_node_add_parent(child, node), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(y, node), ov_error_none);
+  add_links({{node, child}, {node, y}});
   for (int i = 0; i < 39; ++i) ASSERT_EQ(ov_node_add_parent(y, continuous(domain.get())), ov_error_none);
   ASSERT_EQ(ov_node_set_alpha(y, 7.0, 1), ov_error_none);
   ASSERT_EQ(children(node).back(), y);
@@ -364,9 +359,7 @@ TEST(NodeDelete, ReshapesChildrenAndForgetsConstraints) {
   DomainPtr domain = new_domain();
   ov_node_t parent = discrete(domain.get(), 2), node = discrete(domain.get(), 3);
   ov_node_t child = discrete(domain.get(), 2), other = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(node, parent), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, node), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, other), ov_error_none);
+  add_links({{parent, node}, {node, child}, {other, child}});
   ov_table_t table = ov_node_get_table(child);
   fill_distinct(table);
   Snapshot before = snapshot(table);

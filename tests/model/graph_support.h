@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "model/chain_component.h"
@@ -33,6 +35,11 @@ inline ov_node_t discrete(ov_domain_t domain, std::uint32_t states, ov_category_
     EXPECT_EQ(ov_node_set_number_of_states(node, states), ov_error_none);
   }
   return node;
+}
+
+// Adds each link, a pair of a parent and its child, in order.
+inline void add_links(std::initializer_list<std::pair<ov_node_t, ov_node_t>> links) {
+  for (auto [parent, child] : links) EXPECT_EQ(ov_node_add_parent(child, parent), ov_error_none);
 }
 
 inline ov_node_t continuous(ov_domain_t domain) {

@@ -150,8 +150,7 @@ TEST(ReverseEdge, AnImpossibleStateGivesAUniformConditional) {
 TEST(ReverseEdge, TablesAreMadeOnlyWhenNeeded) {
   DomainPtr domain = new_domain();
   ov_node_t x = discrete(domain.get(), 3), p = discrete(domain.get(), 2), c = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(p, x), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(c, p), ov_error_none);
+  add_links({{x, p}, {p, c}});
   // Neither has a table: only the links change.
   ASSERT_EQ(ov_node_reverse_edge(p, c), ov_error_none);
   EXPECT_EQ(p->table, nullptr);
