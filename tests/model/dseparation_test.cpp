@@ -14,13 +14,6 @@ namespace orvel {
 namespace {
 
 using namespace graph_test;
-using NodeSet = std::set<ov_node_t>;
-
-NodeSet as_set(ov_node_t *list) {
-  NodeSet set;
-  for (; *list != nullptr; ++list) set.insert(*list);
-  return set;
-}
 
 // Null-terminated copies of node lists for the calls.
 struct Lists {

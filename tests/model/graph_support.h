@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -65,6 +66,10 @@ inline std::vector<ov_node_t> node_list(ov_node_t *list) {
   for (; *list != nullptr; ++list) nodes.push_back(*list);
   return nodes;
 }
+
+using NodeSet = std::set<ov_node_t>;
+inline NodeSet as_set(const std::vector<ov_node_t> &nodes) { return NodeSet(nodes.begin(), nodes.end()); }
+inline NodeSet as_set(ov_node_t *list) { return as_set(node_list(list)); }
 
 inline std::vector<ov_node_t> parents(ov_node_t node) { return node_list(ov_node_get_parents(node)); }
 inline std::vector<ov_node_t> children(ov_node_t node) { return node_list(ov_node_get_children(node)); }

@@ -18,9 +18,7 @@ namespace orvel {
 namespace {
 
 using namespace graph_test;
-using NodeSet = std::set<ov_node_t>;
 
-NodeSet as_set(const std::vector<ov_node_t> &nodes) { return NodeSet(nodes.begin(), nodes.end()); }
 long occurrences(const std::vector<ov_node_t> &nodes, ov_node_t node) {
   return std::count(nodes.begin(), nodes.end(), node);
 }
