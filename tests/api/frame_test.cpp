@@ -13,22 +13,18 @@
 namespace orvel {
 namespace {
 
-TEST(SizeArithmetic, MultiplySaturatesAtTheLimit) {
-  EXPECT_EQ(size_multiply(4, 1073741824u), size_overflow);
-  EXPECT_EQ(size_multiply(4, 1073741823u), 4294967292u);
-  EXPECT_EQ(size_multiply(1, size_overflow), size_overflow);
-  EXPECT_EQ(size_multiply(65536, 65536), size_overflow);
-  EXPECT_EQ(size_multiply(65535, 65537), 4294967295u); // exactly the limit: the saturated value
-  EXPECT_EQ(size_multiply(3, 0), 0u);
-  // Saturation stays through further products.
-  EXPECT_EQ(size_multiply(size_multiply(1u << 20, 1u << 12), 7), size_overflow);
-}
-
-TEST(SizeArithmetic, AddSaturatesAtTheLimit) {
-  EXPECT_EQ(size_add(4294967295u, 1), size_overflow);
-  EXPECT_EQ(size_add(4294967294u, 2), size_overflow);
-  EXPECT_EQ(size_add(4294967294u, 1), 4294967295u);
-  EXPECT_EQ(size_add(0, 0), 0u);
+TEST(SizeArithmetic, MultiplyAndAddSaturateAtTheLimit) {
+  const Size max = 4294967295u;
+  const Size products[][3] = {{4, 1073741824u, size_overflow},
+                              {4, 1073741823u, 4294967292u},
+                              {1, size_overflow, size_overflow},
+                              {65536, 65536, size_overflow},
+                              {65535, 65537, max},
+                              {3, 0, 0},
+                              {size_multiply(1u << 20, 1u << 12), 7, size_overflow}};
+  for (auto [a, b, product] : products) EXPECT_EQ(size_multiply(a, b), product) << a << " * " << b;
+  const Size sums[][3] = {{max, 1, size_overflow}, {max - 1, 2, size_overflow}, {max - 1, 1, max}, {0, 0, 0}};
+  for (auto [a, b, sum] : sums) EXPECT_EQ(size_add(a, b), sum) << a << " + " << b;
 }
 
 TEST(Allocation, SaturatedSizeNeverReachesTheAllocator) {

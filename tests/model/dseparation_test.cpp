@@ -5,7 +5,6 @@
 #include <random>
 #include <set>
 
-#include "model/chain_component.h"
 #include "model/domain.h"
 #include "model/graph.h"
 #include "model/graph_support.h"
@@ -15,13 +14,6 @@ namespace orvel {
 namespace {
 
 using namespace graph_test;
-using NodeSet = std::set<ov_node_t>;
-
-NodeSet as_set(ov_node_t *list) {
-  NodeSet set;
-  for (; *list != nullptr; ++list) set.insert(*list);
-  return set;
-}
 
 // Null-terminated copies of node lists for the calls.
 struct Lists {
@@ -148,30 +140,20 @@ TEST(DSeparation, ChainComponentsPassUndirectedLinks) {
   DomainPtr domain = new_domain();
   ov_node_t a = discrete(domain.get(), 2), b = discrete(domain.get(), 2), c = discrete(domain.get(), 2);
   ov_node_t e = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(b, a), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(e, c), ov_error_none);
-  auto component = std::make_unique<ChainComponent>();
-  component->domain = domain.get();
-  component->members.push_back(b);
-  component->members.push_back(c);
+  add_links({{a, b}, {c, e}});
   Node *pair[] = {b, c, nullptr};
-  component->potentials.push_back(table_new(domain.get(), pair, ov_table_kind_probability, role_plain, false, false));
-  b->chain_component = c->chain_component = component.get();
-  domain->chain_components.push_back(std::move(component));
-
-  Lists open({a}, {}, {});
+  chain_component(domain.get(), {b, c},
+                  {table_new(domain.get(), pair, ov_table_kind_probability, role_plain, false, false)});
+  Lists open({a}, {}, {}), blocked({a}, {c}, {}), upwards({e}, {}, {});
   EXPECT_EQ(as_set(open.connected(domain.get())), (NodeSet{a, b, c, e}));
-  Lists blocked({a}, {c}, {});
   EXPECT_EQ(as_set(blocked.connected(domain.get())), (NodeSet{a, b}));
-  Lists upwards({e}, {}, {});
   EXPECT_EQ(as_set(upwards.connected(domain.get())), (NodeSet{a, b, c, e}));
 }
 
 TEST(DSeparation, OneResultBufferPerDomainInNodeOrder) {
   DomainPtr domain = new_domain();
   ov_node_t a = discrete(domain.get(), 2), b = discrete(domain.get(), 2), c = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(b, a), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(c, b), ov_error_none);
+  add_links({{a, b}, {b, c}});
   Lists blocked({a}, {b}, {}), under({a}, {a}, {}), open({a}, {}, {});
   EXPECT_EQ(node_list(blocked.separated(domain.get())), (std::vector<ov_node_t>{c, b})) << "newest first";
   ov_node_t *first = under.connected(domain.get());

@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <string>
 
 #include "expr/model.h"
-#include "model/chain_component.h"
 #include "model/domain.h"
 #include "model/graph.h"
 #include "model/graph_support.h"
@@ -51,8 +51,7 @@ TEST(Links, TablesFollowAtEveryPosition) {
   DomainPtr domain = new_domain();
   ov_node_t a = discrete(domain.get(), 2), b = discrete(domain.get(), 4), child = discrete(domain.get(), 3);
   ov_node_t x = discrete(domain.get(), 3);
-  ASSERT_EQ(ov_node_add_parent(child, a), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, b), ov_error_none);
+  add_links({{a, child}, {b, child}});
   EXPECT_EQ(parents(child), (std::vector<ov_node_t>{b, a})) << "a discrete parent added later stands first";
   EXPECT_EQ(children(a), std::vector<ov_node_t>{child});
   ov_table_t table = ov_node_get_table(child);
@@ -95,14 +94,8 @@ TEST(Links, UndirectedLinksCountForTheCycleTest) {
   DomainPtr domain = new_domain();
   ov_node_t x = discrete(domain.get(), 2), a = discrete(domain.get(), 2), b = discrete(domain.get(), 2);
   ov_node_t y = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(a, x), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(y, b), ov_error_none);
-  auto component = std::make_unique<ChainComponent>();
-  component->domain = domain.get();
-  component->members.push_back(a);
-  component->members.push_back(b);
-  a->chain_component = b->chain_component = component.get();
-  domain->chain_components.push_back(std::move(component));
+  add_links({{x, a}, {b, y}});
+  chain_component(domain.get(), {a, b});
   EXPECT_EQ(ov_node_add_parent(x, y), ov_error_cyclic_network);
   EXPECT_EQ(ov_node_add_parent(a, y), ov_error_cyclic_network) << "either direction of the link";
   EXPECT_EQ(ov_node_add_parent(y, x), ov_error_none);
@@ -168,8 +161,7 @@ TEST(SwitchParent, KeepsNumbersPlacesAndModels) {
   DomainPtr domain = new_domain();
   ov_node_t old_parent = discrete(domain.get(), 3), other = discrete(domain.get(), 2);
   ov_node_t child = discrete(domain.get(), 2), replacement = discrete(domain.get(), 3);
-  ASSERT_EQ(ov_node_add_parent(child, other), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, old_parent), ov_error_none);
+  add_links({{other, child}, {old_parent, child}});
   ov_table_t table = ov_node_get_table(child);
   fill_distinct(table);
   std::vector<float> numbers = snapshot(table).data;
@@ -225,12 +217,8 @@ TEST(SwitchParent, OnlyInterchangeableNodes) {
     ASSERT_EQ(ov_node_set_subtype(candidate, c.new_subtype), ov_error_none);
     for (auto [i, v] : c.old_values) ASSERT_EQ(ov_node_set_state_value(parent, i, v), ov_error_none);
     for (auto [i, v] : c.new_values) ASSERT_EQ(ov_node_set_state_value(candidate, i, v), ov_error_none);
-    if (c.old_label) {
-      ASSERT_EQ(ov_node_set_state_label(parent, 1, c.old_label), ov_error_none);
-    }
-    if (c.new_label) {
-      ASSERT_EQ(ov_node_set_state_label(candidate, 1, c.new_label), ov_error_none);
-    }
+    for (auto [node, label] : {std::pair(parent, c.old_label), {candidate, c.new_label}})
+      ASSERT_EQ(label ? ov_node_set_state_label(node, 1, label) : ov_error_none, ov_error_none);
     EXPECT_EQ(ov_node_switch_parent(child, parent, candidate), c.interchangeable ? ov_error_none : ov_error_usage)
         << c.what;
     EXPECT_EQ(parents(child), std::vector<ov_node_t>{c.interchangeable ? candidate : parent}) << c.what;
@@ -242,16 +230,10 @@ TEST(SwitchParent, ChainPotentialsFollow) {
   ov_node_t parent = discrete(domain.get(), 2), a = discrete(domain.get(), 2), b = discrete(domain.get(), 2);
   ov_node_t twin = discrete(domain.get(), 2);
   ASSERT_EQ(ov_node_add_parent(a, parent), ov_error_none);
-  auto component = std::make_unique<ChainComponent>();
-  component->domain = domain.get();
-  component->members.push_back(a);
-  component->members.push_back(b);
   Node *abc[] = {parent, a, b, nullptr}, *pb[] = {parent, b, nullptr};
   Table *potential = table_new(domain.get(), abc, ov_table_kind_probability, role_plain, false, true);
   Table *unrelated = table_new(domain.get(), pb, ov_table_kind_probability, role_plain, false, true);
-  component->potentials = {potential, unrelated};
-  a->chain_component = b->chain_component = component.get();
-  domain->chain_components.push_back(std::move(component));
+  chain_component(domain.get(), {a, b}, {potential, unrelated});
 
   ASSERT_EQ(ov_node_switch_parent(a, parent, twin), ov_error_none);
   EXPECT_EQ(potential->nodes[0], twin);
@@ -267,9 +249,8 @@ TEST(NumberOfStates, TablesOfTheNodeAndItsChildrenFollow) {
   DomainPtr domain = new_domain();
   ov_node_t node = discrete(domain.get(), 2), parent = discrete(domain.get(), 2);
   ov_node_t child = discrete(domain.get(), 3), other = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(node, parent), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, node), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, other), ov_error_none); // the node stands in the middle
+  // other comes last: the node stands in the middle of the child's table
+  add_links({{parent, node}, {node, child}, {other, child}});
   ov_table_t own = ov_node_get_table(node), theirs = ov_node_get_table(child);
   ASSERT_EQ(node_list(ov_table_get_nodes(theirs)), (std::vector<ov_node_t>{other, node, child}));
   for (std::uint32_t count : {4u, 3u, 1u, 2u}) {
@@ -296,31 +277,36 @@ TEST(NumberOfStates, LabelsValuesAndEvidence) {
   ASSERT_EQ(ov_node_set_subtype(node, ov_subtype_interval), ov_error_none);
   for (int i = 0; i <= 3; ++i) ASSERT_EQ(ov_node_set_state_value(node, i, 10.0 * i), ov_error_none);
   ASSERT_EQ(ov_node_select_state(node, 2), ov_error_none);
+  // The labels and the state values, the top bound included.
+  auto labels = [&] {
+    std::vector<std::string> all;
+    for (int i = 0; i < ov_node_get_number_of_states(node); ++i) all.push_back(ov_node_get_state_label(node, i));
+    return all;
+  };
+  auto values = [&] {
+    std::vector<double> all;
+    for (int i = 0; i <= ov_node_get_number_of_states(node); ++i) all.push_back(ov_node_get_state_value(node, i));
+    return all;
+  };
+  using Labels = std::vector<std::string>;
   ASSERT_EQ(ov_node_set_number_of_states(node, 5), ov_error_none);
-  EXPECT_STREQ(ov_node_get_state_label(node, 2), "high");
-  EXPECT_STREQ(ov_node_get_state_label(node, 4), "");
-  EXPECT_EQ(ov_node_get_state_value(node, 2), 20.0);
-  EXPECT_EQ(ov_node_get_state_value(node, 3), -1.0);
-  EXPECT_EQ(ov_node_get_state_value(node, 4), -1.0);
-  EXPECT_EQ(ov_node_get_state_value(node, 5), 30.0) << "the top bound stays on top";
+  EXPECT_EQ(labels(), (Labels{"low", "", "high", "", ""}));
+  EXPECT_EQ(values(), (std::vector<double>{0, 10, 20, -1, -1, 30})) << "the top bound stays on top";
   EXPECT_EQ(ov_node_evidence_is_entered(node), 0) << "the finding goes";
   ASSERT_EQ(ov_node_set_number_of_states(node, 2), ov_error_none);
-  EXPECT_STREQ(ov_node_get_state_label(node, 0), "low");
-  EXPECT_EQ(ov_node_get_state_value(node, 1), 10.0);
-  EXPECT_EQ(ov_node_get_state_value(node, 2), 30.0);
+  EXPECT_EQ(labels(), (Labels{"low", ""}));
+  EXPECT_EQ(values(), (std::vector<double>{0, 10, 30}));
   ASSERT_EQ(ov_node_set_number_of_states(node, 4), ov_error_none);
-  EXPECT_STREQ(ov_node_get_state_label(node, 2), "") << "a dropped label does not come back";
-  EXPECT_EQ(ov_node_get_state_value(node, 4), 30.0);
+  EXPECT_EQ(labels(), (Labels{"low", "", "", ""})) << "a dropped label does not come back";
+  EXPECT_EQ(values(), (std::vector<double>{0, 10, -1, -1, 30}));
 }
 
 TEST(NumberOfStates, AFailedGrowthSetsEveryTableBack) {
   // The Gaussian table of the last child cannot grow: its CG data would pass
   // the size limit. The tables resized before it go back to the old count.
   DomainPtr domain = new_domain();
-  ov_node_t node = discrete(domain.get(), 2), child = discrete(domain.get(), 2);
-  ov_node_t y = continuous(domain.get());
-  ASSERT_EQ(ov_node_add_parent(child, node), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(y, node), ov_error_none);
+  ov_node_t node = discrete(domain.get(), 2), child = discrete(domain.get(), 2), y = continuous(domain.get());
+  add_links({{node, child}, {node, y}});
   for (int i = 0; i < 39; ++i) ASSERT_EQ(ov_node_add_parent(y, continuous(domain.get())), ov_error_none);
   ASSERT_EQ(ov_node_set_alpha(y, 7.0, 1), ov_error_none);
   ASSERT_EQ(children(node).back(), y);
@@ -369,9 +355,7 @@ TEST(NodeDelete, ReshapesChildrenAndForgetsConstraints) {
   DomainPtr domain = new_domain();
   ov_node_t parent = discrete(domain.get(), 2), node = discrete(domain.get(), 3);
   ov_node_t child = discrete(domain.get(), 2), other = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(node, parent), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, node), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(child, other), ov_error_none);
+  add_links({{parent, node}, {node, child}, {other, child}});
   ov_table_t table = ov_node_get_table(child);
   fill_distinct(table);
   Snapshot before = snapshot(table);

@@ -5,11 +5,16 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <random>
+#include <set>
+#include <utility>
 #include <vector>
 
+#include "model/chain_component.h"
+#include "model/domain.h"
 #include "orvel.h"
 
 namespace graph_test {
@@ -33,10 +38,27 @@ inline ov_node_t discrete(ov_domain_t domain, std::uint32_t states, ov_category_
   return node;
 }
 
+// Adds each link, a pair of a parent and its child, in order.
+inline void add_links(std::initializer_list<std::pair<ov_node_t, ov_node_t>> links) {
+  for (auto [parent, child] : links) EXPECT_EQ(ov_node_add_parent(child, parent), ov_error_none);
+}
+
 inline ov_node_t continuous(ov_domain_t domain) {
   ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_continuous);
   EXPECT_NE(node, nullptr);
   return node;
+}
+
+// Joins `members` by undirected links into a chain component holding
+// `potentials`, as a chain graph read from a file would have it.
+inline orvel::ChainComponent *chain_component(ov_domain_t domain, std::vector<ov_node_t> members,
+                                              std::vector<orvel::Table *> potentials = {}) {
+  auto component = std::make_unique<orvel::ChainComponent>();
+  component->domain = domain;
+  for (ov_node_t member : members) component->members.push_back(member), member->chain_component = component.get();
+  component->potentials = std::move(potentials);
+  domain->chain_components.push_back(std::move(component));
+  return domain->chain_components.back().get();
 }
 
 inline std::vector<ov_node_t> node_list(ov_node_t *list) {
@@ -44,6 +66,10 @@ inline std::vector<ov_node_t> node_list(ov_node_t *list) {
   for (; *list != nullptr; ++list) nodes.push_back(*list);
   return nodes;
 }
+
+using NodeSet = std::set<ov_node_t>;
+inline NodeSet as_set(const std::vector<ov_node_t> &nodes) { return NodeSet(nodes.begin(), nodes.end()); }
+inline NodeSet as_set(ov_node_t *list) { return as_set(node_list(list)); }
 
 inline std::vector<ov_node_t> parents(ov_node_t node) { return node_list(ov_node_get_parents(node)); }
 inline std::vector<ov_node_t> children(ov_node_t node) { return node_list(ov_node_get_children(node)); }

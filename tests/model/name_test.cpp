@@ -58,8 +58,7 @@ TEST_F(NodeNames, UniqueCaseSensitiveAndFreedByARename) {
 }
 
 TEST_F(NodeNames, AutomaticNames) {
-  ov_node_t c = chance();
-  ov_node_t d = ov_domain_new_node(domain, ov_category_decision, ov_kind_discrete);
+  ov_node_t c = chance(), d = ov_domain_new_node(domain, ov_category_decision, ov_kind_discrete);
   ov_node_t u = ov_domain_new_node(domain, ov_category_utility, ov_kind_discrete);
   EXPECT_STREQ(ov_node_get_name(u), "U3");
   EXPECT_STREQ(ov_node_get_name(c), "C1");
@@ -82,24 +81,19 @@ TEST_F(NodeNames, AutomaticNames) {
 }
 
 TEST_F(NodeNames, RepairMakesIdentifiersAndGrowsCollisions) {
-  ov_node_t digit = chance(), space = chance(), dash = chance(), empty = chance(), taken = chance(), taken2 = chance(),
-            unnamed = chance(), underscore = chance();
-  // Names that came from elsewhere without the form test.
-  digit->name = "1abc";
-  space->name = "a b";
-  dash->name = "x-y";
-  empty->name = "";
-  ASSERT_EQ(ov_node_set_name(taken, "x_y"), ov_error_none);
-  ASSERT_EQ(ov_node_set_name(taken2, "x_y_"), ov_error_none);
-  ASSERT_EQ(ov_node_set_name(underscore, "_"), ov_error_none);
+  // Names that came from elsewhere without the form test, and their repairs.
+  const std::pair<const char *, const char *> repairs[] = {
+      {"1abc", "_abc"}, {"a b", "a_b"}, {"x-y", "x_y__"}, {"", "__"}};
+  std::vector<ov_node_t> odd;
+  for (const auto &repair : repairs) odd.emplace_back(chance())->name = repair.first;
+  ov_node_t taken = chance(), taken2 = chance(), unnamed = chance(), underscore = chance();
+  ASSERT_EQ(ov_node_set_name(taken, "x_y") + ov_node_set_name(taken2, "x_y_") + ov_node_set_name(underscore, "_"),
+            ov_error_none);
   ASSERT_EQ(orvel::domain_repair_names(domain), ov_error_none);
-  EXPECT_EQ(*digit->name, "_abc");
-  EXPECT_EQ(*space->name, "a_b");
-  EXPECT_EQ(*dash->name, "x_y__");
-  EXPECT_EQ(*empty->name, "__");
+  for (std::size_t i = 0; i < odd.size(); ++i) EXPECT_EQ(*odd[i]->name, repairs[i].second);
   EXPECT_EQ(*taken->name, "x_y");
   EXPECT_FALSE(unnamed->name.has_value()) << "unnamed nodes stay unnamed";
-  EXPECT_EQ(find("x_y__"), dash);
+  EXPECT_EQ(find("x_y__"), odd[2]);
 }
 
 TEST_F(NodeNames, TableSizeIsTheFirstPrimeNotBelowTheCountAtTheLookup) {

@@ -4,6 +4,9 @@
 
 #include <cfloat>
 #include <cmath>
+#include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "expr/model.h"
@@ -37,13 +40,11 @@ using Nodes = NodeFixture;
 
 TEST_F(Nodes, CreationDefaultsAndAccessors) {
   ov_node_t c = make();
-  EXPECT_EQ(ov_node_get_category(c), ov_category_chance);
-  EXPECT_EQ(ov_node_get_kind(c), ov_kind_discrete);
+  EXPECT_EQ(std::tuple(ov_node_get_category(c), ov_node_get_kind(c), ov_node_get_subtype(c)),
+            std::tuple(ov_category_chance, ov_kind_discrete, ov_subtype_label));
   EXPECT_EQ(ov_node_get_number_of_states(c), 1);
-  EXPECT_EQ(ov_node_get_subtype(c), ov_subtype_label);
   EXPECT_STREQ(ov_node_get_label(c), "");
-  EXPECT_EQ(ov_node_get_domain(c), domain);
-  EXPECT_EQ(ov_node_get_home_domain(c), domain);
+  EXPECT_EQ(std::pair(ov_node_get_domain(c), ov_node_get_home_domain(c)), std::pair(domain, domain));
   ov_node_t y = make(ov_category_chance, ov_kind_continuous);
   EXPECT_EQ(ov_node_get_kind(y), ov_kind_continuous);
   EXPECT_EQ(ov_node_get_subtype(y), ov_subtype_error);
@@ -51,10 +52,8 @@ TEST_F(Nodes, CreationDefaultsAndAccessors) {
   // An orphan's lists are empty and stable.
   ov_node_t *parents = ov_node_get_parents(c), *children = ov_node_get_children(c);
   ASSERT_TRUE(parents != nullptr && children != nullptr);
-  EXPECT_EQ(parents[0], nullptr);
-  EXPECT_EQ(children[0], nullptr);
-  EXPECT_EQ(ov_node_get_parents(c), parents);
-  EXPECT_EQ(ov_node_get_children(c), children);
+  EXPECT_TRUE(parents[0] == nullptr && children[0] == nullptr);
+  EXPECT_EQ(std::pair(ov_node_get_parents(c), ov_node_get_children(c)), std::pair(parents, children));
   EXPECT_EQ(ov_error_code(), ov_error_none);
 
   EXPECT_EQ(ov_node_set_label(c, "The weather"), ov_error_none);
@@ -62,8 +61,7 @@ TEST_F(Nodes, CreationDefaultsAndAccessors) {
   int x = 0, z = 0, token = 0;
   EXPECT_EQ(ov_node_set_position(c, -4, 17), ov_error_none);
   EXPECT_EQ(ov_node_get_position(c, &x, &z), ov_error_none);
-  EXPECT_EQ(x, -4);
-  EXPECT_EQ(z, 17);
+  EXPECT_EQ(std::pair(x, z), std::pair(-4, 17));
   EXPECT_EQ(ov_node_get_user_data(c), nullptr);
   EXPECT_EQ(ov_node_set_user_data(c, &token), ov_error_none);
   EXPECT_EQ(ov_node_get_user_data(c), &token);
@@ -105,10 +103,10 @@ TEST_F(Nodes, BooleanSubtype) {
   ASSERT_EQ(ov_node_set_number_of_states(n, 2), ov_error_none);
   EXPECT_EQ(ov_node_set_subtype(n, ov_subtype_boolean), ov_error_none);
   EXPECT_EQ(ov_node_get_subtype(n), ov_subtype_boolean);
-  EXPECT_STREQ(ov_node_get_state_label(n, 0), "false");
-  EXPECT_STREQ(ov_node_get_state_label(n, 1), "true");
-  EXPECT_EQ(ov_node_get_state_index_from_label(n, "true"), 1);
-  EXPECT_EQ(ov_node_get_state_index_from_label(n, "false"), 0);
+  for (auto [label, index] : {std::pair("false", 0), {"true", 1}}) {
+    EXPECT_STREQ(ov_node_get_state_label(n, index), label);
+    EXPECT_EQ(ov_node_get_state_index_from_label(n, label), index);
+  }
   EXPECT_EQ(ov_node_set_subtype(n, ov_subtype_boolean), ov_error_none);
   // A stored label wins over the boolean text.
   EXPECT_EQ(ov_node_set_state_label(n, 1, "yes"), ov_error_none);
@@ -128,12 +126,10 @@ TEST_F(Nodes, StateLabelsSetGetAndLookUp) {
   EXPECT_EQ(n->state_labels, nullptr) << "the text it already reads allocates nothing";
   ASSERT_EQ(ov_node_set_state_label(n, 0, "low"), ov_error_none);
   ASSERT_EQ(ov_node_set_state_label(n, 2, "high"), ov_error_none);
-  EXPECT_STREQ(ov_node_get_state_label(n, 0), "low");
-  EXPECT_STREQ(ov_node_get_state_label(n, 1), "");
-  EXPECT_STREQ(ov_node_get_state_label(n, 2), "high");
-  EXPECT_EQ(ov_node_get_state_index_from_label(n, "high"), 2);
-  EXPECT_EQ(ov_node_get_state_index_from_label(n, "low"), 0);
-  EXPECT_EQ(ov_node_get_state_index_from_label(n, ""), 1);
+  for (auto [label, index] : {std::pair("low", 0), {"", 1}, {"high", 2}}) {
+    EXPECT_STREQ(ov_node_get_state_label(n, index), label);
+    EXPECT_EQ(ov_node_get_state_index_from_label(n, label), index);
+  }
   EXPECT_EQ(ov_node_get_state_index_from_label(n, "medium"), -1);
   EXPECT_EQ(ov_error_code(), ov_error_none) << "no match is no error";
   ASSERT_EQ(ov_node_set_state_label(n, 1, "high"), ov_error_none);
@@ -196,10 +192,8 @@ TEST_F(Nodes, StateValueDefaults) {
   EXPECT_EQ(ov_node_set_state_value(n, 1, -1.0), ov_error_none);
   EXPECT_EQ(n->state_values, nullptr);
   ASSERT_EQ(ov_node_set_state_value(n, 1, 0.5), ov_error_none);
-  EXPECT_EQ(ov_node_get_state_value(n, 0), -DBL_MAX);
-  EXPECT_EQ(ov_node_get_state_value(n, 1), 0.5);
-  EXPECT_EQ(ov_node_get_state_value(n, 2), -1.0);
-  EXPECT_EQ(ov_node_get_state_value(n, 3), DBL_MAX);
+  for (auto [i, value] : {std::pair(0, -DBL_MAX), {1, 0.5}, {2, -1.0}, {3, DBL_MAX}})
+    EXPECT_EQ(ov_node_get_state_value(n, i), value) << i;
   ov_node_t m = discrete(2);
   ASSERT_EQ(ov_node_set_subtype(m, ov_subtype_number), ov_error_none);
   EXPECT_EQ(ov_node_get_state_value(m, 2), -1.0) << "a numbered node has no top bound";
@@ -211,25 +205,19 @@ TEST_F(Nodes, LabelValueAndSubtypeChangesReachTheModelsOfTheNodeAndItsChildren) 
   ASSERT_EQ(ov_node_add_parent(child, parent), ov_error_none);
   for (ov_node_t n : {parent, child, other}) ASSERT_NE(ov_node_new_model(n, nullptr), nullptr);
   auto stale = [&](ov_node_t n) { return ov_node_get_model(n)->table_is_stale != 0; };
-  auto change = [&](ov_status_t status) {
-    EXPECT_EQ(status, ov_error_none);
+  // Clears the flags, makes the edit and reads the flags of the three models.
+  auto change = [&](auto edit) {
+    for (ov_node_t n : {parent, child, other}) ov_node_get_model(n)->table_is_stale = 0;
+    EXPECT_EQ(edit(), ov_error_none);
     return std::vector<bool>{stale(parent), stale(child), stale(other)};
   };
-  auto reset = [&] {
-    for (ov_node_t n : {parent, child, other}) ov_node_get_model(n)->table_is_stale = 0;
-  };
   using Flags = std::vector<bool>;
-  reset();
-  EXPECT_EQ(change(ov_node_set_state_label(parent, 0, "a")), (Flags{true, true, false}));
-  reset();
-  EXPECT_EQ(change(ov_node_set_subtype(parent, ov_subtype_number)), (Flags{true, true, false}));
-  reset();
-  EXPECT_EQ(change(ov_node_set_state_label(parent, 1, "b")), (Flags{false, false, false}))
+  EXPECT_EQ(change([&] { return ov_node_set_state_label(parent, 0, "a"); }), (Flags{true, true, false}));
+  EXPECT_EQ(change([&] { return ov_node_set_subtype(parent, ov_subtype_number); }), (Flags{true, true, false}));
+  EXPECT_EQ(change([&] { return ov_node_set_state_label(parent, 1, "b"); }), (Flags{false, false, false}))
       << "labels of a numbered node feed no expression";
-  reset();
-  EXPECT_EQ(change(ov_node_set_state_value(parent, 1, 4.0)), (Flags{true, true, false}));
-  reset();
-  EXPECT_EQ(change(ov_node_set_state_label(child, 0, "x")), (Flags{false, true, false}));
+  EXPECT_EQ(change([&] { return ov_node_set_state_value(parent, 1, 4.0); }), (Flags{true, true, false}));
+  EXPECT_EQ(change([&] { return ov_node_set_state_label(child, 0, "x"); }), (Flags{false, true, false}));
 }
 
 TEST_F(Nodes, DescriptiveEditsLeaveACompiledDomainCompiled) {
@@ -239,14 +227,11 @@ TEST_F(Nodes, DescriptiveEditsLeaveACompiledDomainCompiled) {
   ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
   EXPECT_EQ(ov_node_get_junction_tree(n), ov_domain_get_first_junction_tree(domain));
   EXPECT_EQ(ov_domain_tables_to_propagate(domain), 0);
-  EXPECT_EQ(ov_node_set_name(n, "named"), ov_error_none);
-  EXPECT_EQ(ov_node_set_label(n, "label"), ov_error_none);
-  EXPECT_EQ(ov_node_set_position(n, 1, 2), ov_error_none);
-  EXPECT_EQ(ov_node_set_state_label(n, 0, "s"), ov_error_none);
-  EXPECT_EQ(ov_node_set_state_value(n, 0, 3.0), ov_error_none);
-  EXPECT_EQ(ov_node_set_subtype(n, ov_subtype_label), ov_error_none);
-  EXPECT_EQ(ov_node_set_attribute(n, "k", "v"), ov_error_none);
-  EXPECT_EQ(ov_domain_set_node_size(domain, 4, 5), ov_error_none);
+  for (ov_status_t status : {ov_node_set_name(n, "named"), ov_node_set_label(n, "label"), ov_node_set_position(n, 1, 2),
+                             ov_node_set_state_label(n, 0, "s"), ov_node_set_state_value(n, 0, 3.0),
+                             ov_node_set_subtype(n, ov_subtype_label), ov_node_set_attribute(n, "k", "v"),
+                             ov_domain_set_node_size(domain, 4, 5)})
+    EXPECT_EQ(status, ov_error_none);
   EXPECT_EQ(ov_domain_is_compiled(domain) + ov_domain_is_triangulated(domain), 2);
   EXPECT_EQ(ov_domain_tables_to_propagate(domain), 0);
   // Touching the table asks for a new propagation.

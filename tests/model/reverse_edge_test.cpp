@@ -9,7 +9,6 @@
 #include <set>
 
 #include "expr/model.h"
-#include "model/chain_component.h"
 #include "model/domain.h"
 #include "model/graph.h"
 #include "model/graph_support.h"
@@ -19,9 +18,7 @@ namespace orvel {
 namespace {
 
 using namespace graph_test;
-using NodeSet = std::set<ov_node_t>;
 
-NodeSet as_set(const std::vector<ov_node_t> &nodes) { return NodeSet(nodes.begin(), nodes.end()); }
 long occurrences(const std::vector<ov_node_t> &nodes, ov_node_t node) {
   return std::count(nodes.begin(), nodes.end(), node);
 }
@@ -151,8 +148,7 @@ TEST(ReverseEdge, AnImpossibleStateGivesAUniformConditional) {
 TEST(ReverseEdge, TablesAreMadeOnlyWhenNeeded) {
   DomainPtr domain = new_domain();
   ov_node_t x = discrete(domain.get(), 3), p = discrete(domain.get(), 2), c = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(p, x), ov_error_none);
-  ASSERT_EQ(ov_node_add_parent(c, p), ov_error_none);
+  add_links({{x, p}, {p, c}});
   // Neither has a table: only the links change.
   ASSERT_EQ(ov_node_reverse_edge(p, c), ov_error_none);
   EXPECT_EQ(p->table, nullptr);

@@ -34,10 +34,7 @@ protected:
   static ov_node_t make_node(ov_class_t cls, const char *name, ov_category_t category = ov_category_chance,
                              ov_kind_t kind = ov_kind_discrete) {
     ov_node_t node = ov_domain_new_node(as_domain(cls), category, kind);
-    EXPECT_NE(node, nullptr);
-    if (node != nullptr) {
-      EXPECT_EQ(ov_node_set_name(node, name), ov_error_none);
-    }
+    EXPECT_EQ(ov_node_set_name(node, name), ov_error_none);
     return node;
   }
 
