@@ -11,11 +11,14 @@
 
 #include "expr/expression.h"
 #include "expr/expression_parser.h"
+#include "expr_helpers.h"
 #include "io/golden_rows.h"
 #include "model/domain.h"
 #include "orvel.h"
 
 namespace {
+
+using orvel::test::text_of;
 
 using Messages = std::vector<std::pair<std::uint32_t, std::string>>;
 
@@ -26,23 +29,12 @@ void collect(std::uint32_t location, ov_string_t message, void *data) {
 Messages *simple_sink = nullptr;
 void collect_simple(std::uint32_t location, ov_string_t message) { simple_sink->emplace_back(location, message); }
 
-std::string text_of(ov_expression_t expression) {
-  char *text = ov_expression_to_string(expression);
-  std::string copy = text != nullptr ? text : "<null>";
-  std::free(text);
-  return copy;
-}
-
-class ParserTest : public ::testing::Test {
+class ParserTest : public orvel::test::NamedNodes {
 protected:
   void SetUp() override {
-    domain = ov_new_domain();
-    for (const char *name : {"a", "b", "c", "min", "Normal", "x_1"}) {
-      ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-      ov_node_set_name(node, name);
-    }
+    NamedNodes::SetUp();
+    all_named({"a", "b", "c", "min", "Normal", "x_1"});
   }
-  void TearDown() override { ov_domain_delete(domain); }
 
   ov_node_t node(const char *name) { return ov_domain_get_node_by_name(domain, name); }
 
@@ -57,7 +49,6 @@ protected:
     return printed;
   }
 
-  ov_domain_t domain = nullptr;
   Messages messages;
 };
 

@@ -2,49 +2,32 @@
 // check, reference counting, cloning and the text form.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "expr/expression.h"
+#include "expr_helpers.h"
 #include "orvel.h"
 
 namespace {
 
-ov_expression_t make(ov_operator_t op, std::vector<ov_expression_t> operands) {
-  operands.push_back(nullptr);
-  return ov_make_composite_expression(op, operands.data());
-}
+using orvel::test::make;
+using orvel::test::text_of;
 
 ov_expression_t num(double value) { return ov_number_make_expression(value); }
 ov_expression_t boolean(int value) { return ov_boolean_make_expression(value); }
 ov_expression_t label(const char *text) { return ov_label_make_expression(text); }
 
-std::string text_of(ov_expression_t expression) {
-  char *text = ov_expression_to_string(expression);
-  EXPECT_NE(text, nullptr);
-  std::string copy = text != nullptr ? text : "";
-  std::free(text);
-  return copy;
-}
-
-class ExpressionTest : public ::testing::Test {
+class ExpressionTest : public orvel::test::NamedNodes {
 protected:
   void SetUp() override {
-    domain = ov_new_domain();
+    NamedNodes::SetUp();
     a = named("a");
     b = named("b");
     c = named("c");
   }
-  void TearDown() override { ov_domain_delete(domain); }
-  ov_node_t named(const char *name) {
-    ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    ov_node_set_name(node, name);
-    return node;
-  }
   ov_expression_t ref(ov_node_t node) { return ov_node_make_expression(node); }
 
-  ov_domain_t domain = nullptr;
   ov_node_t a = nullptr, b = nullptr, c = nullptr;
 };
 

@@ -8,6 +8,7 @@
 #include "compile/junction_tree.h"
 #include "expr/expression.h"
 #include "expr/model.h"
+#include "expr_helpers.h"
 #include "model/domain.h"
 #include "orvel.h"
 
@@ -46,10 +47,6 @@ protected:
     return ov_node_new_model(node, nodes.data());
   }
   ov_expression_t ref(ov_node_t node) { return ov_node_make_expression(node); }
-  static ov_expression_t make_expr(ov_operator_t op, std::vector<ov_expression_t> operands) {
-    operands.push_back(nullptr);
-    return ov_make_composite_expression(op, operands.data());
-  }
 
   ov_domain_t domain = nullptr;
   ov_node_t p1 = nullptr, p2 = nullptr, p3 = nullptr, child = nullptr, other = nullptr;
@@ -123,14 +120,14 @@ TEST_F(ModelTest, SizesThatDoNotFit) {
 TEST_F(ModelTest, StoredExpressionsAreCheckedAndCounted) {
   ov_model_t model = model_of(child, {p1});
   // Only parents may be named, even a node of the same domain is refused.
-  ov_expression_t bad = make_expr(ov_op_add, {ref(p2), ref(other)});
+  ov_expression_t bad = test::make(ov_op_add, {ref(p2), ref(other)});
   EXPECT_EQ(ov_model_set_expression(model, 0, bad), ov_error_invalid_expression);
   EXPECT_EQ(bad->references, 0);
   EXPECT_EQ(ov_model_get_expression(model, 0), nullptr);
   ov_expression_delete(bad);
 
   // A chance node takes a distribution whatever its subtype.
-  ov_expression_t normal = make_expr(ov_op_normal, {ref(p3), ov_number_make_expression(1)});
+  ov_expression_t normal = test::make(ov_op_normal, {ref(p3), ov_number_make_expression(1)});
   EXPECT_EQ(ov_model_set_expression(model, 0, normal), ov_error_none);
   // The same expression in many slots.
   EXPECT_EQ(ov_model_set_expression(model, 1, normal), ov_error_none);
@@ -196,7 +193,7 @@ TEST_F(ModelTest, ParsingInTheScopeOfAModel) {
 
 TEST_F(ModelTest, DeletingTheOwnerDeletesTheModel) {
   ov_model_t model = model_of(child, {p1});
-  ov_expression_t e = make_expr(ov_op_add, {ref(p1), ov_number_make_expression(1)});
+  ov_expression_t e = test::make(ov_op_add, {ref(p1), ov_number_make_expression(1)});
   EXPECT_EQ(ov_model_set_expression(model, 0, e), ov_error_none);
   EXPECT_EQ(ov_model_set_expression(model, 1, e), ov_error_none);
   EXPECT_EQ(ov_node_delete(child), ov_error_none); // no leak under the sanitizers
@@ -217,7 +214,7 @@ TEST_F(ModelTest, AModelWithoutSlotsIsLeftAloneWhenAParentGoes) {
 
 TEST_F(ModelTest, CopyingAModel) {
   ov_model_t model = model_of(child, {p1});
-  ov_expression_t shared = make_expr(ov_op_add, {ref(p1), ref(p2)});
+  ov_expression_t shared = test::make(ov_op_add, {ref(p1), ref(p2)});
   EXPECT_EQ(ov_model_set_expression(model, 0, shared), ov_error_none);
   EXPECT_EQ(ov_model_set_expression(model, 1, shared), ov_error_none);
   int word = 0;
