@@ -5,7 +5,6 @@
 // tables, decisions, utilities, subtypes and state values.)
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -76,30 +75,10 @@ struct Reference {
 // A plain tokeniser: strings, words (names and numbers) and single
 // punctuation characters; comments are dropped.
 std::vector<std::string> simple_tokens(const std::string &text) {
+  static const std::regex token(R"(%[^\n]*|"[^"]*"|[\w.+-]+|\S)");
   std::vector<std::string> tokens;
-  std::size_t i = 0;
-  while (i < text.size()) {
-    char c = text[i];
-    if (std::isspace(static_cast<unsigned char>(c))) {
-      ++i;
-    } else if (c == '%') {
-      while (i < text.size() && text[i] != '\n') ++i;
-    } else if (c == '"') {
-      std::size_t j = text.find('"', i + 1);
-      tokens.push_back(text.substr(i, j + 1 - i));
-      i = j + 1;
-    } else if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.' || c == '-' || c == '+') {
-      std::size_t j = i;
-      while (j < text.size() && (std::isalnum(static_cast<unsigned char>(text[j])) || text[j] == '_' ||
-                                 text[j] == '.' || text[j] == '-' || text[j] == '+'))
-        ++j;
-      tokens.push_back(text.substr(i, j - i));
-      i = j;
-    } else {
-      tokens.push_back(std::string(1, c));
-      ++i;
-    }
-  }
+  for (std::sregex_iterator i(text.begin(), text.end(), token), end; i != end; ++i)
+    if (i->str()[0] != '%') tokens.push_back(i->str());
   return tokens;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -35,6 +36,15 @@ struct TempFile {
     std::rewind(file);
   }
   ~TempFile() { std::fclose(file); }
+};
+
+// A scan of a stream holding `text`, its messages collected.
+struct FileScan : TempFile {
+  Messages messages;
+  ParseContext ctx;
+  FileScan(const std::string &text, TokenFunction function) : TempFile(text), ctx(file, function) {
+    messages.attach(ctx);
+  }
 };
 
 std::vector<int> tokens_of(ParseContext &ctx, int limit = 64) {
@@ -156,10 +166,8 @@ TEST(Comparisons, OperatorAtTheEndOfAStringIsReadAgain) {
 }
 
 TEST(Comparisons, OperatorAtTheEndOfAFileCannotPutBackTheEnd) {
-  TempFile source("a <");
-  Messages messages;
-  ParseContext ctx(source.file, scan_expression_token);
-  messages.attach(ctx);
+  FileScan scan("a <", scan_expression_token);
+  auto [messages, ctx] = std::tie(scan.messages, scan.ctx);
   EXPECT_EQ(scan_expression_token(&ctx), tok_name);
   EXPECT_EQ(scan_expression_token(&ctx), tok_error);
   EXPECT_EQ(ov_error_code(), ov_error_io);
@@ -181,10 +189,8 @@ TEST(Names, HaveNoLengthLimit) {
 }
 
 TEST(Numbers, FromAFile) {
-  TempFile source("-2.5e1 +x");
-  Messages messages;
-  ParseContext ctx(source.file, scan_net_token);
-  messages.attach(ctx);
+  FileScan scan("-2.5e1 +x", scan_net_token);
+  auto [messages, ctx] = std::tie(scan.messages, scan.ctx);
   EXPECT_EQ(scan_net_token(&ctx), tok_number);
   EXPECT_EQ(ctx.number, -25.0);
   // A sign without a number: the caller reports what it expected.
@@ -195,11 +201,8 @@ TEST(Numbers, FromAFile) {
 // ---------------------------------------------------------------- strings
 
 TEST(Strings, PlainNulByteInAFile) {
-  std::string text("\"a\0b\"", 5);
-  TempFile source(text);
-  Messages messages;
-  ParseContext ctx(source.file, scan_net_token);
-  messages.attach(ctx);
+  FileScan scan(std::string("\"a\0b\"", 5), scan_net_token);
+  auto [messages, ctx] = std::tie(scan.messages, scan.ctx);
   EXPECT_EQ(scan_net_token(&ctx), tok_string);
   EXPECT_STREQ(ctx.text.get(), "a");
   ASSERT_EQ(messages.list.size(), 1u);
@@ -231,10 +234,8 @@ TEST(Blanks, CommentsAndLines) {
 }
 
 TEST(Blanks, LocationOfAFileIsTheLine) {
-  TempFile source("a\nb\n  $");
-  Messages messages;
-  ParseContext ctx(source.file, scan_expression_token);
-  messages.attach(ctx);
+  FileScan scan("a\nb\n  $", scan_expression_token);
+  auto [messages, ctx] = std::tie(scan.messages, scan.ctx);
   EXPECT_EQ(tokens_of(ctx), (std::vector<int>{tok_name, tok_name, tok_error}));
   ASSERT_EQ(messages.list.size(), 1u);
   EXPECT_EQ(messages.list[0].first, 3u);
