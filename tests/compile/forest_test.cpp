@@ -125,54 +125,28 @@ void set_row(Node *node, std::vector<float> values) {
   std::copy(values.begin(), values.end(), data);
 }
 
+// Zero-sum rows and rows of unequal sums are in the golden compile logs; a
+// negative value cannot be read from a file.
 TEST(PotentialCheck, BadRowsAreReportedWithALog) {
   ov_domain_t domain = ov_new_domain();
   Node *a = add_node(domain, "A", 2);
   Node *b = add_node(domain, "B", 2);
-  Node *c = add_node(domain, "C", 2);
   add_arc(a, b);
-  for (Node *node : {a, b, c}) {
-    ov_node_set_state_label(node, 0, "s0");
-    ov_node_set_state_label(node, 1, "s1");
-  }
+  ov_node_set_state_label(a, 1, "s1");
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   set_row(a, {1.0f, -0.5f});
-  set_row(b, {0.5f, 0.5f, 0.0f, 0.0f});
-  set_row(c, {0.0f, 0.0f});
   {
     LogCapture log(domain);
     EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_invalid_probability_potential);
     EXPECT_EQ(log.text(), "\n\nChecking conditional probability potentials:\n"
-                          "\nPotential for C is a zero-sum distribution\n"
-                          "\nPotential for B has a zero-sum distribution for:\n    A = s1\n"
                           "\nPotential for A has a negative value (-0.5) for:\n    A = s1\n");
-  }
-  set_row(a, {0.5f, 0.5f});
-  set_row(c, {0.25f, 0.75f});
-  set_row(b, {0.5f, 0.5f, 0.5002f, 0.5f});
-  {
-    LogCapture log(domain);
-    EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
-    EXPECT_EQ(log.text().rfind("\n\nChecking conditional probability potentials:\n"
-                               "\nWarning: Conditional distributions for B sum to different values:\n"
-                               "    min = 1\n    max = 1.0002\n\n\nBeliefs for chance nodes:\n",
-                               0),
-              0u);
-  }
-  ov_domain_set_log_file(domain, nullptr);
-  ov_domain_uncompile(domain);
-  ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
-  set_row(b, {0.5f, 0.5f, 0.50005f, 0.5f});
-  {
-    LogCapture log(domain);
-    EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
-    EXPECT_EQ(log.text().rfind("\n\nChecking conditional probability potentials:\n\n\nBeliefs", 0), 0u);
   }
   ov_domain_set_log_file(domain, nullptr);
   // Without a log nothing checks the rows ahead of the first propagation: a
   // row with an infinite entry cannot be scaled to a distribution, a row
   // with not-a-number has no positive sum.
   ov_domain_uncompile(domain);
+  set_row(a, {0.5f, 0.5f});
   set_row(b, {0.5f, 0.5f, std::numeric_limits<float>::infinity(), 1.0f});
   EXPECT_EQ(ov_domain_compile(domain), ov_error_overflow);
   EXPECT_EQ(ov_domain_is_compiled(domain), 0);

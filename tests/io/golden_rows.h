@@ -1,12 +1,21 @@
-// Rows of tab-separated golden files under tests/data/: one case a line,
-// '#' starts a comment line, and the fields know the escapes \n, \t and \\.
+// Golden files under tests/data/: whole files, and rows of tab-separated
+// files (one case a line, '#' starts a comment line, and the fields know
+// the escapes \n, \t and \\).
 #pragma once
 
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace orvel::test {
+
+inline std::string read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
 
 inline std::string unescape(const std::string &field) {
   std::string out;

@@ -25,6 +25,8 @@
 
 namespace {
 
+using orvel::test::read_file;
+
 namespace fs = std::filesystem;
 
 struct Messages {
@@ -33,13 +35,6 @@ struct Messages {
 
 void collect(std::uint32_t location, ov_string_t message, void *data) {
   static_cast<Messages *>(data)->lines.push_back(std::to_string(location) + ": " + message);
-}
-
-std::string read_file(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
 }
 
 std::string temp_file(const std::string &name, const std::string &text) {

@@ -6,11 +6,10 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "io/golden_rows.h"
 #include "io/net_writer.h"
 #include "model/domain.h"
 #include "oo/class.h"
@@ -19,14 +18,9 @@
 
 namespace {
 
-using orvel::as_domain;
+using orvel::test::read_file;
 
-std::string read_file(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using orvel::as_domain;
 
 std::string expected(const char *name) { return read_file(std::string(ORVEL_TEST_DATA) + "/net_out/" + name); }
 
@@ -220,7 +214,7 @@ TEST_F(ClassGolden, BadFileKeepsNoName) {
 }
 
 // A model in a class: its slots line up under the first one. G is made
-// after P, so it is written first.
+// after P, so it is written first (tests/data/net_out/model_class.net).
 TEST_F(ClassGolden, ModelInAClass) {
   ov_class_t gen = make_class("Gen");
   ov_domain_t g = as_domain(gen);
@@ -237,14 +231,7 @@ TEST_F(ClassGolden, ModelInAClass) {
   ASSERT_EQ(
       ov_model_set_expression(model, 1, ov_class_string_to_expression(gen, "Distribution(0, 1)", nullptr, nullptr)),
       ov_error_none);
-  const char *text = "class Gen\n{\n\tinputs = ();\n\toutputs = ();\n    node_size = (0 0);\n"
-                     "\n    node G\n    {\n\tstates = (\"g0\" \"g1\");\n\tsubtype = label;\n    }\n"
-                     "\n    node P\n    {\n\tstates = (\"p0\" \"p1\");\n    }\n"
-                     "\n    potential (G | P)\n    {\n\tmodel_nodes = (P);\n"
-                     "\tmodel_data  = ( Distribution (0.5, 0.5),\n\t\t\tDistribution (0, 1) );\n    }\n"
-                     "\n    potential (P) {}\n"
-                     "} % class Gen\n";
-  EXPECT_EQ(written(reinterpret_cast<ov_domain_t>(gen)), text);
+  EXPECT_EQ(written(reinterpret_cast<ov_domain_t>(gen)), expected("model_class.net"));
 }
 
 TEST_F(ClassGolden, UnknownSubtypeAndFailingCollectionStream) {
