@@ -124,34 +124,6 @@ TEST(ScannerGolden, TokensMessagesAndCodes) {
   }
 }
 
-// ---------------------------------------------------------------- tables
-
-TEST(TokenTables, EachFunctionAcceptsItsOwnCharacters) {
-  // Characters that are tokens of their own in the three functions.
-  const std::string all = "()*,:;{|}#=?/^";
-  for (char c : all) {
-    std::string text(1, c);
-    ParseContext net(text.c_str(), scan_net_token);
-    ParseContext expr(text.c_str(), scan_expression_token);
-    ParseContext data(text.c_str(), scan_data_token);
-    int n = scan_net_token(&net), e = scan_expression_token(&expr), d = scan_data_token(&data);
-    bool net_itself = std::string("()*,:;{|}#=?").find(c) != std::string::npos;
-    EXPECT_EQ(n, net_itself ? c : tok_error) << c;
-    if (c == '#' || c == '?')
-      EXPECT_EQ(e, tok_error) << c;
-    else if (c == '=')
-      EXPECT_EQ(e, tok_eq);
-    else
-      EXPECT_EQ(e, c) << c;
-    if (c == '(' || c == ')')
-      EXPECT_EQ(d, c);
-    else if (c == '/')
-      EXPECT_EQ(d, tok_name);
-    else
-      EXPECT_EQ(d, tok_error) << c;
-  }
-}
-
 // ---------------------------------------------------------------- comparisons
 
 TEST(Comparisons, OperatorAtTheEndOfAStringIsReadAgain) {
