@@ -15,10 +15,10 @@
 namespace orvel {
 namespace {
 
-class ModelTest : public ::testing::Test {
+class ModelTest : public test::NamedNodes {
 protected:
   void SetUp() override {
-    domain = ov_new_domain();
+    NamedNodes::SetUp();
     p1 = make("p1", 2);
     p2 = make("p2", 3);
     p3 = make("p3", 2);
@@ -28,14 +28,12 @@ protected:
     link(p2, child);
     link(p3, child);
   }
-  void TearDown() override { ov_domain_delete(domain); }
 
   // Nodes get their states and links through the records here, so that the
   // tests depend on nothing but the model code.
-  ov_node_t make(const char *name, std::uint32_t states, ov_category_t category = ov_category_chance) {
-    ov_node_t node = ov_domain_new_node(domain, category, ov_kind_discrete);
-    ov_node_set_name(node, name);
-    if (category != ov_category_utility) node->state_count = states;
+  ov_node_t make(const char *name, std::uint32_t states) {
+    ov_node_t node = named(name);
+    node->state_count = states;
     return node;
   }
   static void link(ov_node_t parent, ov_node_t node) {
@@ -48,7 +46,6 @@ protected:
   }
   ov_expression_t ref(ov_node_t node) { return ov_node_make_expression(node); }
 
-  ov_domain_t domain = nullptr;
   ov_node_t p1 = nullptr, p2 = nullptr, p3 = nullptr, child = nullptr, other = nullptr;
 };
 
@@ -248,13 +245,10 @@ TEST_F(ModelTest, CopyingAModel) {
 
 // ---------------------------------------------------------------- through graph editing
 
-class ModelGraphTest : public ::testing::Test {
+class ModelGraphTest : public test::NamedNodes {
 protected:
-  void SetUp() override { domain = ov_new_domain(); }
-  void TearDown() override { ov_domain_delete(domain); }
   ov_node_t make(const char *name, ov_count_t states) {
-    ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    ov_node_set_name(node, name);
+    ov_node_t node = named(name);
     EXPECT_EQ(ov_node_set_number_of_states(node, states), ov_error_none);
     return node;
   }
@@ -263,7 +257,6 @@ protected:
     EXPECT_NE(e, nullptr) << text;
     return e;
   }
-  ov_domain_t domain = nullptr;
 };
 
 TEST_F(ModelGraphTest, EditsReachTheModel) {
