@@ -226,6 +226,9 @@ TEST(ForestShape, ChainComponentPotentials) {
   ChainComponent *k = add_chain_component(domain, {a, b}, true);
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);
+  // The members are linked and the parents of the component married.
+  for (auto [x, y] : {std::pair{a, b}, {b, a}, {p, q}, {q, p}})
+    EXPECT_EQ(std::count(x->neighbours.begin(), x->neighbours.end(), y), 1) << *x->name << " " << *y->name;
   ASSERT_NE(k->normalizer, nullptr);
   EXPECT_EQ(k->normalizer->nodes, NodeList(std::vector<Node *>{q, p, nullptr}.data()));
   ASSERT_NE(k->normalizer_clique, nullptr);
