@@ -19,23 +19,11 @@
 namespace {
 
 using orvel::test::read_file;
+using orvel::test::written;
 
 using orvel::as_domain;
 
 std::string expected(const char *name) { return read_file(std::string(ORVEL_TEST_DATA) + "/net_out/" + name); }
-
-// What ov_domain_write_net prints for a domain or class.
-std::string written(ov_domain_t domain) {
-  char *buffer = nullptr;
-  std::size_t size = 0;
-  std::FILE *stream = open_memstream(&buffer, &size);
-  EXPECT_NE(stream, nullptr);
-  EXPECT_EQ(ov_domain_write_net(domain, stream), ov_error_none);
-  std::fclose(stream);
-  std::string text(buffer, size);
-  std::free(buffer);
-  return text;
-}
 
 ov_node_t named(ov_domain_t domain, const char *name, ov_category_t category = ov_category_chance,
                 ov_kind_t kind = ov_kind_discrete) {
