@@ -52,8 +52,6 @@ protected:
   Messages messages;
 };
 
-// ---------------------------------------------------------------- grammar
-
 // Each row of tests/data/expression_texts.tsv: a text, what it prints as
 // (or "error <code>"), and the messages as "location: message" joined by
 // " | ". The domain has the nodes a, b, c, min, Normal and x_1.
@@ -121,8 +119,6 @@ TEST_F(ParserTest, NestingIsBounded) {
   std::string open(100000, '(');
   EXPECT_EQ(parse(open.c_str()), "error syntax");
 }
-
-// ---------------------------------------------------------------- entry points
 
 TEST_F(ParserTest, SimpleHandlerReceivesLocationAndMessage) {
   Messages simple;

@@ -49,8 +49,6 @@ protected:
   ov_node_t p1 = nullptr, p2 = nullptr, p3 = nullptr, child = nullptr, other = nullptr;
 };
 
-// ---------------------------------------------------------------- creation
-
 TEST_F(ModelTest, ANullListIsAnEmptyModel) {
   ov_model_t empty = ov_node_new_model(child, nullptr);
   ASSERT_NE(empty, nullptr);
@@ -86,8 +84,6 @@ TEST_F(ModelTest, ANewModelReplacesTheOldAndIsStale) {
   EXPECT_EQ(ov_model_get_nodes(second)[1], p1);
   EXPECT_EQ(ov_model_get_size(second), 6);
 }
-
-// ---------------------------------------------------------------- slots
 
 TEST_F(ModelTest, SizeIsTheProductOfStateCounts) {
   ov_model_t model = model_of(child, {p1, p2, p3});
@@ -186,8 +182,6 @@ TEST_F(ModelTest, ParsingInTheScopeOfAModel) {
   EXPECT_EQ(ov_error_code(), ov_error_syntax);
 }
 
-// ---------------------------------------------------------------- lifecycle
-
 TEST_F(ModelTest, DeletingTheOwnerDeletesTheModel) {
   ov_model_t model = model_of(child, {p1});
   ov_expression_t e = test::make(ov_op_add, {ref(p1), ov_number_make_expression(1)});
@@ -242,8 +236,6 @@ TEST_F(ModelTest, CopyingAModel) {
   ASSERT_NE(bare_copy, nullptr);
   EXPECT_EQ(bare_copy->expressions, nullptr);
 }
-
-// ---------------------------------------------------------------- through graph editing
 
 class ModelGraphTest : public test::NamedNodes {
 protected:

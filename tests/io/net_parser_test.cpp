@@ -51,8 +51,6 @@ std::vector<float> table_values(ov_node_t n) {
   return std::vector<float>(data, data + ov_table_get_size(t));
 }
 
-// ---------------------------------------------------------------- shared networks
-
 // An independent reading of a block-format file: node names and state
 // counts, and per potential the child, its parents and every number of its
 // data item in file order.
@@ -145,8 +143,6 @@ TEST(NetParserNetworks, EveryNetworkMatchesAnIndependentReading) {
   }
 }
 
-// ---------------------------------------------------------------- golden files
-
 // Each file of tests/data/net/ holds its expectations as comments: "%! code
 // <name>" and one "%! <line>: <message>" per message, in order.
 TEST(NetParserGolden, MessagesLinesAndCodes) {
@@ -173,8 +169,6 @@ TEST(NetParserGolden, MessagesLinesAndCodes) {
     if (d != nullptr) ov_domain_delete(d);
   }
 }
-
-// ---------------------------------------------------------------- items
 
 // Sizes and positions are rounded and truncated; the older "discrete node"
 // and "discrete decision" forms; attributes in file order.
@@ -327,8 +321,6 @@ TEST(NetParserItems, StreamsStayTheCallers) {
   EXPECT_EQ(ov_error_code(), ov_error_io);
 }
 
-// ---------------------------------------------------------------- classes
-
 struct LoaderLog {
   std::vector<std::string> asked;
   std::string directory;
@@ -404,8 +396,6 @@ TEST(NetParserClasses, ClassErrors) {
   }
 }
 
-// ---------------------------------------------------------------- node lists
-
 TEST(NetParserNodeLists, NamesInFileOrder) {
   ov_domain_t d = ov_net_parse_from_string("node A {} node B {}", nullptr);
   ASSERT_NE(d, nullptr);
@@ -428,8 +418,6 @@ TEST(NetParserNodeLists, NamesInFileOrder) {
   EXPECT_EQ(messages.lines, std::vector<std::string>{"1: node name expected"});
   ov_domain_delete(d);
 }
-
-// ---------------------------------------------------------------- hostile input
 
 TEST(NetParserHostile, BadInputFailsCleanly) {
   std::string long_name(100000, 'n');

@@ -49,8 +49,6 @@ void set_data(ov_node_t node, std::vector<float> values) {
   for (std::size_t i = 0; i < values.size(); ++i) data[i] = values[i];
 }
 
-// ---------------------------------------------------------------- golden files
-
 // Files written by hand hold every sort of node, attribute and table: a
 // domain with labels, subtypes, state values, positions, learning tables
 // and models, CG tables, small table shapes and a chain potential. Read and
@@ -82,8 +80,6 @@ TEST(NetWriter, RepairsNamesOfADomain) {
   ov_domain_delete(d);
 }
 
-// ---------------------------------------------------------------- failures and files
-
 TEST(NetWriter, FailingStreamsGiveIo) {
   ov_domain_t d = ov_new_domain();
   named(d, "A");
@@ -113,8 +109,6 @@ TEST(NetWriter, SaveKeepsTheFileName) {
   std::remove(path.c_str());
   ov_domain_delete(d);
 }
-
-// ---------------------------------------------------------------- classes
 
 class ClassGolden : public ::testing::Test {
 protected:

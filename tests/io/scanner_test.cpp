@@ -124,8 +124,6 @@ TEST(ScannerGolden, TokensMessagesAndCodes) {
   }
 }
 
-// ---------------------------------------------------------------- comparisons
-
 TEST(Comparisons, OperatorAtTheEndOfAStringIsReadAgain) {
   // Putting back the end of input steps the cursor back over the operator.
   for (auto [text, token] : {std::pair{"a =", tok_eq}, {"a <", tok_lt}, {"a >", tok_gt}}) {
@@ -146,8 +144,6 @@ TEST(Comparisons, OperatorAtTheEndOfAFileCannotPutBackTheEnd) {
   ASSERT_EQ(messages.list.size(), 1u);
   EXPECT_EQ(messages.list[0].second, "could not unget character");
 }
-
-// ---------------------------------------------------------------- names
 
 TEST(Names, HaveNoLengthLimit) {
   std::string name(100000, 'n');
@@ -170,8 +166,6 @@ TEST(Numbers, FromAFile) {
   EXPECT_TRUE(messages.list.empty());
 }
 
-// ---------------------------------------------------------------- strings
-
 TEST(Strings, PlainNulByteInAFile) {
   FileScan scan(std::string("\"a\0b\"", 5), scan_net_token);
   auto [messages, ctx] = std::tie(scan.messages, scan.ctx);
@@ -190,8 +184,6 @@ TEST(Strings, LongStringsGrowTheBuffer) {
   EXPECT_EQ(std::string(ctx.text.get()), body);
   EXPECT_EQ(ctx.text_capacity, 8192u); // 64 doubled until it fits
 }
-
-// ---------------------------------------------------------------- blanks
 
 TEST(Blanks, CommentsAndLines) {
   TempFile source("a % comment ( \" \n\n  b %last");
@@ -213,8 +205,6 @@ TEST(Blanks, LocationOfAFileIsTheLine) {
   EXPECT_EQ(messages.list[0].first, 3u);
 }
 
-// ---------------------------------------------------------------- push-back
-
 TEST(PushBack, TwoTokensComeBackNewestFirstAndKeepTheirText) {
   ParseContext ctx("first second", scan_net_token);
   EXPECT_EQ(scan_net_token(&ctx), tok_name);
@@ -227,8 +217,6 @@ TEST(PushBack, TwoTokensComeBackNewestFirstAndKeepTheirText) {
   EXPECT_EQ(scan_net_token(&ctx), tok_name);
   EXPECT_STREQ(ctx.text.get(), "second");
 }
-
-// ---------------------------------------------------------------- messages
 
 TEST(Messages, LongNamesAreCutAndTheMessageStaysWhole) {
   std::string name(3000, 'x');
@@ -263,8 +251,6 @@ TEST(Messages, NoteDoesNotCountAndNullHandlerDropsMessages) {
   EXPECT_EQ(scan_net_token(&ctx), tok_error); // no handler: still counted
   EXPECT_EQ(ctx.error_count, 1u);
 }
-
-// ---------------------------------------------------------------- probe
 
 TEST(Probe, FiveTokensDecideTheFormat) {
   EXPECT_EQ(probe_net_format(nullptr, "domain \"label\" 10 20 1.5 anything"), 0);
