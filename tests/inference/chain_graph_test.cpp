@@ -27,45 +27,41 @@ struct ChainNet {
 
 std::string name_of(int v) { return "X" + std::to_string(v); }
 
-// Random positive data for a factor, written to the text as a flat list;
-// the values kept are those a float holds. With `row` set, each run of `row`
-// values is scaled to sum to one first.
-Factor make_factor(std::vector<int> vars, const std::vector<std::uint32_t> &states, std::uint32_t row,
-                   std::mt19937 &rng, std::string &text) {
+// A potential over `children` given `parents` with random positive data,
+// written to the text as a flat list; the values kept are those a float
+// holds. With `rows` set, each row of the one child sums to one.
+Factor potential(ChainNet &net, const std::vector<int> &children, const std::vector<int> &parents, bool rows,
+                 std::mt19937 &rng) {
   std::uniform_real_distribution<double> unit(0.1, 1.1);
-  Factor f{std::move(vars), {}};
+  Factor f{parents, {}};
+  f.vars.insert(f.vars.end(), children.begin(), children.end());
   std::size_t size = 1;
-  for (int v : f.vars) size *= states[v];
+  for (int v : f.vars) size *= net.states[v];
+  const std::size_t row = rows ? net.states[children[0]] : size;
   f.values.resize(size);
   for (double &x : f.values) x = unit(rng);
   auto normalise = [&] {
-    for (std::size_t start = 0; row > 0 && start < size; start += row) {
+    for (std::size_t start = 0; rows && start < size; start += row) {
       double sum = 0.0;
-      for (std::uint32_t k = 0; k < row; ++k) sum += f.values[start + k];
-      for (std::uint32_t k = 0; k < row; ++k) f.values[start + k] /= sum;
+      for (std::size_t k = 0; k < row; ++k) sum += f.values[start + k];
+      for (std::size_t k = 0; k < row; ++k) f.values[start + k] /= sum;
     }
   };
   normalise();
-  text += "    data = (";
+  net.text += "potential (";
+  for (std::size_t i = 0; i < children.size(); ++i) net.text += (i ? " " : "") + name_of(children[i]);
+  net.text += parents.empty() ? "" : " |";
+  for (int p : parents) net.text += " " + name_of(p);
+  net.text += ")\n{\n    data = (";
   for (double &x : f.values) {
     char number[32];
     std::snprintf(number, sizeof number, " %.9g", x);
-    text += number;
+    net.text += number;
     x = static_cast<float>(x);
   }
-  text += " );\n}\n\n";
+  net.text += " );\n}\n\n";
   normalise(); // the engine normalises the float rows again
   return f;
-}
-
-std::string potential_head(const std::vector<int> &children, const std::vector<int> &parents) {
-  std::string head = "potential (";
-  for (std::size_t i = 0; i < children.size(); ++i) head += (i ? " " : "") + name_of(children[i]);
-  if (!parents.empty()) {
-    head += " |";
-    for (int p : parents) head += " " + name_of(p);
-  }
-  return head + ")\n{\n";
 }
 
 // Directed nodes, then one chain component of two or three members with
@@ -91,42 +87,22 @@ ChainNet make_chain_net(std::mt19937 &rng) {
     return parents;
   };
   net.node_tables.resize(n);
-  for (int v = 0; v < before; ++v) {
-    std::vector<int> parents = pick_parents(v, 2);
-    net.text += potential_head({v}, parents);
-    parents.push_back(v);
-    net.node_tables[v] = make_factor(parents, net.states, net.states[v], rng, net.text);
-  }
+  for (int v = 0; v < before; ++v) net.node_tables[v] = potential(net, {v}, pick_parents(v, 2), true, rng);
   // Every member has the component's parents, as the chain potentials give
   // them to all of their children.
-  std::vector<int> component_parents = pick_parents(before, 2);
+  const std::vector<int> component_parents = pick_parents(before, 2);
   std::vector<int> component;
   for (int v = before; v < before + members; ++v) {
     component.push_back(v);
-    net.text += potential_head({v}, component_parents);
-    std::vector<int> vars(component_parents);
-    vars.push_back(v);
-    net.node_tables[v] = make_factor(vars, net.states, net.states[v], rng, net.text);
+    net.node_tables[v] = potential(net, {v}, component_parents, true, rng);
   }
   net.components.push_back(component);
   net.potentials.emplace_back();
-  std::vector<std::vector<int>> groups;
-  if (members == 2)
-    groups.push_back(component);
-  else
-    groups = {{component[0], component[1]}, {component[1], component[2]}};
-  for (const std::vector<int> &children : groups) {
-    net.text += potential_head(children, component_parents);
-    std::vector<int> vars(component_parents);
-    vars.insert(vars.end(), children.begin(), children.end());
-    net.potentials.back().push_back(make_factor(vars, net.states, 0, rng, net.text));
-  }
-  for (int v = before + members; v < n; ++v) {
-    std::vector<int> parents = pick_parents(v, 2);
-    net.text += potential_head({v}, parents);
-    parents.push_back(v);
-    net.node_tables[v] = make_factor(parents, net.states, net.states[v], rng, net.text);
-  }
+  std::vector<std::vector<int>> groups{component};
+  if (members == 3) groups = {{component[0], component[1]}, {component[1], component[2]}};
+  for (const std::vector<int> &children : groups)
+    net.potentials.back().push_back(potential(net, children, component_parents, false, rng));
+  for (int v = before + members; v < n; ++v) net.node_tables[v] = potential(net, {v}, pick_parents(v, 2), true, rng);
   return net;
 }
 
