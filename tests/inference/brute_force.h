@@ -41,6 +41,12 @@ struct RandomNetwork {
 // Findings per node per state (1.0 everywhere means none).
 using Findings = std::vector<std::vector<float>>;
 
+inline Findings no_findings(const RandomNetwork &net) {
+  Findings findings;
+  for (std::uint32_t states : net.states) findings.emplace_back(states, 1.0f);
+  return findings;
+}
+
 // The joint weighted by the findings of the nodes not marked in `skip`,
 // summed (or maximised) onto `keep`; the result lists `keep`'s states with
 // the last fastest. `total` receives the sum (or maximum) over everything.

@@ -41,6 +41,13 @@ struct TableFixture : ::testing::Test {
     for (ov_node_t *n = ov_table_get_nodes(table); *n != nullptr; ++n) nodes.push_back(*n);
     return nodes;
   }
+  // Experience and fading tables of `node` over `parents`.
+  std::pair<Table *, Table *> learning_tables(ov_node_t node, ov_node_t *parents) {
+    node->experience_table = table_new(domain, parents, ov_table_kind_experience, role_plain, false, true);
+    node->fading_table = table_new(domain, parents, ov_table_kind_fading, role_plain, false, true);
+    node->experience_table->owner = node->fading_table->owner = node;
+    return {node->experience_table, node->fading_table};
+  }
   static void fill(ov_table_t table, float scale) {
     ov_number_t *data = ov_table_get_data(table);
     for (ov_count_t i = 0; i < ov_table_get_size(table); ++i) data[i] = static_cast<float>(i) * scale;
@@ -252,11 +259,7 @@ TEST_F(TableLayout, DeletionRulesByListAndValueKind) {
   EXPECT_EQ(ov_node_get_table(c), own) << "a node's table cannot be deleted this way";
   EXPECT_EQ(ov_table_get_size(own), 4);
   ov_node_t parents[] = {a, nullptr};
-  Table *experience = table_new(domain, parents, ov_table_kind_experience, role_plain, false, true);
-  Table *fading = table_new(domain, parents, ov_table_kind_fading, role_plain, false, true);
-  experience->owner = fading->owner = c;
-  c->experience_table = experience;
-  c->fading_table = fading;
+  auto [experience, fading] = learning_tables(c, parents);
   EXPECT_EQ(ov_table_delete(experience), ov_error_none);
   EXPECT_EQ(c->experience_table, nullptr);
   EXPECT_EQ(c->fading_table, fading);
@@ -358,11 +361,7 @@ TEST_F(Reorder, ExperienceAndFadingTablesFollowTheNodesTable) {
   ov_table_t own = ov_node_get_table(c);
   fill(own, 1.0f);
   ov_node_t parents[] = {b, a, nullptr};
-  Table *experience = table_new(domain, parents, ov_table_kind_experience, role_plain, false, true);
-  Table *fading = table_new(domain, parents, ov_table_kind_fading, role_plain, false, true);
-  experience->owner = fading->owner = c;
-  c->experience_table = experience;
-  c->fading_table = fading;
+  auto [experience, fading] = learning_tables(c, parents);
   for (int i = 0; i < 6; ++i) {
     experience->data[i] = static_cast<ov_number_t>(10 + i);
     fading->data[i] = static_cast<ov_number_t>(20 + i);

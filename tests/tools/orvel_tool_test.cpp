@@ -76,13 +76,10 @@ using orvel::test::RandomNetwork;
 struct Evidence {
   const RandomNetwork &net;
   Findings findings;
-  explicit Evidence(const RandomNetwork &n) : net(n) {
-    for (std::uint32_t states : net.states) findings.emplace_back(states, 1.0f);
-  }
+  explicit Evidence(const RandomNetwork &n) : net(n), findings(orvel::test::no_findings(n)) {}
   std::size_t index(ov_node_t node) const {
     return static_cast<std::size_t>(std::find(net.nodes.begin(), net.nodes.end(), node) - net.nodes.begin());
   }
-  void set(ov_node_t node, std::vector<float> weights) { findings[index(node)] = std::move(weights); }
   void hard(ov_node_t node, ov_index_t state) {
     std::vector<float> &f = findings[index(node)];
     std::fill(f.begin(), f.end(), 0.0f);
@@ -122,7 +119,7 @@ TEST(OrvelTool, BeliefsMatchEnumeration) {
       expected.hard(wet, ov_node_get_state_index_from_label(wet, "yes"));
       options = " -e WetGrass=yes";
     } else if (k == 1) {
-      expected.set(ov_domain_get_node_by_name(domain, "Sprinkler"), {0.2f, 0.8f});
+      expected.findings[expected.index(ov_domain_get_node_by_name(domain, "Sprinkler"))] = {0.2f, 0.8f};
       expected.hard(ov_domain_get_node_by_name(domain, "Rain"), 1);
       options = " -l Sprinkler=0.2,0.8 -e 'Rain=#1'";
     } else {
