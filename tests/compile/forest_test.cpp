@@ -170,12 +170,16 @@ TEST(ForestShape, UtilitiesAndSingleStateNodes) {
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);
   // Utilities join the parts into one tree; every clique has utilities.
-  std::set<ov_junction_tree_t> trees;
-  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
-       clique = ov_clique_get_next(clique)) {
-    trees.insert(ov_clique_get_junction_tree(clique));
-    EXPECT_NE(ov_clique_get_utility_table(clique), nullptr);
-  }
+  auto trees_of = [](ov_domain_t forest, bool utilities) {
+    std::set<ov_junction_tree_t> trees;
+    for (ov_clique_t clique = ov_domain_get_first_clique(forest); clique != nullptr;
+         clique = ov_clique_get_next(clique)) {
+      trees.insert(ov_clique_get_junction_tree(clique));
+      EXPECT_EQ(ov_clique_get_utility_table(clique) != nullptr, utilities);
+    }
+    return trees;
+  };
+  std::set<ov_junction_tree_t> trees = trees_of(domain, true);
   EXPECT_EQ(trees.size(), 1u);
   EXPECT_EQ(u->junction_tree, d->junction_tree);
   EXPECT_EQ(d->marginal_source->role, role_clique) << "a decision takes its marginal from a clique";
@@ -196,12 +200,7 @@ TEST(ForestShape, UtilitiesAndSingleStateNodes) {
   add_arc(add_node(domain, "A", 2), add_node(domain, "B", 3));
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);
-  trees.clear();
-  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
-       clique = ov_clique_get_next(clique)) {
-    trees.insert(ov_clique_get_junction_tree(clique));
-    EXPECT_EQ(ov_clique_get_utility_table(clique), nullptr);
-  }
+  trees = trees_of(domain, false);
   EXPECT_EQ(trees.size(), 2u);
   // Once compiled the domain lists the trees, each at the sum equilibrium.
   ASSERT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);

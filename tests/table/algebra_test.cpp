@@ -101,29 +101,6 @@ TEST(TableAlgebraProperty, MatchesTheNaiveReferenceAtEveryLevel) {
   }
 }
 
-TEST(TableAlgebraProperty, LargeTablesAgreeAcrossLevelsWithTheDefaultGrain) {
-  // Big enough that the default grain of 10000 lets workers start.
-  Net net;
-  Node *a = net.discrete(16), *b = net.discrete(12), *c = net.discrete(10), *d = net.discrete(9);
-  std::mt19937 rng(7);
-  Table *fine = net.table({a, b, c, d});
-  test::fill_random(fine, rng);
-  Table *coarse = net.table({c, a});
-  test::fill_random(coarse, rng);
-  const std::vector<float> sum = reference(fine, coarse, false), product = reference_multiply(fine, coarse);
-  for (std::uint32_t level : test::levels()) {
-    test::set_level(net, level, 10000);
-    Table *out = net.table({c, a});
-    ASSERT_EQ(marginalize_tables(fine, out, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
-    expect_same(sum, out, "sum", level);
-    Table *target = table_clone(fine);
-    ASSERT_EQ(multiply_tables(target, coarse), ov_error_none);
-    expect_same(product, target, "multiply", level);
-    table_delete(target);
-    table_delete(out);
-  }
-}
-
 // Division rules that random tables do not reach: 0 / 0, x / 0, negative
 // and NaN divisors, by the shape of the pair; the one-to-one loop over
 // tables that differ only in order, and contiguous runs with a remainder.
