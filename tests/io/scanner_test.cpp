@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <map>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -62,14 +63,6 @@ std::string token_text(const ParseContext &ctx, int token) {
   switch (token) {
   case tok_name: return std::string("name:") + ctx.text.get();
   case tok_dotted_name: return std::string("dotted:") + ctx.text.get();
-  case tok_eof: return "eof";
-  case tok_error: return "error";
-  case tok_eq: return "==";
-  case tok_ne: return "!=";
-  case tok_lt: return "<";
-  case tok_gt: return ">";
-  case tok_le: return "<=";
-  case tok_ge: return ">=";
   case tok_number: {
     std::ostringstream number;
     number << "number:" << ctx.number;
@@ -89,7 +82,12 @@ std::string token_text(const ParseContext &ctx, int token) {
     }
     return text + "\"";
   }
-  default: return std::string(1, static_cast<char>(token));
+  default: {
+    static const std::map<int, std::string> named{{tok_eof, "eof"}, {tok_error, "error"}, {tok_eq, "=="},
+                                                  {tok_ne, "!="},   {tok_lt, "<"},        {tok_gt, ">"},
+                                                  {tok_le, "<="},   {tok_ge, ">="}};
+    return named.count(token) ? named.at(token) : std::string(1, static_cast<char>(token));
+  }
   }
 }
 
