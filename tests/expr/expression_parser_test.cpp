@@ -86,15 +86,11 @@ TEST_F(ParserTest, LeadingSignCoversTheFirstProduct) {
   ov_expression_delete(e);
   // A node named true hides the constant; many nodes go through the name
   // table.
-  ov_node_t t = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-  ov_node_set_name(t, "true");
+  ov_node_t t = named("true");
   e = ov_domain_string_to_expression(domain, "true", nullptr, nullptr);
   EXPECT_EQ(ov_expression_get_node(e), t);
   ov_expression_delete(e);
-  for (int i = 0; i < 50; ++i) {
-    ov_node_t n = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    ov_node_set_name(n, ("n" + std::to_string(i)).c_str());
-  }
+  for (int i = 0; i < 50; ++i) named(("n" + std::to_string(i)).c_str());
   EXPECT_EQ(parse("n0 + n49 * n25"), "n0 + n49 * n25");
 }
 
@@ -139,18 +135,20 @@ TEST_F(ParserTest, ClassScopeResolvesInstanceOutputs) {
   ov_class_t outer = ov_cc_new_class(collection);
   ASSERT_EQ(ov_class_set_name(inner, "Inner"), ov_error_none);
   ASSERT_EQ(ov_class_set_name(outer, "Outer"), ov_error_none);
-  ov_node_t out = ov_class_new_node(inner, ov_category_chance, ov_kind_discrete);
-  ov_node_set_name(out, "out");
-  ov_node_t hidden = ov_class_new_node(inner, ov_category_chance, ov_kind_discrete);
-  ov_node_set_name(hidden, "hidden");
+  auto add = [](ov_class_t cls, const char *name) {
+    ov_node_t node = ov_class_new_node(cls, ov_category_chance, ov_kind_discrete);
+    ov_node_set_name(node, name);
+    return node;
+  };
+  ov_node_t out = add(inner, "out");
+  add(inner, "hidden");
   ASSERT_EQ(ov_node_add_to_outputs(out), ov_error_none);
   ov_node_t instance = ov_class_new_instance(outer, inner);
   ASSERT_NE(instance, nullptr);
   ov_node_set_name(instance, "inst");
   ov_node_t clone = ov_node_get_output(instance, out);
   ASSERT_NE(clone, nullptr);
-  ov_node_t plain = ov_class_new_node(outer, ov_category_chance, ov_kind_discrete);
-  ov_node_set_name(plain, "plain");
+  ov_node_t plain = add(outer, "plain");
 
   ov_expression_t e = ov_class_string_to_expression(outer, "inst.out + plain", collect, &messages);
   ASSERT_NE(e, nullptr);
