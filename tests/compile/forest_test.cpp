@@ -125,54 +125,28 @@ void set_row(Node *node, std::vector<float> values) {
   std::copy(values.begin(), values.end(), data);
 }
 
+// Zero-sum rows and rows of unequal sums are in the golden compile logs; a
+// negative value cannot be read from a file.
 TEST(PotentialCheck, BadRowsAreReportedWithALog) {
   ov_domain_t domain = ov_new_domain();
   Node *a = add_node(domain, "A", 2);
   Node *b = add_node(domain, "B", 2);
-  Node *c = add_node(domain, "C", 2);
   add_arc(a, b);
-  for (Node *node : {a, b, c}) {
-    ov_node_set_state_label(node, 0, "s0");
-    ov_node_set_state_label(node, 1, "s1");
-  }
+  ov_node_set_state_label(a, 1, "s1");
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   set_row(a, {1.0f, -0.5f});
-  set_row(b, {0.5f, 0.5f, 0.0f, 0.0f});
-  set_row(c, {0.0f, 0.0f});
   {
     LogCapture log(domain);
     EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_invalid_probability_potential);
     EXPECT_EQ(log.text(), "\n\nChecking conditional probability potentials:\n"
-                          "\nPotential for C is a zero-sum distribution\n"
-                          "\nPotential for B has a zero-sum distribution for:\n    A = s1\n"
                           "\nPotential for A has a negative value (-0.5) for:\n    A = s1\n");
-  }
-  set_row(a, {0.5f, 0.5f});
-  set_row(c, {0.25f, 0.75f});
-  set_row(b, {0.5f, 0.5f, 0.5002f, 0.5f});
-  {
-    LogCapture log(domain);
-    EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
-    EXPECT_EQ(log.text().rfind("\n\nChecking conditional probability potentials:\n"
-                               "\nWarning: Conditional distributions for B sum to different values:\n"
-                               "    min = 1\n    max = 1.0002\n\n\nBeliefs for chance nodes:\n",
-                               0),
-              0u);
-  }
-  ov_domain_set_log_file(domain, nullptr);
-  ov_domain_uncompile(domain);
-  ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
-  set_row(b, {0.5f, 0.5f, 0.50005f, 0.5f});
-  {
-    LogCapture log(domain);
-    EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
-    EXPECT_EQ(log.text().rfind("\n\nChecking conditional probability potentials:\n\n\nBeliefs", 0), 0u);
   }
   ov_domain_set_log_file(domain, nullptr);
   // Without a log nothing checks the rows ahead of the first propagation: a
   // row with an infinite entry cannot be scaled to a distribution, a row
   // with not-a-number has no positive sum.
   ov_domain_uncompile(domain);
+  set_row(a, {0.5f, 0.5f});
   set_row(b, {0.5f, 0.5f, std::numeric_limits<float>::infinity(), 1.0f});
   EXPECT_EQ(ov_domain_compile(domain), ov_error_overflow);
   EXPECT_EQ(ov_domain_is_compiled(domain), 0);
@@ -196,12 +170,16 @@ TEST(ForestShape, UtilitiesAndSingleStateNodes) {
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);
   // Utilities join the parts into one tree; every clique has utilities.
-  std::set<ov_junction_tree_t> trees;
-  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
-       clique = ov_clique_get_next(clique)) {
-    trees.insert(ov_clique_get_junction_tree(clique));
-    EXPECT_NE(ov_clique_get_utility_table(clique), nullptr);
-  }
+  auto trees_of = [](ov_domain_t forest, bool utilities) {
+    std::set<ov_junction_tree_t> trees;
+    for (ov_clique_t clique = ov_domain_get_first_clique(forest); clique != nullptr;
+         clique = ov_clique_get_next(clique)) {
+      trees.insert(ov_clique_get_junction_tree(clique));
+      EXPECT_EQ(ov_clique_get_utility_table(clique) != nullptr, utilities);
+    }
+    return trees;
+  };
+  std::set<ov_junction_tree_t> trees = trees_of(domain, true);
   EXPECT_EQ(trees.size(), 1u);
   EXPECT_EQ(u->junction_tree, d->junction_tree);
   EXPECT_EQ(d->marginal_source->role, role_clique) << "a decision takes its marginal from a clique";
@@ -222,12 +200,7 @@ TEST(ForestShape, UtilitiesAndSingleStateNodes) {
   add_arc(add_node(domain, "A", 2), add_node(domain, "B", 3));
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);
-  trees.clear();
-  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
-       clique = ov_clique_get_next(clique)) {
-    trees.insert(ov_clique_get_junction_tree(clique));
-    EXPECT_EQ(ov_clique_get_utility_table(clique), nullptr);
-  }
+  trees = trees_of(domain, false);
   EXPECT_EQ(trees.size(), 2u);
   // Once compiled the domain lists the trees, each at the sum equilibrium.
   ASSERT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_none);
@@ -252,6 +225,9 @@ TEST(ForestShape, ChainComponentPotentials) {
   ChainComponent *k = add_chain_component(domain, {a, b}, true);
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
   check_forest(domain);
+  // The members are linked and the parents of the component married.
+  for (auto [x, y] : {std::pair{a, b}, {b, a}, {p, q}, {q, p}})
+    EXPECT_EQ(std::count(x->neighbours.begin(), x->neighbours.end(), y), 1) << *x->name << " " << *y->name;
   ASSERT_NE(k->normalizer, nullptr);
   EXPECT_EQ(k->normalizer->nodes, NodeList(std::vector<Node *>{q, p, nullptr}.data()));
   ASSERT_NE(k->normalizer_clique, nullptr);

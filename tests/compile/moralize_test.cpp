@@ -1,5 +1,6 @@
 // Levels, cycles, the decision order and the moral graph (the compile logs
-// of small networks cover the marriages and fill-ins they print).
+// of small networks cover the marriages and fill-ins they print, the forest
+// tests a chain component).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,10 +16,6 @@ using namespace orvel;
 using namespace orvel::test;
 
 namespace {
-
-bool neighbours(const Node *a, const Node *b) {
-  return std::find(a->neighbours.begin(), a->neighbours.end(), b) != a->neighbours.end();
-}
 
 std::size_t occurrences(const std::string &text, const std::string &part) {
   std::size_t count = 0;
@@ -128,27 +125,6 @@ TEST(Moralize, DiscreteNetworkMatchesMoralGraph) {
   EXPECT_EQ(occurrences(text, "    Marrying "), marriages / 2);
   EXPECT_NE(text.find("\n\nMoral links:\n\n"), std::string::npos);
   EXPECT_EQ(text.find("Necessary fill-ins"), std::string::npos);
-  ov_domain_delete(domain);
-}
-
-TEST(Moralize, ChainComponentLinksAndParents) {
-  // A and B form a chain component with one chain potential over both; P is
-  // a parent of A and Q of B.
-  ov_domain_t domain = ov_new_domain();
-  Node *p = add_node(domain, "P", 2);
-  Node *q = add_node(domain, "Q", 2);
-  Node *a = add_node(domain, "A", 2);
-  Node *b = add_node(domain, "B", 2);
-  add_arc(p, a);
-  add_arc(q, b);
-  add_chain_component(domain, {a, b}, true);
-  ASSERT_EQ(moralize(domain), ov_error_none);
-  EXPECT_TRUE(neighbours(a, b));
-  EXPECT_TRUE(neighbours(b, a));
-  // The parents of the component are married.
-  EXPECT_TRUE(neighbours(p, q));
-  EXPECT_TRUE(neighbours(q, p));
-  EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
   ov_domain_delete(domain);
 }
 

@@ -39,6 +39,15 @@ Matrix random_graph(std::mt19937 &random, std::uint32_t n, double density) {
   return m;
 }
 
+// A graph of `n` vertices; `n` vertices all joined when `edges` is empty.
+Matrix graph_of(std::uint32_t n, const std::vector<std::pair<int, int>> &edges) {
+  Matrix m(n, std::vector<bool>(n, edges.empty()));
+  for (auto [a, b] : edges) m[a][b] = m[b][a] = true;
+  return m;
+}
+
+const std::vector<std::pair<int, int>> cycle{{0, 1}, {1, 2}, {2, 3}, {3, 0}};
+
 // Whether the vertices of `set` minus `removed` are connected within `set`.
 bool connected_without(const Matrix &m, const VertexSet &set, const std::vector<bool> &removed) {
   std::vector<std::uint32_t> rest;
@@ -127,19 +136,13 @@ void check_atoms(const Matrix &m, const std::vector<VertexSet> &pieces) {
 
 TEST(PrimeComponents, SmallCases) {
   // Path 0-1-2: two pieces cut at 1.
-  Matrix path(3, std::vector<bool>(3, false));
-  path[0][1] = path[1][0] = path[1][2] = path[2][1] = true;
+  Matrix path = graph_of(3, {{0, 1}, {1, 2}});
   EXPECT_EQ(find_prime_components(adjacency_of(path)).size(), 2u);
   check_atoms(path, find_prime_components(adjacency_of(path)));
   // A chordless 4-cycle is prime.
-  Matrix cycle(4, std::vector<bool>(4, false));
-  for (int i = 0; i < 4; ++i) cycle[i][(i + 1) % 4] = cycle[(i + 1) % 4][i] = true;
-  auto pieces = find_prime_components(adjacency_of(cycle));
-  ASSERT_EQ(pieces.size(), 1u);
-  EXPECT_EQ(pieces[0], (VertexSet{0, 1, 2, 3}));
+  EXPECT_EQ(find_prime_components(adjacency_of(graph_of(4, cycle))), (std::vector<VertexSet>{{0, 1, 2, 3}}));
   // Isolated vertices are pieces of their own.
-  Matrix empty(3, std::vector<bool>(3, false));
-  EXPECT_EQ(find_prime_components(adjacency_of(empty)).size(), 3u);
+  EXPECT_EQ(find_prime_components(adjacency_of(Matrix(3, std::vector<bool>(3, false)))).size(), 3u);
   EXPECT_TRUE(find_prime_components({}).empty());
 }
 
@@ -267,14 +270,17 @@ std::vector<VertexSet> reference_cliques(ReferenceGreedy &reference) {
   return maximal;
 }
 
-std::set<std::set<std::string>> domain_cliques(Domain *domain) {
-  std::set<std::set<std::string>> result;
-  for (ov_clique_t clique = ov_domain_get_first_clique(domain); clique != nullptr;
+// The cliques as sets of vertices.
+std::set<VertexSet> domain_cliques(const GraphDomain &graph) {
+  std::set<VertexSet> result;
+  for (ov_clique_t clique = ov_domain_get_first_clique(graph.domain); clique != nullptr;
        clique = ov_clique_get_next(clique)) {
-    std::set<std::string> names;
+    VertexSet members;
     for (ov_node_t *node = ov_clique_get_members(clique); *node != nullptr; ++node)
-      names.insert(ov_node_get_name(*node));
-    result.insert(names);
+      members.push_back(
+          static_cast<std::uint32_t>(std::find(graph.nodes.begin(), graph.nodes.end(), *node) - graph.nodes.begin()));
+    std::sort(members.begin(), members.end());
+    result.insert(members);
   }
   return result;
 }
@@ -301,13 +307,7 @@ TEST(Greedy, MatchesReferenceOnRandomGraphs) {
 
     // The cliques are the maximal families, and the numbers give a perfect
     // elimination order of the filled graph.
-    std::set<std::set<std::string>> expected;
-    for (const VertexSet &f : maximal) {
-      std::set<std::string> names;
-      for (std::uint32_t v : f) names.insert("v" + std::to_string(v));
-      expected.insert(names);
-    }
-    EXPECT_EQ(domain_cliques(graph.domain), expected);
+    EXPECT_EQ(domain_cliques(graph), std::set<VertexSet>(maximal.begin(), maximal.end()));
     for (std::uint32_t v = 0; v < n; ++v) {
       std::vector<std::uint32_t> later;
       for (std::uint32_t u = 0; u < n; ++u)
@@ -380,48 +380,32 @@ TEST(Greedy, SharedNetworksAllHeuristics) {
   }
 }
 
-Matrix cycle_of_four() {
-  Matrix m(4, std::vector<bool>(4, false));
-  for (int i = 0; i < 4; ++i) m[i][(i + 1) % 4] = m[(i + 1) % 4][i] = true;
-  return m;
-}
-
 // Ties, the weight of a continuous node and complete components, on a
 // 4-cycle v0-v1-v2-v3 (eliminating v0 or v2 costs w(v1) w(v3) in fill-in
 // weight, v1 or v3 costs w(v0) w(v2)) and on complete graphs.
 TEST(Greedy, TiesWeightsAndCompleteComponents) {
   struct Case {
-    Matrix m;
-    std::vector<std::uint32_t> states;
+    std::vector<std::uint32_t> states; // four: the cycle, else a complete graph
     int method;
     std::string first_line, logged;
   };
-  const Matrix two(2, std::vector<bool>(2, true)), three(3, std::vector<bool>(3, true));
-  std::vector<Case> cases;
+  const std::string prime = "\nTriangulating prime component with 4 members:\n    v0, v1, v2, v3\n";
+  std::vector<Case> cases{
+      {{2, 0, 2, 3}, ov_tm_fill_in_weight, "\tEliminating v1", ""}, // 4.5 against 4
+      {{1, 0, 3, 2}, ov_tm_fill_in_weight, "\tEliminating v0", ""}, // 3 against 3
+      {{2, 2, 2, 2},
+       ov_tm_fill_in_size,
+       "\tEliminating v0",
+       "\n    Using minimum fill-in size heuristic for triangulation:\n\n"},
+      {{2, 2, 2, 2}, ov_tm_fill_in_size, "\tEliminating v0", "\nFound triangulation of prime component of cost 16\n"},
+      {{3, 0}, ov_tm_clique_size, "", "This component is a clique of cost 9\n"},
+      {{3, 0}, ov_tm_clique_size, "", "\n\nTotal cost of triangulation for all prime components is 9\n"},
+      {{2, 0, 0}, ov_tm_clique_weight, "", "This component is a clique of cost 12\n"}};
   for (int method = ov_tm_clique_size; method <= ov_tm_fill_in_weight; ++method)
-    cases.push_back({cycle_of_four(),
-                     {2, 2, 2, 2},
-                     method,
-                     "\tEliminating v0",
-                     "\nTriangulating prime component with 4 members:\n    v0, v1, v2, v3\n"});
-  cases.push_back({cycle_of_four(), {2, 0, 2, 3}, ov_tm_fill_in_weight, "\tEliminating v1", ""}); // 4.5 against 4
-  cases.push_back({cycle_of_four(), {1, 0, 3, 2}, ov_tm_fill_in_weight, "\tEliminating v0", ""}); // 3 against 3
-  cases.push_back({cycle_of_four(),
-                   {2, 2, 2, 2},
-                   ov_tm_fill_in_size,
-                   "\tEliminating v0",
-                   "\n    Using minimum fill-in size heuristic for triangulation:\n\n"});
-  cases.push_back({cycle_of_four(),
-                   {2, 2, 2, 2},
-                   ov_tm_fill_in_size,
-                   "\tEliminating v0",
-                   "\nFound triangulation of prime component of cost 16\n"});
-  cases.push_back({two, {3, 0}, ov_tm_clique_size, "", "This component is a clique of cost 9\n"});
-  cases.push_back(
-      {two, {3, 0}, ov_tm_clique_size, "", "\n\nTotal cost of triangulation for all prime components is 9\n"});
-  cases.push_back({three, {2, 0, 0}, ov_tm_clique_weight, "", "This component is a clique of cost 12\n"});
+    cases.push_back({{2, 2, 2, 2}, method, "\tEliminating v0", prime});
   for (const Case &c : cases) {
-    GraphDomain graph(c.m, c.states);
+    const std::uint32_t n = static_cast<std::uint32_t>(c.states.size());
+    GraphDomain graph(graph_of(n, n == 4 ? cycle : std::vector<std::pair<int, int>>{}), c.states);
     LogCapture log(graph.domain);
     ASSERT_EQ(triangulate_graph(graph.domain, c.method), ov_error_none);
     std::vector<std::string> lines = tab_lines(log.text());

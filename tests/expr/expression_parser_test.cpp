@@ -11,11 +11,14 @@
 
 #include "expr/expression.h"
 #include "expr/expression_parser.h"
+#include "expr_helpers.h"
 #include "io/golden_rows.h"
 #include "model/domain.h"
 #include "orvel.h"
 
 namespace {
+
+using orvel::test::text_of;
 
 using Messages = std::vector<std::pair<std::uint32_t, std::string>>;
 
@@ -26,23 +29,12 @@ void collect(std::uint32_t location, ov_string_t message, void *data) {
 Messages *simple_sink = nullptr;
 void collect_simple(std::uint32_t location, ov_string_t message) { simple_sink->emplace_back(location, message); }
 
-std::string text_of(ov_expression_t expression) {
-  char *text = ov_expression_to_string(expression);
-  std::string copy = text != nullptr ? text : "<null>";
-  std::free(text);
-  return copy;
-}
-
-class ParserTest : public ::testing::Test {
+class ParserTest : public orvel::test::NamedNodes {
 protected:
   void SetUp() override {
-    domain = ov_new_domain();
-    for (const char *name : {"a", "b", "c", "min", "Normal", "x_1"}) {
-      ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-      ov_node_set_name(node, name);
-    }
+    NamedNodes::SetUp();
+    all_named({"a", "b", "c", "min", "Normal", "x_1"});
   }
-  void TearDown() override { ov_domain_delete(domain); }
 
   ov_node_t node(const char *name) { return ov_domain_get_node_by_name(domain, name); }
 
@@ -57,11 +49,8 @@ protected:
     return printed;
   }
 
-  ov_domain_t domain = nullptr;
   Messages messages;
 };
-
-// ---------------------------------------------------------------- grammar
 
 // Each row of tests/data/expression_texts.tsv: a text, what it prints as
 // (or "error <code>"), and the messages as "location: message" joined by
@@ -97,15 +86,11 @@ TEST_F(ParserTest, LeadingSignCoversTheFirstProduct) {
   ov_expression_delete(e);
   // A node named true hides the constant; many nodes go through the name
   // table.
-  ov_node_t t = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-  ov_node_set_name(t, "true");
+  ov_node_t t = named("true");
   e = ov_domain_string_to_expression(domain, "true", nullptr, nullptr);
   EXPECT_EQ(ov_expression_get_node(e), t);
   ov_expression_delete(e);
-  for (int i = 0; i < 50; ++i) {
-    ov_node_t n = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    ov_node_set_name(n, ("n" + std::to_string(i)).c_str());
-  }
+  for (int i = 0; i < 50; ++i) named(("n" + std::to_string(i)).c_str());
   EXPECT_EQ(parse("n0 + n49 * n25"), "n0 + n49 * n25");
 }
 
@@ -131,8 +116,6 @@ TEST_F(ParserTest, NestingIsBounded) {
   EXPECT_EQ(parse(open.c_str()), "error syntax");
 }
 
-// ---------------------------------------------------------------- entry points
-
 TEST_F(ParserTest, SimpleHandlerReceivesLocationAndMessage) {
   Messages simple;
   simple_sink = &simple;
@@ -152,18 +135,20 @@ TEST_F(ParserTest, ClassScopeResolvesInstanceOutputs) {
   ov_class_t outer = ov_cc_new_class(collection);
   ASSERT_EQ(ov_class_set_name(inner, "Inner"), ov_error_none);
   ASSERT_EQ(ov_class_set_name(outer, "Outer"), ov_error_none);
-  ov_node_t out = ov_class_new_node(inner, ov_category_chance, ov_kind_discrete);
-  ov_node_set_name(out, "out");
-  ov_node_t hidden = ov_class_new_node(inner, ov_category_chance, ov_kind_discrete);
-  ov_node_set_name(hidden, "hidden");
+  auto add = [](ov_class_t cls, const char *name) {
+    ov_node_t node = ov_class_new_node(cls, ov_category_chance, ov_kind_discrete);
+    ov_node_set_name(node, name);
+    return node;
+  };
+  ov_node_t out = add(inner, "out");
+  add(inner, "hidden");
   ASSERT_EQ(ov_node_add_to_outputs(out), ov_error_none);
   ov_node_t instance = ov_class_new_instance(outer, inner);
   ASSERT_NE(instance, nullptr);
   ov_node_set_name(instance, "inst");
   ov_node_t clone = ov_node_get_output(instance, out);
   ASSERT_NE(clone, nullptr);
-  ov_node_t plain = ov_class_new_node(outer, ov_category_chance, ov_kind_discrete);
-  ov_node_set_name(plain, "plain");
+  ov_node_t plain = add(outer, "plain");
 
   ov_expression_t e = ov_class_string_to_expression(outer, "inst.out + plain", collect, &messages);
   ASSERT_NE(e, nullptr);

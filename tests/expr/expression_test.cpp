@@ -2,53 +2,35 @@
 // check, reference counting, cloning and the text form.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "expr/expression.h"
+#include "expr_helpers.h"
+#include "io/golden_rows.h"
 #include "orvel.h"
 
 namespace {
 
-ov_expression_t make(ov_operator_t op, std::vector<ov_expression_t> operands) {
-  operands.push_back(nullptr);
-  return ov_make_composite_expression(op, operands.data());
-}
+using orvel::test::make;
+using orvel::test::text_of;
 
 ov_expression_t num(double value) { return ov_number_make_expression(value); }
 ov_expression_t boolean(int value) { return ov_boolean_make_expression(value); }
 ov_expression_t label(const char *text) { return ov_label_make_expression(text); }
 
-std::string text_of(ov_expression_t expression) {
-  char *text = ov_expression_to_string(expression);
-  EXPECT_NE(text, nullptr);
-  std::string copy = text != nullptr ? text : "";
-  std::free(text);
-  return copy;
-}
-
-class ExpressionTest : public ::testing::Test {
+class ExpressionTest : public orvel::test::NamedNodes {
 protected:
   void SetUp() override {
-    domain = ov_new_domain();
+    NamedNodes::SetUp();
     a = named("a");
     b = named("b");
     c = named("c");
   }
-  void TearDown() override { ov_domain_delete(domain); }
-  ov_node_t named(const char *name) {
-    ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    ov_node_set_name(node, name);
-    return node;
-  }
   ov_expression_t ref(ov_node_t node) { return ov_node_make_expression(node); }
 
-  ov_domain_t domain = nullptr;
   ov_node_t a = nullptr, b = nullptr, c = nullptr;
 };
-
-// ---------------------------------------------------------------- leaves
 
 TEST_F(ExpressionTest, LeavesAndTheirAccessors) {
   ov_expression_t n = num(2.5), t = boolean(7), l = label("hi"), r = ref(a);
@@ -66,62 +48,18 @@ TEST_F(ExpressionTest, LeavesAndTheirAccessors) {
   for (ov_expression_t e : {n, t, l, r}) EXPECT_EQ(ov_expression_delete(e), ov_error_none);
 }
 
-// ---------------------------------------------------------------- type check
-
+// Each row of tests/data/expression_types.tsv: a composite by operator
+// number and operand kinds, and the error code and value type it gets.
 TEST_F(ExpressionTest, TypeCheckAcceptsAndRefuses) {
-  struct Case {
-    const char *what;
-    ov_operator_t op;
-    std::vector<int> operand_kinds; // 'n'umber, 'b'oolean, 'l'abel, 'd'istribution, 'r'eference
-    ov_error_t expected;
-    int value_type;
-  };
-  const Case cases[] = {
-      {"and ()", ov_op_and, {}, ov_error_none, ov_value_boolean},
-      {"or ()", ov_op_or, {}, ov_error_none, ov_value_boolean},
-      {"Beta 2", ov_op_beta, {'n', 'n'}, ov_error_none, ov_value_distribution},
-      {"Beta 3", ov_op_beta, {'n', 'n', 'n'}, ov_error_invalid_expression, 0},
-      {"Beta 4", ov_op_beta, {'n', 'n', 'n', 'n'}, ov_error_none, ov_value_distribution},
-      {"Beta 5", ov_op_beta, {'n', 'n', 'n', 'n', 'n'}, ov_error_invalid_expression, 0},
-      {"Normal 1", ov_op_normal, {'n'}, ov_error_invalid_expression, 0},
-      {"Normal label", ov_op_normal, {'n', 'l'}, ov_error_invalid_expression, 0},
-      {"Normal ref", ov_op_normal, {'r', 'n'}, ov_error_none, ov_value_distribution},
-      {"Distribution none", ov_op_distribution, {}, ov_error_invalid_expression, 0},
-      {"Distribution 3", ov_op_distribution, {'n', 'n', 'r'}, ov_error_none, ov_value_distribution},
-      {"NoisyOR pairs", ov_op_noisy_or, {'b', 'n', 'r', 'r'}, ov_error_none, ov_value_distribution},
-      {"NoisyOR odd", ov_op_noisy_or, {'b', 'n', 'b'}, ov_error_invalid_expression, 0},
-      {"NoisyOR none", ov_op_noisy_or, {}, ov_error_invalid_expression, 0},
-      {"NoisyOR swapped", ov_op_noisy_or, {'n', 'b'}, ov_error_invalid_expression, 0},
-      {"min none", ov_op_min, {}, ov_error_invalid_expression, 0},
-      {"max 3", ov_op_max, {'n', 'n', 'n'}, ov_error_none, ov_value_number},
-      {"log 2", ov_op_log, {'n', 'n'}, ov_error_invalid_expression, 0},
-      {"sqrt bool", ov_op_sqrt, {'b'}, ov_error_invalid_expression, 0},
-      {"mod", ov_op_mod, {'n', 'r'}, ov_error_none, ov_value_number},
-      {"if number label", ov_op_if, {'b', 'n', 'l'}, ov_error_invalid_expression, 0},
-      {"if ref label", ov_op_if, {'b', 'r', 'l'}, ov_error_none, ov_value_label},
-      {"if label ref", ov_op_if, {'b', 'l', 'r'}, ov_error_none, ov_value_label},
-      {"if ref ref", ov_op_if, {'r', 'r', 'r'}, ov_error_none, ov_value_node},
-      {"if distributions", ov_op_if, {'b', 'd', 'd'}, ov_error_none, ov_value_distribution},
-      {"if number cond", ov_op_if, {'n', 'n', 'n'}, ov_error_invalid_expression, 0},
-      {"if two", ov_op_if, {'b', 'n'}, ov_error_invalid_expression, 0},
-      {"and numbers", ov_op_and, {'b', 'n'}, ov_error_invalid_expression, 0},
-      {"not", ov_op_not, {'r'}, ov_error_none, ov_value_boolean},
-      {"not two", ov_op_not, {'b', 'b'}, ov_error_invalid_expression, 0},
-      {"+ bool", ov_op_add, {'n', 'b'}, ov_error_invalid_expression, 0},
-      {"- prefix", ov_op_negate, {'n'}, ov_error_none, ov_value_number},
-      {"^ 3", ov_op_power, {'n', 'n', 'n'}, ov_error_invalid_expression, 0},
-      {"== number label", ov_op_equals, {'n', 'l'}, ov_error_invalid_expression, 0},
-      {"== ref label", ov_op_equals, {'r', 'l'}, ov_error_none, ov_value_boolean},
-      {"== labels", ov_op_equals, {'l', 'l'}, ov_error_none, ov_value_boolean},
-      {"!= booleans", ov_op_not_equals, {'b', 'b'}, ov_error_none, ov_value_boolean},
-      {"== ref distribution", ov_op_equals, {'r', 'd'}, ov_error_invalid_expression, 0},
-      {"!= distributions", ov_op_not_equals, {'d', 'd'}, ov_error_invalid_expression, 0},
-      {"< labels", ov_op_less_than, {'l', 'l'}, ov_error_invalid_expression, 0},
-      {">= ref", ov_op_greater_than_or_equals, {'r', 'n'}, ov_error_none, ov_value_boolean},
-  };
-  for (const Case &c : cases) {
+  const auto rows = orvel::test::golden_rows("expression_types.tsv");
+  ASSERT_GE(rows.size(), 40u);
+  const std::vector<std::string> types{"number", "boolean", "label", "distribution", "node"};
+  for (const auto &row : rows) {
+    ASSERT_EQ(row.size(), 5u) << row[0];
+    SCOPED_TRACE(row[0]);
+    const auto op = static_cast<ov_operator_t>(std::stoi(row[1]));
     std::vector<ov_expression_t> operands;
-    for (int kind : c.operand_kinds) {
+    for (char kind : row[2]) {
       switch (kind) {
       case 'n': operands.push_back(num(1)); break;
       case 'b': operands.push_back(boolean(1)); break;
@@ -130,20 +68,20 @@ TEST_F(ExpressionTest, TypeCheckAcceptsAndRefuses) {
       default: operands.push_back(make(ov_op_exponential, {num(1)})); break;
       }
     }
-    ov_expression_t made = make(c.op, operands);
-    EXPECT_EQ(ov_error_code(), c.expected) << c.what;
-    if (c.expected == ov_error_none) {
-      ASSERT_NE(made, nullptr) << c.what;
-      EXPECT_EQ(made->value_type, c.value_type) << c.what;
+    ov_expression_t made = make(op, operands);
+    EXPECT_EQ(ov_error_name(ov_error_code()), row[3]);
+    if (row[3] == "none") {
+      ASSERT_NE(made, nullptr);
+      EXPECT_EQ(types.at(made->value_type), row[4]);
       EXPECT_EQ(ov_expression_is_composite(made), 1);
-      EXPECT_EQ(ov_expression_get_operator(made), c.op);
-      for (ov_expression_t operand : operands) EXPECT_EQ(operand->references, 1) << c.what;
+      EXPECT_EQ(ov_expression_get_operator(made), op);
+      for (ov_expression_t operand : operands) EXPECT_EQ(operand->references, 1);
       EXPECT_EQ(ov_expression_delete(made), ov_error_none);
     } else {
-      EXPECT_EQ(made, nullptr) << c.what;
+      EXPECT_EQ(made, nullptr);
       // A failed construction leaves the operands with the caller.
       for (ov_expression_t operand : operands) {
-        EXPECT_EQ(operand->references, 0) << c.what;
+        EXPECT_EQ(operand->references, 0);
         ov_expression_delete(operand);
       }
     }
@@ -176,8 +114,6 @@ TEST_F(ExpressionTest, HeightIsBounded) {
   ov_expression_delete(one);
   ov_expression_delete(e);
 }
-
-// ---------------------------------------------------------------- references
 
 TEST_F(ExpressionTest, SharedOperandLivesUntilItsLastParentGoes) {
   ov_expression_t shared = make(ov_op_multiply, {ref(a), num(2)});
@@ -216,12 +152,6 @@ TEST_F(ExpressionTest, CloneIsDeepAndKeepsNoSharing) {
   ov_expression_delete(copy);
 }
 
-// ---------------------------------------------------------------- text
-
-// The parentheses of the text form are checked with the parser's golden
-// rows (tests/data/expression_texts.tsv), whose trees are the ones built
-// here.
-
 TEST_F(ExpressionTest, LabelsAreEscaped) {
   struct Case {
     const char *label;
@@ -230,12 +160,8 @@ TEST_F(ExpressionTest, LabelsAreEscaped) {
   const Case cases[] = {
       {"say \"hi\"\\", R"("say \"hi\"\\")"},
       {"tab\tcr\rlf\n", R"("tab\tcr\rlf\n")"},
-      {"\x01"
-       "7",
-       R"("\0017")"},
-      {"\x01"
-       "a",
-       R"("\1a")"},
+      {"\0017", R"("\0017")"},
+      {"\001a", R"("\1a")"},
       {"\x7f\xc3\xa9", R"("\177\303\251")"},
       {"%'?", R"("%'?")"},
   };

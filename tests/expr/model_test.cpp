@@ -8,16 +8,17 @@
 #include "compile/junction_tree.h"
 #include "expr/expression.h"
 #include "expr/model.h"
+#include "expr_helpers.h"
 #include "model/domain.h"
 #include "orvel.h"
 
 namespace orvel {
 namespace {
 
-class ModelTest : public ::testing::Test {
+class ModelTest : public test::NamedNodes {
 protected:
   void SetUp() override {
-    domain = ov_new_domain();
+    NamedNodes::SetUp();
     p1 = make("p1", 2);
     p2 = make("p2", 3);
     p3 = make("p3", 2);
@@ -27,14 +28,12 @@ protected:
     link(p2, child);
     link(p3, child);
   }
-  void TearDown() override { ov_domain_delete(domain); }
 
   // Nodes get their states and links through the records here, so that the
   // tests depend on nothing but the model code.
-  ov_node_t make(const char *name, std::uint32_t states, ov_category_t category = ov_category_chance) {
-    ov_node_t node = ov_domain_new_node(domain, category, ov_kind_discrete);
-    ov_node_set_name(node, name);
-    if (category != ov_category_utility) node->state_count = states;
+  ov_node_t make(const char *name, std::uint32_t states) {
+    ov_node_t node = named(name);
+    node->state_count = states;
     return node;
   }
   static void link(ov_node_t parent, ov_node_t node) {
@@ -46,16 +45,9 @@ protected:
     return ov_node_new_model(node, nodes.data());
   }
   ov_expression_t ref(ov_node_t node) { return ov_node_make_expression(node); }
-  static ov_expression_t make_expr(ov_operator_t op, std::vector<ov_expression_t> operands) {
-    operands.push_back(nullptr);
-    return ov_make_composite_expression(op, operands.data());
-  }
 
-  ov_domain_t domain = nullptr;
   ov_node_t p1 = nullptr, p2 = nullptr, p3 = nullptr, child = nullptr, other = nullptr;
 };
-
-// ---------------------------------------------------------------- creation
 
 TEST_F(ModelTest, ANullListIsAnEmptyModel) {
   ov_model_t empty = ov_node_new_model(child, nullptr);
@@ -93,8 +85,6 @@ TEST_F(ModelTest, ANewModelReplacesTheOldAndIsStale) {
   EXPECT_EQ(ov_model_get_size(second), 6);
 }
 
-// ---------------------------------------------------------------- slots
-
 TEST_F(ModelTest, SizeIsTheProductOfStateCounts) {
   ov_model_t model = model_of(child, {p1, p2, p3});
   EXPECT_EQ(ov_model_get_expression(model, 11), nullptr);
@@ -123,14 +113,14 @@ TEST_F(ModelTest, SizesThatDoNotFit) {
 TEST_F(ModelTest, StoredExpressionsAreCheckedAndCounted) {
   ov_model_t model = model_of(child, {p1});
   // Only parents may be named, even a node of the same domain is refused.
-  ov_expression_t bad = make_expr(ov_op_add, {ref(p2), ref(other)});
+  ov_expression_t bad = test::make(ov_op_add, {ref(p2), ref(other)});
   EXPECT_EQ(ov_model_set_expression(model, 0, bad), ov_error_invalid_expression);
   EXPECT_EQ(bad->references, 0);
   EXPECT_EQ(ov_model_get_expression(model, 0), nullptr);
   ov_expression_delete(bad);
 
   // A chance node takes a distribution whatever its subtype.
-  ov_expression_t normal = make_expr(ov_op_normal, {ref(p3), ov_number_make_expression(1)});
+  ov_expression_t normal = test::make(ov_op_normal, {ref(p3), ov_number_make_expression(1)});
   EXPECT_EQ(ov_model_set_expression(model, 0, normal), ov_error_none);
   // The same expression in many slots.
   EXPECT_EQ(ov_model_set_expression(model, 1, normal), ov_error_none);
@@ -192,11 +182,9 @@ TEST_F(ModelTest, ParsingInTheScopeOfAModel) {
   EXPECT_EQ(ov_error_code(), ov_error_syntax);
 }
 
-// ---------------------------------------------------------------- lifecycle
-
 TEST_F(ModelTest, DeletingTheOwnerDeletesTheModel) {
   ov_model_t model = model_of(child, {p1});
-  ov_expression_t e = make_expr(ov_op_add, {ref(p1), ov_number_make_expression(1)});
+  ov_expression_t e = test::make(ov_op_add, {ref(p1), ov_number_make_expression(1)});
   EXPECT_EQ(ov_model_set_expression(model, 0, e), ov_error_none);
   EXPECT_EQ(ov_model_set_expression(model, 1, e), ov_error_none);
   EXPECT_EQ(ov_node_delete(child), ov_error_none); // no leak under the sanitizers
@@ -217,7 +205,7 @@ TEST_F(ModelTest, AModelWithoutSlotsIsLeftAloneWhenAParentGoes) {
 
 TEST_F(ModelTest, CopyingAModel) {
   ov_model_t model = model_of(child, {p1});
-  ov_expression_t shared = make_expr(ov_op_add, {ref(p1), ref(p2)});
+  ov_expression_t shared = test::make(ov_op_add, {ref(p1), ref(p2)});
   EXPECT_EQ(ov_model_set_expression(model, 0, shared), ov_error_none);
   EXPECT_EQ(ov_model_set_expression(model, 1, shared), ov_error_none);
   int word = 0;
@@ -249,15 +237,10 @@ TEST_F(ModelTest, CopyingAModel) {
   EXPECT_EQ(bare_copy->expressions, nullptr);
 }
 
-// ---------------------------------------------------------------- through graph editing
-
-class ModelGraphTest : public ::testing::Test {
+class ModelGraphTest : public test::NamedNodes {
 protected:
-  void SetUp() override { domain = ov_new_domain(); }
-  void TearDown() override { ov_domain_delete(domain); }
   ov_node_t make(const char *name, ov_count_t states) {
-    ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    ov_node_set_name(node, name);
+    ov_node_t node = named(name);
     EXPECT_EQ(ov_node_set_number_of_states(node, states), ov_error_none);
     return node;
   }
@@ -266,7 +249,6 @@ protected:
     EXPECT_NE(e, nullptr) << text;
     return e;
   }
-  ov_domain_t domain = nullptr;
 };
 
 TEST_F(ModelGraphTest, EditsReachTheModel) {

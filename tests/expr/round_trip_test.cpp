@@ -12,9 +12,12 @@
 #include <vector>
 
 #include "expr/expression.h"
+#include "expr_helpers.h"
 #include "orvel.h"
 
 namespace {
+
+using orvel::test::text_of;
 
 enum class Type { number, boolean, label, distribution };
 
@@ -188,25 +191,12 @@ private:
   return ::testing::AssertionSuccess();
 }
 
-std::string text_of(ov_expression_t expression) {
-  char *text = ov_expression_to_string(expression);
-  std::string copy = text != nullptr ? text : "<null>";
-  std::free(text);
-  return copy;
-}
-
-class RoundTrip : public ::testing::Test {
+class RoundTrip : public orvel::test::NamedNodes {
 protected:
   void SetUp() override {
-    domain = ov_new_domain();
-    for (const char *name : {"A", "B", "C", "min", "Normal", "x_1"}) {
-      ov_node_t node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-      ov_node_set_name(node, name);
-      nodes.push_back(node);
-    }
+    NamedNodes::SetUp();
+    nodes = all_named({"A", "B", "C", "min", "Normal", "x_1"});
   }
-  void TearDown() override { ov_domain_delete(domain); }
-  ov_domain_t domain = nullptr;
   std::vector<ov_node_t> nodes;
 };
 

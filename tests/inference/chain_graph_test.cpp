@@ -4,21 +4,18 @@
 // its own factors over its members for each state of its parents.
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "orvel.h"
+#include "brute_force.h"
 
 namespace {
 
-// A factor over node indices; the last index varies fastest.
-struct Factor {
-  std::vector<int> vars;
-  std::vector<double> values;
-};
+using orvel::test::combine;
+using orvel::test::Factor;
 
 struct ChainNet {
   std::vector<std::uint32_t> states;
@@ -28,56 +25,43 @@ struct ChainNet {
   std::string text;                            // the NET file
 };
 
-double value_at(const Factor &f, const std::vector<std::uint32_t> &states, const std::vector<std::uint32_t> &x) {
-  std::size_t index = 0;
-  for (int v : f.vars) index = index * states[v] + x[v];
-  return f.values[index];
-}
-
 std::string name_of(int v) { return "X" + std::to_string(v); }
 
-// Random positive data for a factor, written to the text as a flat list;
-// the values kept are those a float holds. With `row` set, each run of `row`
-// values is scaled to sum to one first.
-Factor make_factor(std::vector<int> vars, const std::vector<std::uint32_t> &states, std::uint32_t row,
-                   std::mt19937 &rng, std::string &text) {
+// A potential over `children` given `parents` with random positive data,
+// written to the text as a flat list; the values kept are those a float
+// holds. With `rows` set, each row of the one child sums to one.
+Factor potential(ChainNet &net, const std::vector<int> &children, const std::vector<int> &parents, bool rows,
+                 std::mt19937 &rng) {
   std::uniform_real_distribution<double> unit(0.1, 1.1);
-  Factor f{std::move(vars), {}};
+  Factor f{parents, {}};
+  f.vars.insert(f.vars.end(), children.begin(), children.end());
   std::size_t size = 1;
-  for (int v : f.vars) size *= states[v];
+  for (int v : f.vars) size *= net.states[v];
+  const std::size_t row = rows ? net.states[children[0]] : size;
   f.values.resize(size);
   for (double &x : f.values) x = unit(rng);
-  if (row > 0)
-    for (std::size_t start = 0; start < size; start += row) {
+  auto normalise = [&] {
+    for (std::size_t start = 0; rows && start < size; start += row) {
       double sum = 0.0;
-      for (std::uint32_t k = 0; k < row; ++k) sum += f.values[start + k];
-      for (std::uint32_t k = 0; k < row; ++k) f.values[start + k] /= sum;
+      for (std::size_t k = 0; k < row; ++k) sum += f.values[start + k];
+      for (std::size_t k = 0; k < row; ++k) f.values[start + k] /= sum;
     }
-  text += "    data = (";
+  };
+  normalise();
+  net.text += "potential (";
+  for (std::size_t i = 0; i < children.size(); ++i) net.text += (i ? " " : "") + name_of(children[i]);
+  net.text += parents.empty() ? "" : " |";
+  for (int p : parents) net.text += " " + name_of(p);
+  net.text += ")\n{\n    data = (";
   for (double &x : f.values) {
     char number[32];
     std::snprintf(number, sizeof number, " %.9g", x);
-    text += number;
+    net.text += number;
     x = static_cast<float>(x);
   }
-  text += " );\n}\n\n";
-  if (row > 0) // the engine normalises the float rows again
-    for (std::size_t start = 0; start < size; start += row) {
-      double sum = 0.0;
-      for (std::uint32_t k = 0; k < row; ++k) sum += f.values[start + k];
-      for (std::uint32_t k = 0; k < row; ++k) f.values[start + k] /= sum;
-    }
+  net.text += " );\n}\n\n";
+  normalise(); // the engine normalises the float rows again
   return f;
-}
-
-std::string potential_head(const std::vector<int> &children, const std::vector<int> &parents) {
-  std::string head = "potential (";
-  for (std::size_t i = 0; i < children.size(); ++i) head += (i ? " " : "") + name_of(children[i]);
-  if (!parents.empty()) {
-    head += " |";
-    for (int p : parents) head += " " + name_of(p);
-  }
-  return head + ")\n{\n";
 }
 
 // Directed nodes, then one chain component of two or three members with
@@ -103,86 +87,45 @@ ChainNet make_chain_net(std::mt19937 &rng) {
     return parents;
   };
   net.node_tables.resize(n);
-  for (int v = 0; v < before; ++v) {
-    std::vector<int> parents = pick_parents(v, 2);
-    net.text += potential_head({v}, parents);
-    parents.push_back(v);
-    net.node_tables[v] = make_factor(parents, net.states, net.states[v], rng, net.text);
-  }
+  for (int v = 0; v < before; ++v) net.node_tables[v] = potential(net, {v}, pick_parents(v, 2), true, rng);
   // Every member has the component's parents, as the chain potentials give
   // them to all of their children.
-  std::vector<int> component_parents = pick_parents(before, 2);
+  const std::vector<int> component_parents = pick_parents(before, 2);
   std::vector<int> component;
   for (int v = before; v < before + members; ++v) {
     component.push_back(v);
-    net.text += potential_head({v}, component_parents);
-    std::vector<int> vars(component_parents);
-    vars.push_back(v);
-    net.node_tables[v] = make_factor(vars, net.states, net.states[v], rng, net.text);
+    net.node_tables[v] = potential(net, {v}, component_parents, true, rng);
   }
   net.components.push_back(component);
   net.potentials.emplace_back();
-  std::vector<std::vector<int>> groups;
-  if (members == 2)
-    groups.push_back(component);
-  else
-    groups = {{component[0], component[1]}, {component[1], component[2]}};
-  for (const std::vector<int> &children : groups) {
-    net.text += potential_head(children, component_parents);
-    std::vector<int> vars(component_parents);
-    vars.insert(vars.end(), children.begin(), children.end());
-    net.potentials.back().push_back(make_factor(vars, net.states, 0, rng, net.text));
-  }
-  for (int v = before + members; v < n; ++v) {
-    std::vector<int> parents = pick_parents(v, 2);
-    net.text += potential_head({v}, parents);
-    parents.push_back(v);
-    net.node_tables[v] = make_factor(parents, net.states, net.states[v], rng, net.text);
-  }
+  std::vector<std::vector<int>> groups{component};
+  if (members == 3) groups = {{component[0], component[1]}, {component[1], component[2]}};
+  for (const std::vector<int> &children : groups)
+    net.potentials.back().push_back(potential(net, children, component_parents, false, rng));
+  for (int v = before + members; v < n; ++v) net.node_tables[v] = potential(net, {v}, pick_parents(v, 2), true, rng);
   return net;
 }
 
-// Every configuration of the network, the first node slowest.
-template <class F> void for_each_configuration(const std::vector<std::uint32_t> &states, F f) {
-  std::vector<std::uint32_t> x(states.size(), 0);
-  for (;;) {
-    f(x);
-    std::size_t k = states.size();
-    while (k > 0) {
-      --k;
-      if (++x[k] < states[k]) break;
-      x[k] = 0;
-      if (k == 0) return;
-    }
-    if (states.empty()) return;
-  }
-}
-
-// The weight of one configuration: all node tables and potentials, each
-// component divided by the sum of its factors over its members' states.
-double joint(const ChainNet &net, const std::vector<std::uint32_t> &x) {
-  double w = 1.0;
-  std::vector<bool> in_component(net.states.size(), false);
+// The factors of the joint: all node tables and potentials, and for each
+// component the reciprocal of the sum of its own factors over its members.
+std::vector<Factor> joint_factors(const ChainNet &net) {
+  std::vector<Factor> factors(net.node_tables);
   for (std::size_t c = 0; c < net.components.size(); ++c) {
-    auto own = [&](const std::vector<std::uint32_t> &y) {
-      double f = 1.0;
-      for (int m : net.components[c]) f *= value_at(net.node_tables[m], net.states, y);
-      for (const Factor &phi : net.potentials[c]) f *= value_at(phi, net.states, y);
-      return f;
-    };
-    double normaliser = 0.0;
-    std::vector<std::uint32_t> y(x);
-    std::vector<std::uint32_t> member_states;
-    for (int m : net.components[c]) member_states.push_back(net.states[m]), in_component[m] = true;
-    for_each_configuration(member_states, [&](const std::vector<std::uint32_t> &z) {
-      for (std::size_t i = 0; i < z.size(); ++i) y[net.components[c][i]] = z[i];
-      normaliser += own(y);
-    });
-    w *= own(x) / normaliser;
+    const std::vector<int> &members = net.components[c];
+    std::vector<const Factor *> own;
+    std::vector<int> parents;
+    for (int m : members) own.push_back(&net.node_tables[m]);
+    for (const Factor &phi : net.potentials[c]) own.push_back(&phi);
+    for (const Factor *f : own)
+      for (int v : f->vars)
+        if (std::count(members.begin(), members.end(), v) + std::count(parents.begin(), parents.end(), v) == 0)
+          parents.push_back(v);
+    Factor normaliser = combine(own, parents, net.states);
+    for (double &x : normaliser.values) x = 1.0 / x;
+    factors.insert(factors.end(), net.potentials[c].begin(), net.potentials[c].end());
+    factors.push_back(std::move(normaliser));
   }
-  for (std::size_t v = 0; v < net.states.size(); ++v)
-    if (!in_component[v]) w *= value_at(net.node_tables[v], net.states, x);
-  return w;
+  return factors;
 }
 
 TEST(ChainGraph, BeliefsMatchEnumeration) {
@@ -210,20 +153,21 @@ TEST(ChainGraph, BeliefsMatchEnumeration) {
         }
         ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
       }
-      std::vector<std::vector<double>> expected(nodes.size());
-      for (std::size_t v = 0; v < nodes.size(); ++v) expected[v].assign(net.states[v], 0.0);
-      double total = 0.0;
-      for_each_configuration(net.states, [&](const std::vector<std::uint32_t> &x) {
-        for (std::size_t v = 0; v < x.size(); ++v)
-          if (evidence[v] >= 0 && static_cast<int>(x[v]) != evidence[v]) return;
-        const double w = joint(net, x);
-        total += w;
-        for (std::size_t v = 0; v < x.size(); ++v) expected[v][x[v]] += w;
-      });
-      EXPECT_NEAR(ov_domain_get_normalization_constant(domain), total, 1e-5 * total);
+      std::vector<Factor> factors = joint_factors(net);
       for (std::size_t v = 0; v < nodes.size(); ++v)
+        if (evidence[v] >= 0) {
+          factors.push_back({{static_cast<int>(v)}, std::vector<double>(net.states[v], 0.0)});
+          factors.back().values[evidence[v]] = 1.0;
+        }
+      std::vector<const Factor *> all;
+      for (const Factor &f : factors) all.push_back(&f);
+      const double total = combine(all, {}, net.states).values[0];
+      EXPECT_NEAR(ov_domain_get_normalization_constant(domain), total, 1e-5 * total);
+      for (int v = 0; v < static_cast<int>(nodes.size()); ++v) {
+        const std::vector<double> expected = combine(all, {v}, net.states).values;
         for (std::uint32_t s = 0; s < net.states[v]; ++s)
-          EXPECT_NEAR(ov_node_get_belief(nodes[v], s), expected[v][s] / total, 1e-5) << "X" << v << " state " << s;
+          EXPECT_NEAR(ov_node_get_belief(nodes[v], s), expected[s] / total, 1e-5) << "X" << v << " state " << s;
+      }
     }
     ov_domain_delete(domain);
   }

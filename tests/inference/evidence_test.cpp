@@ -9,20 +9,12 @@
 namespace {
 
 struct Chain {
-  ov_domain_t domain = ov_new_domain();
-  ov_node_t a, b;
-  Chain() {
-    a = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    b = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    ov_node_set_number_of_states(a, 2);
-    ov_node_set_number_of_states(b, 3);
-    ov_node_add_parent(b, a);
-    float *pa = ov_table_get_data(ov_node_get_table(a));
-    pa[0] = 0.25f, pa[1] = 0.75f;
-    float *pb = ov_table_get_data(ov_node_get_table(b));
-    const float rows[] = {0.5f, 0.5f, 0.0f, 0.1f, 0.2f, 0.7f};
-    std::copy(rows, rows + 6, pb);
-  }
+  ov_domain_t domain = ov_net_parse_from_string("node A { states = (\"a0\" \"a1\"); }\n"
+                                                "node B { states = (\"b0\" \"b1\" \"b2\"); }\n"
+                                                "potential (A) { data = (0.25 0.75); }\n"
+                                                "potential (B | A) { data = ((0.5 0.5 0) (0.1 0.2 0.7)); }\n",
+                                                nullptr);
+  ov_node_t a = ov_domain_get_node_by_name(domain, "A"), b = ov_domain_get_node_by_name(domain, "B");
   ~Chain() { ov_domain_delete(domain); }
 };
 

@@ -16,9 +16,7 @@ struct Checker {
   RandomNetwork &net;
   Findings findings;
 
-  explicit Checker(RandomNetwork &n) : net(n) {
-    for (std::uint32_t s : net.states) findings.emplace_back(s, 1.0f);
-  }
+  explicit Checker(RandomNetwork &n) : net(n), findings(no_findings(n)) {}
 
   std::vector<bool> none() const { return std::vector<bool>(net.nodes.size(), false); }
 
@@ -80,8 +78,7 @@ struct Checker {
   void check_prior(const char *where) {
     SCOPED_TRACE(where);
     bool failed_tree_found = false;
-    Findings neutral;
-    for (std::uint32_t s : net.states) neutral.emplace_back(s, 1.0f);
+    const Findings neutral = no_findings(net);
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       ov_junction_tree_t tree = ov_node_get_junction_tree(net.nodes[i]);
       // Trees after the failing one are as they were, possibly at max.

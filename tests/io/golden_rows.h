@@ -1,12 +1,37 @@
-// Rows of tab-separated golden files under tests/data/: one case a line,
-// '#' starts a comment line, and the fields know the escapes \n, \t and \\.
+// Helpers of the io tests: written networks, whole golden files under
+// tests/data/, and rows of tab-separated ones (one case a line, '#' starts
+// a comment line, and the fields know the escapes \n, \t and \\).
 #pragma once
 
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "orvel.h"
+
 namespace orvel::test {
+
+// What ov_domain_write_net prints for a domain or class; empty on failure.
+inline std::string written(ov_domain_t domain) {
+  char *buffer = nullptr;
+  std::size_t size = 0;
+  std::FILE *stream = open_memstream(&buffer, &size);
+  const bool ok = stream != nullptr && ov_domain_write_net(domain, stream) == ov_error_none;
+  if (stream != nullptr) std::fclose(stream);
+  std::string text(ok ? buffer : "", ok ? size : 0);
+  std::free(buffer);
+  return text;
+}
+
+inline std::string read_file(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
 
 inline std::string unescape(const std::string &field) {
   std::string out;

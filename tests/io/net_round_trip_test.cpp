@@ -4,30 +4,17 @@
 
 #include <clocale>
 #include <cmath>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "golden_rows.h"
 #include "orvel.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string write_to_string(ov_domain_t domain) {
-  std::FILE *file = std::tmpfile();
-  if (file == nullptr) return {};
-  std::string text;
-  if (ov_domain_write_net(domain, file) == ov_error_none) {
-    std::rewind(file);
-    char buffer[65536];
-    std::size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, n);
-  }
-  std::fclose(file);
-  return text;
-}
+using orvel::test::written;
 
 std::vector<ov_node_t> nodes_of(ov_domain_t domain) {
   std::vector<ov_node_t> nodes;
@@ -76,12 +63,12 @@ TEST(NetRoundTrip, EverySharedNetworkWritesAndReadsBackUnchanged) {
     std::string file = entry.path().string();
     ov_domain_t first = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
     ASSERT_NE(first, nullptr) << file << ": " << ov_error_name(ov_error_code());
-    std::string text = write_to_string(first);
+    std::string text = written(first);
     ASSERT_FALSE(text.empty()) << file;
     ov_domain_t second = ov_net_parse_from_string(text.c_str(), nullptr);
     ASSERT_NE(second, nullptr) << file << ": the written text does not parse";
     expect_equal_networks(first, second, file);
-    EXPECT_EQ(write_to_string(second), text) << file << ": the second write differs";
+    EXPECT_EQ(written(second), text) << file << ": the second write differs";
     ov_domain_delete(first);
     ov_domain_delete(second);
     ++networks;
@@ -95,7 +82,7 @@ TEST(NetRoundTrip, IndependentOfTheCallersLocale) {
   const std::string file = ORVEL_NETWORKS "/water.net";
   ov_domain_t plain = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
   ASSERT_NE(plain, nullptr);
-  const std::string expected = write_to_string(plain);
+  const std::string expected = written(plain);
   ASSERT_NE(expected.find("0."), std::string::npos);
 
   if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) {
@@ -107,7 +94,7 @@ TEST(NetRoundTrip, IndependentOfTheCallersLocale) {
   EXPECT_EQ(german, std::setlocale(LC_ALL, nullptr));
   std::string text;
   if (domain != nullptr) {
-    text = write_to_string(domain);
+    text = written(domain);
     EXPECT_EQ(german, std::setlocale(LC_ALL, nullptr));
   }
   std::setlocale(LC_ALL, "C");

@@ -6,11 +6,10 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "io/golden_rows.h"
 #include "io/net_writer.h"
 #include "model/domain.h"
 #include "oo/class.h"
@@ -19,29 +18,12 @@
 
 namespace {
 
+using orvel::test::read_file;
+using orvel::test::written;
+
 using orvel::as_domain;
 
-std::string read_file(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 std::string expected(const char *name) { return read_file(std::string(ORVEL_TEST_DATA) + "/net_out/" + name); }
-
-// What ov_domain_write_net prints for a domain or class.
-std::string written(ov_domain_t domain) {
-  char *buffer = nullptr;
-  std::size_t size = 0;
-  std::FILE *stream = open_memstream(&buffer, &size);
-  EXPECT_NE(stream, nullptr);
-  EXPECT_EQ(ov_domain_write_net(domain, stream), ov_error_none);
-  std::fclose(stream);
-  std::string text(buffer, size);
-  std::free(buffer);
-  return text;
-}
 
 ov_node_t named(ov_domain_t domain, const char *name, ov_category_t category = ov_category_chance,
                 ov_kind_t kind = ov_kind_discrete) {
@@ -66,8 +48,6 @@ void set_data(ov_node_t node, std::vector<float> values) {
   ov_number_t *data = ov_table_get_data(table);
   for (std::size_t i = 0; i < values.size(); ++i) data[i] = values[i];
 }
-
-// ---------------------------------------------------------------- golden files
 
 // Files written by hand hold every sort of node, attribute and table: a
 // domain with labels, subtypes, state values, positions, learning tables
@@ -100,8 +80,6 @@ TEST(NetWriter, RepairsNamesOfADomain) {
   ov_domain_delete(d);
 }
 
-// ---------------------------------------------------------------- failures and files
-
 TEST(NetWriter, FailingStreamsGiveIo) {
   ov_domain_t d = ov_new_domain();
   named(d, "A");
@@ -131,8 +109,6 @@ TEST(NetWriter, SaveKeepsTheFileName) {
   std::remove(path.c_str());
   ov_domain_delete(d);
 }
-
-// ---------------------------------------------------------------- classes
 
 class ClassGolden : public ::testing::Test {
 protected:
@@ -220,7 +196,7 @@ TEST_F(ClassGolden, BadFileKeepsNoName) {
 }
 
 // A model in a class: its slots line up under the first one. G is made
-// after P, so it is written first.
+// after P, so it is written first (tests/data/net_out/model_class.net).
 TEST_F(ClassGolden, ModelInAClass) {
   ov_class_t gen = make_class("Gen");
   ov_domain_t g = as_domain(gen);
@@ -237,14 +213,7 @@ TEST_F(ClassGolden, ModelInAClass) {
   ASSERT_EQ(
       ov_model_set_expression(model, 1, ov_class_string_to_expression(gen, "Distribution(0, 1)", nullptr, nullptr)),
       ov_error_none);
-  const char *text = "class Gen\n{\n\tinputs = ();\n\toutputs = ();\n    node_size = (0 0);\n"
-                     "\n    node G\n    {\n\tstates = (\"g0\" \"g1\");\n\tsubtype = label;\n    }\n"
-                     "\n    node P\n    {\n\tstates = (\"p0\" \"p1\");\n    }\n"
-                     "\n    potential (G | P)\n    {\n\tmodel_nodes = (P);\n"
-                     "\tmodel_data  = ( Distribution (0.5, 0.5),\n\t\t\tDistribution (0, 1) );\n    }\n"
-                     "\n    potential (P) {}\n"
-                     "} % class Gen\n";
-  EXPECT_EQ(written(reinterpret_cast<ov_domain_t>(gen)), text);
+  EXPECT_EQ(written(reinterpret_cast<ov_domain_t>(gen)), expected("model_class.net"));
 }
 
 TEST_F(ClassGolden, UnknownSubtypeAndFailingCollectionStream) {

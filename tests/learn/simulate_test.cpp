@@ -66,8 +66,7 @@ TEST(Simulation, CompiledFrequenciesFollowTheBeliefs) {
     RandomNetwork net = RandomNetwork::make(rng, 8);
     ASSERT_EQ(ov_domain_compile(net.domain), ov_error_none);
     ov_domain_seed_random(net.domain, 12345 + round);
-    Findings findings;
-    for (std::uint32_t s : net.states) findings.emplace_back(s, 1.0f);
+    Findings findings = no_findings(net);
     // One soft finding, or on odd rounds one hard finding on a state of
     // positive belief, so that the evidence stays possible.
     const std::size_t i = rng() % net.nodes.size();
@@ -90,8 +89,7 @@ TEST(Simulation, UncompiledDrawsFromTheTables) {
   for (int round = 0; round < 6; ++round) {
     RandomNetwork net = RandomNetwork::make(rng, 8);
     ov_domain_seed_random(net.domain, 999 + round);
-    Findings findings;
-    for (std::uint32_t s : net.states) findings.emplace_back(s, 1.0f);
+    Findings findings = no_findings(net);
     check_frequencies(net, findings, 4000, false);
     // Hard findings are drawn from only when they fix every ancestor too:
     // then forward draws follow the distribution given the evidence, which

@@ -22,6 +22,10 @@ double &entry(Table *t, Size cell, std::uint32_t i, std::uint32_t j) {
 double &mean(Table *t, Size cell, std::uint32_t i) {
   return t->cg_data[static_cast<std::size_t>(cell) * t->cg_stride + cg_mean_offset(i)];
 }
+Table *with_roles(Table *t, std::initializer_list<std::int8_t> roles) {
+  std::copy(roles.begin(), roles.end(), t->cg_roles.get());
+  return t;
+}
 
 TEST(CgDot, SmallResultsOfLargeTermsAreCancellation) {
   // Three continuous nodes; row 0 against heads 1 and 2.
@@ -145,8 +149,7 @@ TEST(CgMarginal, WithoutHeadsOnlyTheDiscretePartIsSummed) {
   Net net;
   Node *d = net.discrete(2), *x = net.continuous();
   Table *t = net.filled({d, x}, {0.25f, 0.5f});
-  Table *s = net.table({x});
-  s->cg_roles[0] = cg_head; // overwritten: T's node is unset
+  Table *s = with_roles(net.table({x}), {cg_head}); // overwritten: T's node is unset
   ASSERT_EQ(marginalize_tables(t, s, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
   EXPECT_EQ(s->data[0], 0.75f);
   EXPECT_EQ(s->cg_roles[0], cg_unset);
@@ -155,15 +158,12 @@ TEST(CgMarginal, WithoutHeadsOnlyTheDiscretePartIsSummed) {
 TEST(CgMarginal, TailsWithoutCoefficientsBecomeUnset) {
   Net net;
   Node *d = net.discrete(2), *y = net.continuous(), *x = net.continuous(), *z = net.continuous();
-  Table *t = net.table({d, y, x, z});
-  t->cg_roles[0] = cg_head;
-  t->cg_roles[1] = t->cg_roles[2] = cg_tail;
+  Table *t = with_roles(net.table({d, y, x, z}), {cg_head, cg_tail, cg_tail});
   entry(t, 1, 0, 1) = 0.5; // y on x in state 1 only; no coefficient on z
   Table *s = net.table({d, y, x, z});
   ASSERT_EQ(marginalize_tables(t, s, ov_equilibrium_sum, ov_mode_normal, false), ov_error_none);
-  EXPECT_EQ(s->cg_roles[0], cg_head);
-  EXPECT_EQ(s->cg_roles[1], cg_tail);
-  EXPECT_EQ(s->cg_roles[2], cg_unset);
+  EXPECT_EQ(std::vector<std::int8_t>(s->cg_roles.get(), s->cg_roles.get() + 3),
+            (std::vector<std::int8_t>{cg_head, cg_tail, cg_unset}));
   EXPECT_EQ(entry(s, 1, 0, 1), 0.5);
 }
 
@@ -177,16 +177,13 @@ TEST(CgMultiply, RegressionTimesItsTailGivesTheJoint) {
   Node *d = net.discrete(2), *y = net.continuous(), *x = net.continuous();
   const Regression r[2] = {{1.0, 2.0, 0.5}, {-1.0, 0.25, 2.0}};
   const double mx = 3.0, vx = 4.0;
-  Table *t = net.table({d, y, x});
-  t->cg_roles[0] = cg_head;
-  t->cg_roles[1] = cg_tail;
+  Table *t = with_roles(net.table({d, y, x}), {cg_head, cg_tail});
   for (Size i = 0; i < 2; ++i) {
     mean(t, i, 0) = r[i].a;
     entry(t, i, 0, 0) = r[i].g;
     entry(t, i, 0, 1) = r[i].b;
   }
-  Table *s = net.table({x});
-  s->cg_roles[0] = cg_head;
+  Table *s = with_roles(net.table({x}), {cg_head});
   mean(s, 0, 0) = mx;
   entry(s, 0, 0, 0) = vx;
   ASSERT_EQ(multiply_tables(t, s), ov_error_none);
@@ -207,19 +204,14 @@ TEST(CgMultiply, RegressionFromTheSourceOntoAHeadOfTheTarget) {
   Net net;
   Node *x = net.continuous(), *y = net.continuous(), *w = net.continuous();
   // T holds x's distribution and w's regression on x; y is unset.
-  Table *t = net.table({x, y, w});
-  t->cg_roles[0] = cg_head;
-  t->cg_roles[1] = cg_unset;
-  t->cg_roles[2] = cg_head;
+  Table *t = with_roles(net.table({x, y, w}), {cg_head, cg_unset, cg_head});
   mean(t, 0, 0) = 2.0;
   entry(t, 0, 0, 0) = 9.0;
   mean(t, 0, 2) = -1.0;
   entry(t, 0, 2, 2) = 1.0;
   entry(t, 0, 2, 0) = 3.0; // cov(w, x) in the joint of the heads
   // S holds y = 1 + 0.5 x with variance 2.
-  Table *s = net.table({y, x});
-  s->cg_roles[0] = cg_head;
-  s->cg_roles[1] = cg_tail;
+  Table *s = with_roles(net.table({y, x}), {cg_head, cg_tail});
   mean(s, 0, 0) = 1.0;
   entry(s, 0, 0, 0) = 2.0;
   entry(s, 0, 0, 1) = 0.5;
@@ -237,8 +229,7 @@ TEST(CgMultiply, IntoAFreshTableCopiesTheSource) {
   Net net;
   Node *d = net.discrete(3), *e = net.discrete(2), *x = net.continuous();
   Table *t = net.table({d, e, x});
-  Table *s = net.table({e, x});
-  s->cg_roles[0] = cg_head;
+  Table *s = with_roles(net.table({e, x}), {cg_head});
   for (Size i = 0; i < 2; ++i) {
     mean(s, i, 0) = 10.0 + i;
     entry(s, i, 0, 0) = 1.0 + i;
@@ -254,12 +245,8 @@ TEST(CgMultiply, IntoAFreshTableCopiesTheSource) {
 TEST(CgMultiply, OpposingTablesAreNotResolvedYet) {
   Net net;
   Node *x = net.continuous(), *y = net.continuous();
-  Table *t = net.table({x, y});
-  t->cg_roles[0] = cg_head; // x head, y tail
-  t->cg_roles[1] = cg_tail;
-  Table *s = net.table({y, x});
-  s->cg_roles[0] = cg_head; // y head, x tail
-  s->cg_roles[1] = cg_tail;
+  Table *t = with_roles(net.table({x, y}), {cg_head, cg_tail}); // x head, y tail
+  Table *s = with_roles(net.table({y, x}), {cg_head, cg_tail}); // y head, x tail
   KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
   EXPECT_EQ(cg_choose_resolution(plan), CgResolution::fault);
   EXPECT_EQ(table_multiply_into(plan, false), ov_error_error);
@@ -273,21 +260,13 @@ TEST(CgMultiply, ResolutionChoosesTheSideWithoutExtraHeads) {
   Node *x = net.continuous(), *y = net.continuous(), *z = net.continuous();
   // T: x head, y tail, z head. S: y head, x tail. A = {x}, B = {y}; S has
   // no head beyond B, so S is the side to resolve.
-  Table *t = net.table({x, y, z});
-  t->cg_roles[0] = cg_head;
-  t->cg_roles[1] = cg_tail;
-  t->cg_roles[2] = cg_head;
-  Table *s = net.table({y, x});
-  s->cg_roles[0] = cg_head;
-  s->cg_roles[1] = cg_tail;
+  Table *t = with_roles(net.table({x, y, z}), {cg_head, cg_tail, cg_head});
+  Table *s = with_roles(net.table({y, x}), {cg_head, cg_tail});
   KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
   EXPECT_EQ(cg_choose_resolution(plan), CgResolution::source);
   // T with no head beyond A resolves T.
   t->cg_roles[2] = cg_unset;
-  Table *s2 = net.table({y, x, z});
-  s2->cg_roles[0] = cg_head;
-  s2->cg_roles[1] = cg_tail;
-  s2->cg_roles[2] = cg_head;
+  Table *s2 = with_roles(net.table({y, x, z}), {cg_head, cg_tail, cg_head});
   KernelPlan *plan2 = plan_new(t, nullptr, s2, nullptr);
   EXPECT_EQ(cg_choose_resolution(plan2), CgResolution::target);
 }

@@ -16,43 +16,11 @@ namespace orvel {
 namespace {
 
 using test::Net;
-using test::project;
-
-std::vector<double> reference_marginal(const Table *fine, const Table *coarse, bool max) {
-  std::vector<double> out(coarse->size, 0.0);
-  for (std::uint32_t i = 0; i < fine->size; ++i) {
-    double &v = out[project(fine, i, coarse)];
-    v = max ? std::max(v, static_cast<double>(fine->data[i])) : v + fine->data[i];
-  }
-  return out;
-}
+using test::reference_marginal;
 
 void expect_close(const std::vector<double> &expected, const double *values, const char *what) {
   for (std::size_t j = 0; j < expected.size(); ++j)
     EXPECT_NEAR(expected[j], values[j], 1e-12 * std::max(1.0, std::abs(expected[j]))) << what << " cell " << j;
-}
-
-// Up to 8 nodes of 1 to 5 states in random order, at most 20000 cells, and
-// a random subset of them in another random order.
-struct Shape {
-  std::vector<Node *> fine, coarse;
-};
-
-Shape random_shape(Net &net, std::mt19937 &rng) {
-  std::uniform_int_distribution<std::uint32_t> states(1, 5), count(1, 8);
-  Shape shape;
-  std::uint32_t size = 1;
-  for (std::uint32_t i = 0, n = count(rng); i < n; ++i) {
-    std::uint32_t s = states(rng);
-    if (size * s > 20000) s = 1;
-    size *= s;
-    shape.fine.push_back(net.discrete(s));
-  }
-  std::shuffle(shape.fine.begin(), shape.fine.end(), rng);
-  for (Node *node : shape.fine)
-    if (rng() % 2 == 0) shape.coarse.push_back(node);
-  std::shuffle(shape.coarse.begin(), shape.coarse.end(), rng);
-  return shape;
 }
 
 TEST(Marginalize, StreamMarginalMatchesTheReference) {
@@ -60,7 +28,7 @@ TEST(Marginalize, StreamMarginalMatchesTheReference) {
   for (int round = 0; round < 150; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     Net net;
-    Shape shape = random_shape(net, rng);
+    test::Shape shape = test::random_shape(net, rng, 1);
     Table *fine = net.table(shape.fine);
     Table *coarse = net.table(shape.coarse);
     test::fill_random(fine, rng, 0.1);
@@ -76,6 +44,17 @@ TEST(Marginalize, StreamMarginalMatchesTheReference) {
   }
 }
 
+void expect_scratch_marginals(Table *fine, Table *coarse, const char *what) {
+  KernelPlan *plan = plan_new(fine, nullptr, coarse, nullptr);
+  ASSERT_NE(plan, nullptr);
+  std::vector<std::uint32_t> work(3 * plan->dimension_count);
+  for (ov_equilibrium_t equilibrium : {ov_equilibrium_sum, ov_equilibrium_max}) {
+    const double *values = marginal_to_scratch(plan, equilibrium, ov_mode_normal, work.data());
+    ASSERT_NE(values, nullptr);
+    expect_close(reference_marginal(fine, coarse, equilibrium == ov_equilibrium_max), values, what);
+  }
+}
+
 TEST(Marginalize, MarginalToScratchMatchesTheReferenceOnBothPaths) {
   std::mt19937 rng(1123);
   // Small tables go through the kernels at every level; the large one is
@@ -83,34 +62,18 @@ TEST(Marginalize, MarginalToScratchMatchesTheReferenceOnBothPaths) {
   for (std::uint32_t level : test::levels()) {
     Net net;
     test::set_level(net, level);
-    Shape shape = random_shape(net, rng);
+    test::Shape shape = test::random_shape(net, rng, 1);
     Table *fine = net.table(shape.fine);
-    Table *coarse = net.table(shape.coarse);
     test::fill_random(fine, rng, 0.2);
-    KernelPlan *plan = plan_new(fine, nullptr, coarse, nullptr);
-    ASSERT_NE(plan, nullptr);
-    std::vector<std::uint32_t> work(3 * plan->dimension_count);
-    for (ov_equilibrium_t equilibrium : {ov_equilibrium_sum, ov_equilibrium_max}) {
-      const double *values = marginal_to_scratch(plan, equilibrium, ov_mode_normal, work.data());
-      ASSERT_NE(values, nullptr);
-      expect_close(reference_marginal(fine, coarse, equilibrium == ov_equilibrium_max), values, "kernels");
-    }
+    expect_scratch_marginals(fine, net.table(shape.coarse), "kernels");
   }
   Net net;
   std::vector<Node *> nodes;
   for (int i = 0; i < 10; ++i) nodes.push_back(net.discrete(4));
   Table *fine = net.table(nodes);
   ASSERT_GE(fine->size, stream_threshold);
-  Table *coarse = net.table({nodes[7], nodes[2], nodes[9]});
   test::fill_random(fine, rng, 0.1);
-  KernelPlan *plan = plan_new(fine, nullptr, coarse, nullptr);
-  ASSERT_NE(plan, nullptr);
-  std::vector<std::uint32_t> work(3 * plan->dimension_count);
-  for (ov_equilibrium_t equilibrium : {ov_equilibrium_sum, ov_equilibrium_max}) {
-    const double *values = marginal_to_scratch(plan, equilibrium, ov_mode_normal, work.data());
-    ASSERT_NE(values, nullptr);
-    expect_close(reference_marginal(fine, coarse, equilibrium == ov_equilibrium_max), values, "stream");
-  }
+  expect_scratch_marginals(fine, net.table({nodes[7], nodes[2], nodes[9]}), "stream");
 }
 
 TEST(Marginalize, ZeroOtherStatesMatchesTheReference) {
@@ -118,7 +81,7 @@ TEST(Marginalize, ZeroOtherStatesMatchesTheReference) {
   for (int round = 0; round < 100; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     Net net;
-    Shape shape = random_shape(net, rng);
+    test::Shape shape = test::random_shape(net, rng, 1);
     Table *table = net.table(shape.fine);
     test::fill_random(table, rng);
     const std::uint32_t index = static_cast<std::uint32_t>(rng() % table->discrete_count);

@@ -113,30 +113,23 @@ TEST(RunTableKernel, NoThreadAtLevelOneOrWithoutSharedDimension) {
   KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
   KernelPlan *total = plan_new(t, nullptr, empty, nullptr);
   double *values = ensure_scratch(net.domain, s->size);
-  starts = 0;
+  auto run = [&](KernelPlan *p) {
+    starts = 0;
+    plan_prepare(p, false);
+    run_table_kernel_with(p, kernel_sum, nullptr, values, 0, 0, count_and_start);
+    plan_reset(p);
+    return starts.load();
+  };
   test::set_level(net, 1);
-  plan_prepare(plan, false);
-  run_table_kernel_with(plan, kernel_sum, nullptr, values, 0, 0, count_and_start);
-  plan_reset(plan);
-  EXPECT_EQ(starts.load(), 0);
+  EXPECT_EQ(run(plan), 0);
   test::set_level(net, 8);
-  plan_prepare(total, false);
-  run_table_kernel_with(total, kernel_sum, nullptr, values, 0, 0, count_and_start);
-  plan_reset(total);
-  EXPECT_EQ(starts.load(), 0);
+  EXPECT_EQ(run(total), 0);
   EXPECT_EQ(values[0], 10000.0);
   // With a shared dimension and a small grain, workers do start.
-  plan_prepare(plan, false);
-  run_table_kernel_with(plan, kernel_sum, nullptr, values, 0, 0, count_and_start);
-  plan_reset(plan);
-  EXPECT_EQ(starts.load(), 8);
+  EXPECT_EQ(run(plan), 8);
   // A table below two grains runs sequentially whatever the level.
-  starts = 0;
   test::set_level(net, 8, 6000);
-  plan_prepare(plan, false);
-  run_table_kernel_with(plan, kernel_sum, nullptr, values, 0, 0, count_and_start);
-  plan_reset(plan);
-  EXPECT_EQ(starts.load(), 0);
+  EXPECT_EQ(run(plan), 0);
 }
 
 TEST(RunTableKernel, FailedStartsGiveTheSequentialResult) {

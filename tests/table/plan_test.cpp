@@ -15,6 +15,13 @@ namespace orvel {
 namespace {
 
 using test::Net;
+using Dims = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
+
+Dims counts_and_strides(const PlanDimension *dimensions, std::uint32_t n) {
+  Dims dims;
+  for (std::uint32_t i = 0; i < n; ++i) dims.emplace_back(dimensions[i].count, dimensions[i].stride);
+  return dims;
+}
 
 // Plans are made inside the library from tables that fit; these are the
 // checks it makes all the same, with the refusals of a compressed domain.
@@ -62,26 +69,12 @@ TEST(PlanLayout, HalvesHoldTheSavedAndTheCurrentOrder) {
   KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
   ASSERT_NE(plan, nullptr);
   ASSERT_EQ(plan->dimension_count, 4u);
-  const PlanDimension *saved = plan->saved();
-  // T's order with the strides in S (d b: b has stride 1, d stride 3).
-  EXPECT_EQ(saved[0].count, 2u);
-  EXPECT_EQ(saved[0].stride, 0u);
-  EXPECT_EQ(saved[1].stride, 1u);
-  EXPECT_EQ(saved[2].stride, 0u);
-  EXPECT_EQ(saved[3].stride, 3u);
-  // S's nodes first in S's order, then the others in T's order, with
-  // strides in T.
-  const PlanDimension *cur = plan->current();
+  // T's order with the strides in S (d b: b has stride 1, d stride 3); then
+  // S's nodes first in S's order, the others in T's order, with strides in T.
+  EXPECT_EQ(counts_and_strides(plan->saved(), 4), (Dims{{2, 0}, {3, 1}, {4, 0}, {5, 3}}));
   EXPECT_EQ(plan->shared_count, 2u);
   EXPECT_EQ(plan->inner_count, 2u);
-  EXPECT_EQ(cur[0].count, 5u); // d
-  EXPECT_EQ(cur[0].stride, 1u);
-  EXPECT_EQ(cur[1].count, 3u); // b
-  EXPECT_EQ(cur[1].stride, 20u);
-  EXPECT_EQ(cur[2].count, 2u); // a
-  EXPECT_EQ(cur[2].stride, 60u);
-  EXPECT_EQ(cur[3].count, 4u); // c
-  EXPECT_EQ(cur[3].stride, 5u);
+  EXPECT_EQ(counts_and_strides(plan->current(), 4), (Dims{{5, 1}, {3, 20}, {2, 60}, {4, 5}}));
 }
 
 TEST(PlanMerge, FirstDimensionRuleAtLevelFour) {
@@ -94,15 +87,9 @@ TEST(PlanMerge, FirstDimensionRuleAtLevelFour) {
     std::uint32_t level, merged, first_count;
   };
   const Case cases[] = {
-      {{{9, 6, 0, nullptr}, {2, 3, 0, nullptr}, {3, 1, 0, nullptr}}, 4, 2, 18},
-      {{{8, 6, 0, nullptr}, {2, 3, 0, nullptr}, {3, 1, 0, nullptr}}, 4, 2, 8},
-      {{{17, 6, 0, nullptr}, {2, 3, 0, nullptr}, {3, 1, 0, nullptr}}, 4, 2, 17},
-      {{{8, 6, 0, nullptr}, {2, 3, 0, nullptr}, {3, 1, 0, nullptr}}, 1, 1, 48},
-      {{{3, 6, 0, nullptr}, {2, 3, 0, nullptr}, {3, 1, 0, nullptr}}, 4, 1, 18},
-      {{{3, 20, 0, nullptr}, {4, 5, 0, nullptr}, {5, 1, 0, nullptr}}, 4, 2, 12},
-      {{{2, 2, 1, nullptr}, {2, 1, 0, nullptr}}, 1, 2, 2},
-      {{{2, 2, 0, nullptr}, {2, 1, 0, w}}, 1, 2, 2},
-      {{{2, 4, 0, nullptr}, {2, 1, 0, nullptr}}, 1, 2, 2},
+      {{{9, 6}, {2, 3}, {3, 1}}, 4, 2, 18}, {{{8, 6}, {2, 3}, {3, 1}}, 4, 2, 8},  {{{17, 6}, {2, 3}, {3, 1}}, 4, 2, 17},
+      {{{8, 6}, {2, 3}, {3, 1}}, 1, 1, 48}, {{{3, 6}, {2, 3}, {3, 1}}, 4, 1, 18}, {{{3, 20}, {4, 5}, {5, 1}}, 4, 2, 12},
+      {{{2, 2, 1}, {2, 1}}, 1, 2, 2},       {{{2, 2}, {2, 1, 0, w}}, 1, 2, 2},    {{{2, 4}, {2, 1}}, 1, 2, 2},
   };
   for (const Case &c : cases) {
     std::vector<PlanDimension> dims = c.dims;
@@ -110,11 +97,11 @@ TEST(PlanMerge, FirstDimensionRuleAtLevelFour) {
     EXPECT_EQ(dims[0].count, c.first_count);
   }
   // The rest of the join after a first dimension kept apart.
-  std::vector<PlanDimension> dims{{8, 6, 0, nullptr}, {2, 3, 0, nullptr}, {3, 1, 0, nullptr}};
+  std::vector<PlanDimension> dims{{8, 6}, {2, 3}, {3, 1}};
   merge_dimensions(dims.data(), 3, 4);
   EXPECT_EQ(dims[1].count, 6u);
   EXPECT_EQ(dims[1].stride, 1u);
-  std::vector<PlanDimension> joined{{9, 6, 0, nullptr}, {2, 3, 0, nullptr}, {3, 1, 0, nullptr}};
+  std::vector<PlanDimension> joined{{9, 6}, {2, 3}, {3, 1}};
   merge_dimensions(joined.data(), 3, 4);
   EXPECT_EQ(joined[0].stride, 3u);
 }

@@ -1,8 +1,10 @@
 // Shared helpers of the table tests: a domain with nodes of chosen state
-// counts, tables filled with given or random numbers, and a naive per-cell
-// index for reference computations.
+// counts, tables filled with given or random numbers, random shapes, and a
+// naive per-cell reference marginal.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -77,6 +79,39 @@ inline void fill_random(Table *table, std::mt19937 &rng, double zero_share = 0.0
   std::uniform_real_distribution<float> value(0.0f, 1.0f);
   std::uniform_real_distribution<double> coin(0.0, 1.0);
   for (Size i = 0; i < table->size; ++i) table->data[i] = coin(rng) < zero_share ? 0.0f : value(rng);
+}
+
+// Sum (or maximum) of `fine` onto `coarse` by a per-cell index loop.
+inline std::vector<double> reference_marginal(const Table *fine, const Table *coarse, bool max) {
+  std::vector<double> out(coarse->size, max ? -INFINITY : 0.0);
+  for (std::uint32_t i = 0; i < fine->size; ++i) {
+    double &v = out[project(fine, i, coarse)];
+    v = max ? std::max(v, static_cast<double>(fine->data[i])) : v + fine->data[i];
+  }
+  return out;
+}
+
+// Up to 8 nodes (at least `least`) of 1 to 5 states in random order, at most
+// 20000 cells, and a random subset of them in another random order.
+struct Shape {
+  std::vector<Node *> fine, coarse;
+};
+
+inline Shape random_shape(Net &net, std::mt19937 &rng, std::uint32_t least = 0) {
+  std::uniform_int_distribution<std::uint32_t> states(1, 5), count(least, 8);
+  Shape shape;
+  std::uint32_t size = 1;
+  for (std::uint32_t i = 0, n = count(rng); i < n; ++i) {
+    std::uint32_t s = states(rng);
+    if (size * s > 20000) s = 1;
+    size *= s;
+    shape.fine.push_back(net.discrete(s));
+  }
+  std::shuffle(shape.fine.begin(), shape.fine.end(), rng);
+  for (Node *node : shape.fine)
+    if (rng() % 2 == 0) shape.coarse.push_back(node);
+  std::shuffle(shape.coarse.begin(), shape.coarse.end(), rng);
+  return shape;
 }
 
 // The concurrency levels every kernel must agree on.

@@ -15,6 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "inference/brute_force.h"
 #include "orvel.h"
 
 namespace {
@@ -67,57 +68,36 @@ double json_scalar(const std::string &json, const std::string &field) {
   return std::regex_search(json, match, pattern) ? std::stod(match[1]) : -999.0;
 }
 
-// The joint of a small network by enumeration, read through the library's
-// NET reader and table accessors, with a likelihood (a weight per state)
-// for some nodes.
-struct Enumerated {
-  std::vector<ov_node_t> nodes;
-  std::vector<std::vector<double>> beliefs;
-  double evidence = 0;
-};
+using orvel::test::brute_marginal;
+using orvel::test::Findings;
+using orvel::test::RandomNetwork;
 
-using Weights = std::vector<std::pair<ov_node_t, std::vector<double>>>;
-
-Enumerated enumerate(ov_domain_t domain, const Weights &findings) {
-  Enumerated result;
-  for (ov_node_t n = ov_domain_get_first_node(domain); n != nullptr; n = ov_node_get_next(n)) result.nodes.push_back(n);
-  std::size_t count = result.nodes.size();
-  std::vector<ov_index_t> state(count, 0);
-  for (ov_node_t n : result.nodes) result.beliefs.emplace_back(ov_node_get_number_of_states(n), 0.0);
-  auto position = [&](ov_node_t node) {
-    return static_cast<std::size_t>(std::find(result.nodes.begin(), result.nodes.end(), node) - result.nodes.begin());
-  };
-  for (;;) {
-    double p = 1;
-    for (std::size_t i = 0; i < count && p > 0; ++i) {
-      ov_table_t table = ov_node_get_table(result.nodes[i]);
-      ov_count_t index = 0;
-      for (ov_node_t *m = ov_table_get_nodes(table); *m != nullptr; ++m)
-        index = index * ov_node_get_number_of_states(*m) + state[position(*m)];
-      p *= ov_table_get_data(table)[index];
-    }
-    for (const auto &[node, weights] : findings) p *= weights[static_cast<std::size_t>(state[position(node)])];
-    if (p > 0) {
-      result.evidence += p;
-      for (std::size_t i = 0; i < count; ++i) result.beliefs[i][static_cast<std::size_t>(state[i])] += p;
-    }
-    std::size_t i = count;
-    while (i-- > 0) {
-      if (++state[i] < ov_node_get_number_of_states(result.nodes[i])) break;
-      state[i] = 0;
-    }
-    if (i == static_cast<std::size_t>(-1)) break;
+// A network's findings: none, then a hard finding or a weight per state.
+struct Evidence {
+  const RandomNetwork &net;
+  Findings findings;
+  explicit Evidence(const RandomNetwork &n) : net(n), findings(orvel::test::no_findings(n)) {}
+  std::size_t index(ov_node_t node) const {
+    return static_cast<std::size_t>(std::find(net.nodes.begin(), net.nodes.end(), node) - net.nodes.begin());
   }
-  for (auto &b : result.beliefs)
-    for (double &x : b) x /= result.evidence;
-  return result;
-}
-
-std::vector<double> hard(ov_node_t node, ov_index_t state) {
-  std::vector<double> weights(static_cast<std::size_t>(ov_node_get_number_of_states(node)), 0.0);
-  weights[static_cast<std::size_t>(state)] = 1.0;
-  return weights;
-}
+  void hard(ov_node_t node, ov_index_t state) {
+    std::vector<float> &f = findings[index(node)];
+    std::fill(f.begin(), f.end(), 0.0f);
+    f[static_cast<std::size_t>(state)] = 1.0f;
+  }
+  // The probability of the findings, and the belief of node `i`.
+  double probability() const {
+    double total = 0;
+    brute_marginal(net, findings, {}, std::vector<bool>(net.nodes.size(), false), false, &total);
+    return total;
+  }
+  std::vector<double> belief(int i) const {
+    std::vector<double> b =
+        brute_marginal(net, findings, {i}, std::vector<bool>(net.nodes.size(), false), false, nullptr);
+    for (double &x : b) x /= probability();
+    return b;
+  }
+};
 
 // Beliefs and the probability of the evidence against enumeration: hard
 // evidence by label and by state index, and a likelihood, on the example
@@ -131,47 +111,47 @@ TEST(OrvelTool, BeliefsMatchEnumeration) {
     SCOPED_TRACE(file);
     ov_domain_t domain = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
     ASSERT_NE(domain, nullptr);
-    Weights findings;
+    RandomNetwork net = RandomNetwork::read(domain);
+    Evidence expected(net);
     std::string options;
     if (k == 0) {
       ov_node_t wet = ov_domain_get_node_by_name(domain, "WetGrass");
-      findings.push_back({wet, hard(wet, ov_node_get_state_index_from_label(wet, "yes"))});
+      expected.hard(wet, ov_node_get_state_index_from_label(wet, "yes"));
       options = " -e WetGrass=yes";
     } else if (k == 1) {
-      ov_node_t sprinkler = ov_domain_get_node_by_name(domain, "Sprinkler"),
-                rain = ov_domain_get_node_by_name(domain, "Rain");
-      findings.push_back({sprinkler, {0.2, 0.8}});
-      findings.push_back({rain, hard(rain, 1)});
+      expected.findings[expected.index(ov_domain_get_node_by_name(domain, "Sprinkler"))] = {0.2f, 0.8f};
+      expected.hard(ov_domain_get_node_by_name(domain, "Rain"), 1);
       options = " -l Sprinkler=0.2,0.8 -e 'Rain=#1'";
     } else {
       // The first node in its last state and the last node in its first.
-      ov_node_t a = ov_domain_get_first_node(domain), b = a;
-      while (ov_node_get_next(b) != nullptr) b = ov_node_get_next(b);
+      ov_node_t a = net.nodes.front(), b = net.nodes.back();
       ov_index_t sa = ov_node_get_number_of_states(a) - 1;
-      findings.push_back({a, hard(a, sa)});
-      findings.push_back({b, hard(b, 0)});
+      expected.hard(a, sa);
+      expected.hard(b, 0);
       options = std::string(" -e '") + ov_node_get_name(a) + "=#" + std::to_string(sa) + "' -e '" +
                 ov_node_get_name(b) + "=#0'";
     }
-    Enumerated expected = enumerate(domain, findings);
-    ASSERT_GT(expected.evidence, 0);
+    const double evidence = expected.probability();
+    ASSERT_GT(evidence, 0);
     ToolRun run = run_tool("beliefs " + file + options + " --json");
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_NEAR(json_scalar(run.out, "probability_of_evidence"), expected.evidence, 1e-6 + 1e-4 * expected.evidence);
-    EXPECT_NEAR(json_scalar(run.out, "log_probability_of_evidence"), std::log(expected.evidence), 1e-4);
-    for (std::size_t i = 0; i < expected.nodes.size(); ++i) {
-      std::vector<double> printed = json_numbers(run.out, ov_node_get_name(expected.nodes[i]), "beliefs");
-      ASSERT_EQ(printed.size(), expected.beliefs[i].size()) << ov_node_get_name(expected.nodes[i]);
+    EXPECT_NEAR(json_scalar(run.out, "probability_of_evidence"), evidence, 1e-6 + 1e-4 * evidence);
+    EXPECT_NEAR(json_scalar(run.out, "log_probability_of_evidence"), std::log(evidence), 1e-4);
+    for (std::size_t i = 0; i < net.nodes.size(); ++i) {
+      const std::vector<double> belief = expected.belief(static_cast<int>(i));
+      std::vector<double> printed = json_numbers(run.out, ov_node_get_name(net.nodes[i]), "beliefs");
+      ASSERT_EQ(printed.size(), belief.size()) << ov_node_get_name(net.nodes[i]);
       for (std::size_t s = 0; s < printed.size(); ++s)
-        EXPECT_NEAR(printed[s], expected.beliefs[i][s], 2e-6) << ov_node_get_name(expected.nodes[i]);
+        EXPECT_NEAR(printed[s], belief[s], 2e-6) << ov_node_get_name(net.nodes[i]);
     }
-    ov_domain_delete(domain);
   }
 }
 
 TEST(OrvelTool, MarginalOfTwoNodes) {
   ov_domain_t domain = ov_net_parse_domain(example("sprinkler.net").c_str(), nullptr, nullptr);
   ASSERT_NE(domain, nullptr);
+  RandomNetwork net = RandomNetwork::read(domain);
+  Evidence expected(net);
   ov_node_t sprinkler = ov_domain_get_node_by_name(domain, "Sprinkler"),
             rain = ov_domain_get_node_by_name(domain, "Rain");
   ToolRun run = run_tool("marginal " + example("sprinkler.net") + " Sprinkler,Rain");
@@ -182,11 +162,10 @@ TEST(OrvelTool, MarginalOfTwoNodes) {
                          " Rain=" + ov_node_get_state_label(rain, r);
       auto at = run.out.find(line);
       ASSERT_NE(at, std::string::npos) << run.out;
-      EXPECT_NEAR(std::stod(run.out.substr(at + line.size())),
-                  enumerate(domain, {{sprinkler, hard(sprinkler, s)}, {rain, hard(rain, r)}}).evidence, 1e-6)
-          << line;
+      expected.hard(sprinkler, s);
+      expected.hard(rain, r);
+      EXPECT_NEAR(std::stod(run.out.substr(at + line.size())), expected.probability(), 1e-6) << line;
     }
-  ov_domain_delete(domain);
 }
 
 TEST(OrvelTool, CompileSummaryAndConvert) {
