@@ -302,12 +302,11 @@ ov_status_t build_junction_trees(Domain *domain) {
                    members == 1 ? "" : "s") != ov_error_none ||
         log_table_size(domain, weights->size, weights->cg_stride) != ov_error_none)
       return ov_error_code();
-    if (members == 0) {
-      if (log_printf(domain, "\n") != ov_error_none) return ov_error_io;
-    } else if (log_printf(domain, ":\n") != ov_error_none ||
-               log_node_names(domain, separator.data(), members) != ov_error_none) {
+    // An empty separator ends its line with the size: the next record
+    // starts with a line feed of its own.
+    if (members > 0 && (log_printf(domain, ":\n") != ov_error_none ||
+                        log_node_names(domain, separator.data(), members) != ov_error_none))
       return ov_error_code();
-    }
   }
   return set_error(ov_error_none);
 }
