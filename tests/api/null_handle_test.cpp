@@ -157,16 +157,11 @@ const std::vector<Case> &cases() {
 #undef C
 
 // Functions that take no handle.
-const std::set<std::string> no_handle = {"ov_error_code",
-                                         "ov_error_name",
-                                         "ov_error_description",
-                                         "ov_get_user_name",
-                                         "ov_get_organization",
-                                         "ov_get_package_name",
-                                         "ov_new_domain",
-                                         "ov_new_class_collection",
-                                         "ov_number_make_expression",
-                                         "ov_boolean_make_expression"};
+// clang-format off
+const std::set<std::string> no_handle = {"ov_error_code", "ov_error_name", "ov_error_description", "ov_get_user_name",
+    "ov_get_organization", "ov_get_package_name", "ov_new_domain", "ov_new_class_collection",
+    "ov_number_make_expression", "ov_boolean_make_expression"};
+// clang-format on
 
 TEST(NullHandles, EveryFunctionRecordsUsageAndReturnsItsFailureValue) {
   for (const Case &c : cases()) {

@@ -78,14 +78,6 @@ TEST_F(Attributes, KeysHaveTheFormOfNamesAndListsAreSeparate) {
   EXPECT_STREQ(ov_node_get_attribute(node, "k"), "node");
 }
 
-TEST(AttributeList, ParsersMaySkipTheNameTest) {
-  orvel::AttributeList list;
-  EXPECT_EQ(orvel::attribute_set(list, "1 odd key", "v", false), ov_error_none);
-  EXPECT_STREQ(orvel::attribute_get(list, "1 odd key"), "v");
-  EXPECT_EQ(orvel::attribute_set(list, "1 odd key", "w", true), ov_error_invalid_name);
-  EXPECT_STREQ(orvel::attribute_get(list, "1 odd key"), "v");
-}
-
 TEST(AttributeList, ALongListIsReleasedWithoutRecursion) {
   // Built by hand: setting keys one by one scans the list each time.
   orvel::AttributeList list;

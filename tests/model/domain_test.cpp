@@ -6,11 +6,8 @@
 #include <cstdio>
 
 #include "api/error.h"
-#include "compile/compiled_forest.h"
 #include "model/domain.h"
-#include "model/node.h"
 #include "orvel.h"
-#include "table/table.h"
 
 namespace {
 
@@ -85,9 +82,6 @@ TEST(Domain, UncompileReleasesTheForestAndKeepsEvidence) {
   EXPECT_EQ(ov_domain_uncompile(d), ov_error_none) << "uncompiling an uncompiled domain does nothing";
   ASSERT_EQ(ov_domain_compile(d), ov_error_none);
   EXPECT_EQ(ov_domain_is_compiled(d) + ov_domain_is_triangulated(d), 2);
-  // A table made after the forest's tables: it stays, renumbered.
-  orvel::Node *family[] = {a, b, nullptr};
-  b->experience_table = orvel::table_new(d, family, ov_table_kind_experience, orvel::role_plain, false, true);
   ASSERT_EQ(ov_node_select_state(b, 1), ov_error_none);
   ASSERT_EQ(ov_domain_propagate(d, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
   // Memory tables go; the domain stays compiled and still propagates.
@@ -101,34 +95,12 @@ TEST(Domain, UncompileReleasesTheForestAndKeepsEvidence) {
   EXPECT_EQ(ov_node_get_junction_tree(a), nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_not_compiled);
   EXPECT_EQ(ov_domain_get_first_clique(d), nullptr);
-  // No query reaches what the nodes kept of the forest.
-  for (ov_node_t n : {a, b}) {
-    EXPECT_EQ(n->elimination_number, 0u);
-    EXPECT_EQ(n->instantiated_state, -1);
-    EXPECT_TRUE(n->junction_tree == nullptr && n->home_clique == nullptr && n->conflict_clique == nullptr);
-    EXPECT_TRUE(n->belief_table == nullptr && n->propagated_finding == nullptr);
-  }
-  ASSERT_EQ(d->tables.size(), 3u) << "only the node and experience tables stay";
-  EXPECT_EQ(b->experience_table->serial, 3u) << "renumbered from 1";
   EXPECT_EQ(ov_node_evidence_is_entered(b), 1) << "entered evidence is a property of the node";
   EXPECT_EQ(ov_node_get_entered_finding(b, 0), 0.0f);
   // Compiled again, the evidence is still there: P(A = 0 | B = 1) = 0.125 / 0.2.
   ASSERT_EQ(ov_domain_compile(d), ov_error_none);
   ASSERT_EQ(ov_domain_propagate(d, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
   EXPECT_NEAR(ov_node_get_belief(a, 0), 0.125 / 0.2, 1e-6);
-  ov_domain_delete(d);
-}
-
-TEST(Domain, AFailedCompileKeepsATriangulationMadeBefore) {
-  ov_domain_t d = ov_net_parse_from_string(kPair, nullptr);
-  ov_node_t a = ov_domain_get_node_by_name(d, "A"), b = ov_domain_get_node_by_name(d, "B");
-  ov_node_t order[] = {b, a, nullptr};
-  ASSERT_EQ(ov_domain_triangulate_with_order(d, order), ov_error_none);
-  ov_table_get_data(ov_node_get_table(b))[1] = -0.5f;
-  EXPECT_NE(ov_domain_compile(d), ov_error_none);
-  EXPECT_EQ(ov_domain_is_compiled(d), 0);
-  EXPECT_EQ(ov_domain_is_triangulated(d), 1);
-  EXPECT_NE(ov_domain_get_elimination_order(d), nullptr);
   ov_domain_delete(d);
 }
 

@@ -73,22 +73,6 @@ TEST(Links, TablesFollowAtEveryPosition) {
   EXPECT_TRUE(parents(child).empty());
 }
 
-TEST(Links, DecisionsAreParentsAndUtilitiesChildren) {
-  DomainPtr domain = new_domain();
-  ov_node_t decision = discrete(domain.get(), 2, ov_category_decision);
-  ov_node_t utility = ov_domain_new_node(domain.get(), ov_category_utility, ov_kind_discrete);
-  ov_node_t chance = discrete(domain.get(), 2);
-  EXPECT_EQ(ov_node_add_parent(chance, decision), ov_error_none);
-  EXPECT_EQ(ov_node_add_parent(utility, chance), ov_error_none);
-  EXPECT_EQ(ov_node_add_parent(utility, decision), ov_error_none);
-  EXPECT_EQ(ov_table_get_size(ov_node_get_table(utility)), 4);
-  DomainPtr cg = new_domain();
-  ov_node_t d = discrete(cg.get(), 2), y = continuous(cg.get());
-  fake_triangulation(cg.get());
-  EXPECT_EQ(ov_node_add_parent(y, d), ov_error_none) << "a discrete parent of a continuous node";
-  EXPECT_FALSE(triangulated(cg.get()));
-}
-
 TEST(Links, UndirectedLinksCountForTheCycleTest) {
   // x -> a - b -> y, with a - b an undirected link made by hand.
   DomainPtr domain = new_domain();
@@ -334,23 +318,6 @@ TEST(NumberOfStates, AFailedGrowthSetsEveryTableBack) {
   EXPECT_TRUE(triangulated(domain.get()));
 }
 
-TEST(NumberOfStates, ModelsThatHoldTheNodeAreInvalidated) {
-  DomainPtr domain = new_domain();
-  ov_node_t node = discrete(domain.get(), 2), child = discrete(domain.get(), 2);
-  ASSERT_EQ(ov_node_add_parent(child, node), ov_error_none);
-  ov_model_t own = ov_node_new_model(node, nullptr);
-  ov_node_t model_nodes[] = {node, nullptr};
-  ov_model_t childs = ov_node_new_model(child, model_nodes);
-  ASSERT_EQ(ov_model_set_expression(childs, 1, ov_number_make_expression(1)), ov_error_none);
-  own->table_is_stale = childs->table_is_stale = 0;
-  ASSERT_EQ(ov_node_set_number_of_states(node, 3), ov_error_none);
-  EXPECT_EQ(own->table_is_stale, 1);
-  EXPECT_EQ(childs->table_is_stale, 1);
-  // The child's model held the node: its slots go and come back with the new count.
-  EXPECT_EQ(ov_model_get_expression(childs, 1), nullptr);
-  EXPECT_EQ(ov_model_get_size(childs), 3);
-}
-
 TEST(NodeDelete, ReshapesChildrenAndForgetsConstraints) {
   DomainPtr domain = new_domain();
   ov_node_t parent = discrete(domain.get(), 2), node = discrete(domain.get(), 3);
@@ -406,23 +373,6 @@ TEST(EdgeConstraints, MirrorOnTheOtherEnd) {
   ASSERT_EQ(ov_node_set_edge_constraint(a, c, ov_constraint_forward_edge_forbidden), ov_error_none);
   ASSERT_EQ(ov_node_add_parent(c, a), ov_error_none);
   EXPECT_EQ(ov_node_get_edge_constraint(c, a), ov_constraint_backward_edge_forbidden);
-}
-
-TEST(TableReshape, SizesWithoutDataSaturate) {
-  DomainPtr domain = new_domain();
-  std::vector<Node *> nodes;
-  for (int i = 0; i < 4; ++i) nodes.push_back(discrete(domain.get(), 256));
-  nodes.push_back(nullptr);
-  Table *table = table_new(domain.get(), nodes.data(), ov_table_kind_probability, role_plain, false, false);
-  ASSERT_NE(table, nullptr);
-  EXPECT_EQ(table->size, size_overflow);
-  ASSERT_EQ(table_resize_node(table, nodes[0], 255), ov_error_none);
-  nodes[0]->state_count = 255;
-  EXPECT_EQ(table->size, 255u * 256u * 256u * 256u);
-  ASSERT_EQ(table_remove_node(table, nodes[1]), ov_error_none);
-  EXPECT_EQ(table->size, 255u * 256u * 256u);
-  ASSERT_EQ(table_add_node(table, discrete(domain.get(), 512)), ov_error_none);
-  EXPECT_EQ(table->size, size_overflow);
 }
 
 TEST(TableReshape, ConditionalNormalisation) {

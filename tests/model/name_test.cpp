@@ -96,25 +96,6 @@ TEST_F(NodeNames, RepairMakesIdentifiersAndGrowsCollisions) {
   EXPECT_EQ(find("x_y__"), odd[2]);
 }
 
-TEST_F(NodeNames, TableSizeIsTheFirstPrimeNotBelowTheCountAtTheLookup) {
-  for (int i = 0; i < 10; ++i) ov_node_set_name(chance(), ("n" + std::to_string(i)).c_str());
-  EXPECT_NE(find("n3"), nullptr);
-  EXPECT_EQ(buckets(), 0u) << "ten nodes are scanned";
-  for (int i = 0; i < 20; ++i) chance();
-  find("none");
-  EXPECT_EQ(buckets(), 31u);
-  for (int i = 0; i < 32; ++i) chance(); // 62 nodes: not above 2 * 31
-  find("none");
-  EXPECT_EQ(buckets(), 31u);
-  chance();
-  find("none");
-  EXPECT_EQ(buckets(), 67u);
-  // Twice is found through the table.
-  ov_node_t n0 = find("n0");
-  for (int i = 1; i < 10; ++i) EXPECT_EQ(ov_node_set_name(n0, ("n" + std::to_string(i)).c_str()), ov_error_twice);
-  EXPECT_STREQ(ov_node_get_name(n0), "n0");
-}
-
 TEST_F(NodeNames, LookupsAgreeWithAScanAcrossRenamesDeletionsAndGrowth) {
   std::vector<ov_node_t> nodes;
   std::map<std::string, ov_node_t> expected;

@@ -21,10 +21,8 @@ TEST_F(BindingTest, BindingRules) {
   // Unbound inputs read as null without error, before any array exists.
   EXPECT_EQ(ov_node_get_input(instance, in_chance), nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_none);
-  EXPECT_TRUE(instance->input_bindings.empty());
   EXPECT_EQ(ov_node_set_input(instance, in_d, chance), ov_error_usage) << "categories must agree";
   EXPECT_EQ(ov_node_set_input(instance, in_d, d), ov_error_none);
-  EXPECT_EQ(instance->input_bindings.size(), 2u) << "as long as the inputs";
   EXPECT_EQ(ov_node_get_input(instance, in_d), d);
   EXPECT_EQ(ov_node_get_input(instance, in_chance), nullptr);
   // An input added after the binding array was made has no slot.
@@ -143,7 +141,6 @@ TEST_F(BindingTest, SubstituteWithoutOldInputsLeavesNoBindings) {
   ov_class_t a = make_class("A"), b = make_class("B"), whole = make_class("Whole");
   ov_node_t b_in = make_input(b, "in"), instance = ov_class_new_instance(whole, a);
   EXPECT_EQ(ov_node_substitute_class(instance, b), ov_error_none);
-  EXPECT_TRUE(instance->input_bindings.empty());
   EXPECT_EQ(ov_node_get_input(instance, b_in), nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_none);
   EXPECT_TRUE(instance->output_clones.empty());
