@@ -1,5 +1,5 @@
 // Models: creation checks, the lazy slot array, storing expressions with
-// their reference counts, staleness and the table mark, copying, and what
+// their reference counts, staleness and the table mark, and what
 // graph edits do to a model.
 #include <gtest/gtest.h>
 
@@ -181,40 +181,6 @@ TEST_F(ModelTest, DeletingTheOwnerDeletesTheModel) {
   EXPECT_EQ(ov_model_set_expression(model, 0, e), ov_error_none);
   EXPECT_EQ(ov_model_set_expression(model, 1, e), ov_error_none);
   EXPECT_EQ(ov_node_delete(child), ov_error_none); // no leak under the sanitizers
-}
-
-TEST_F(ModelTest, CopyingAModel) {
-  ov_model_t model = model_of(child, {p1});
-  ov_expression_t shared = test::make(ov_op_add, {ref(p1), ref(p2)});
-  EXPECT_EQ(ov_model_set_expression(model, 0, shared), ov_error_none);
-  EXPECT_EQ(ov_model_set_expression(model, 1, shared), ov_error_none);
-  int word = 0;
-  ov_model_set_user_data(model, &word);
-  ov_model_set_number_of_samples_per_interval(model, 9);
-  model->table_is_stale = 0;
-
-  ov_node_t twin = make("twin", 2);
-  ModelPtr copy = model_copy(model, twin);
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(copy->node, twin);
-  EXPECT_EQ(copy->size, 2u);
-  EXPECT_EQ(copy->table_is_stale, 0);
-  EXPECT_EQ(copy->samples_per_interval, 9u);
-  EXPECT_EQ(copy->user_data, nullptr);
-  EXPECT_EQ(copy->nodes[0], p1);
-  EXPECT_NE(copy->nodes.data(), model->nodes.data());
-  // Each slot gets a clone of its own, held once.
-  EXPECT_NE(copy->expressions[0], shared);
-  EXPECT_NE(copy->expressions[0], copy->expressions[1]);
-  EXPECT_EQ(copy->expressions[0]->references, 1);
-  EXPECT_EQ(copy->expressions[1]->references, 1);
-  EXPECT_EQ(shared->references, 2);
-
-  // A model without an array copies without one.
-  ov_model_t bare = ov_node_new_model(child, nullptr);
-  ModelPtr bare_copy = model_copy(bare, twin);
-  ASSERT_NE(bare_copy, nullptr);
-  EXPECT_EQ(bare_copy->expressions, nullptr);
 }
 
 class ModelGraphTest : public test::NamedNodes {

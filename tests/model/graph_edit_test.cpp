@@ -375,23 +375,5 @@ TEST(EdgeConstraints, MirrorOnTheOtherEnd) {
   EXPECT_EQ(ov_node_get_edge_constraint(c, a), ov_constraint_backward_edge_forbidden);
 }
 
-TEST(TableReshape, ConditionalNormalisation) {
-  DomainPtr domain = new_domain();
-  ov_node_t a = discrete(domain.get(), 2), b = discrete(domain.get(), 3), y = continuous(domain.get());
-  Node *ab[] = {a, b, nullptr}, *ay[] = {a, y, nullptr};
-  Table *table = table_new(domain.get(), ab, ov_table_kind_probability, role_plain, false, true);
-  const std::vector<float> numbers = {1, 1, 2, 0, 0, 0};
-  std::copy(numbers.begin(), numbers.end(), table->data.get());
-  EXPECT_EQ(table_normalize_conditional(table, true), ov_error_zero_sum);
-  EXPECT_EQ(snapshot(table).data, numbers) << "refused: unchanged";
-  ASSERT_EQ(table_normalize_conditional(table, false), ov_error_none);
-  EXPECT_EQ(snapshot(table).data, (std::vector<float>{0.25f, 0.25f, 0.5f, 1.0f / 3, 1.0f / 3, 1.0f / 3}));
-  Table *cg = table_new(domain.get(), ay, ov_table_kind_probability, role_plain, false, true);
-  cg->data[0] = 0.0f;
-  cg->data[1] = -3.0f;
-  ASSERT_EQ(table_normalize_conditional(cg, true), ov_error_none);
-  EXPECT_EQ(cg->data[0] + cg->data[1], 2.0f) << "the weights of a Gaussian table are all 1";
-}
-
 } // namespace
 } // namespace orvel
