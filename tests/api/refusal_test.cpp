@@ -122,6 +122,7 @@ struct World {
     return next;
   }
   ov_node_t n(const char *name) { return ov_domain_get_node_by_name(d, name); }
+  ov_class_t plain() { return reinterpret_cast<ov_class_t>(d); } // a domain outside any collection
   // Null-terminated node and operand lists that live as long as the row.
   ov_node_t *list(std::initializer_list<ov_node_t> nodes) { return terminated(lists, nodes); }
   ov_expression_t *operands(std::initializer_list<ov_expression_t> es) { return terminated(operand_lists, es); }
@@ -463,6 +464,14 @@ const std::vector<Row> &rows() {
       USAGE("class added twice", nullptr, ov_cc_add_domain(w.cc, reinterpret_cast<ov_domain_t>(w.part))),
       USAGE("class into another collection", nullptr, ov_cc_add_domain(w.cc2, reinterpret_cast<ov_domain_t>(w.part))),
       USAGE("class by no name", nullptr, ov_cc_get_class_by_name(w.cc, nullptr)),
+      USAGE("collection of a plain domain", kCg, ov_class_get_class_collection(w.plain())),
+      USAGE("inputs of a plain domain", kCg, ov_class_get_inputs(w.plain())),
+      USAGE("class name of a plain domain", kCg, ov_class_get_name(w.plain())),
+      USAGE("set the class name of a plain domain", kCg, ov_class_set_name(w.plain(), "A")),
+      USAGE("delete a plain domain as a class", kCg, ov_class_delete(w.plain())),
+      USAGE("node of a plain domain as an input", kCg, ov_node_add_to_inputs(w.n("A"))),
+      USAGE("node of a plain domain as an output", kCg, ov_node_add_to_outputs(w.n("A"))),
+      USAGE("node of a plain domain out of the inputs", kCg, ov_node_remove_from_inputs(w.n("A"))),
   };
   // clang-format on
   return all;

@@ -63,19 +63,6 @@ TEST_F(CollectionTest, Names) {
   EXPECT_EQ(ov_cc_delete(other), ov_error_none);
 }
 
-TEST_F(CollectionTest, APlainDomainIsNoClass) {
-  ov_domain_t plain = ov_new_domain();
-  ov_class_t fake = as_class(plain);
-  EXPECT_EQ(ov_class_get_class_collection(fake), nullptr);
-  EXPECT_EQ(ov_class_get_inputs(fake), nullptr);
-  EXPECT_EQ(ov_class_get_name(fake), nullptr);
-  EXPECT_EQ(ov_error_code(), ov_error_usage);
-  EXPECT_EQ(ov_class_set_name(fake, "A"), ov_error_usage);
-  EXPECT_EQ(ov_class_delete(fake), ov_error_usage);
-  EXPECT_EQ(ov_node_get_home_class(ov_domain_new_node(plain, ov_category_chance, ov_kind_discrete)), nullptr);
-  EXPECT_EQ(ov_domain_delete(plain), ov_error_none);
-}
-
 TEST_F(CollectionTest, DeletingAContainerReleasesItsInstances) {
   ov_class_t part = make_class("Part"), whole = make_class("Whole"), other = make_class("Other");
   ov_node_t kept = ov_class_new_instance(other, part);

@@ -208,13 +208,6 @@ TEST_F(InstanceTest, InterfaceMembership) {
   EXPECT_EQ(ov_node_remove_from_inputs(other), ov_error_none);
   EXPECT_EQ(ov_node_add_parent(other, chance), ov_error_none);
   EXPECT_EQ(entries(ov_class_get_inputs(cls)), (std::vector<ov_node_t>{decision}));
-  // Nodes of a plain domain have no class.
-  ov_domain_t plain = ov_new_domain();
-  ov_node_t loose = ov_domain_new_node(plain, ov_category_chance, ov_kind_discrete);
-  EXPECT_EQ(ov_node_add_to_inputs(loose), ov_error_usage);
-  EXPECT_EQ(ov_node_add_to_outputs(loose), ov_error_usage);
-  EXPECT_EQ(ov_node_remove_from_inputs(loose), ov_error_usage);
-  EXPECT_EQ(ov_domain_delete(plain), ov_error_none);
 }
 
 TEST_F(InstanceTest, DeletingAnInstanceReleasesItsClonesAndBindings) {
