@@ -116,14 +116,13 @@ template <class F> void for_each_assignment(const std::vector<ov_node_t> &nodes,
 }
 
 // Fills a node's table with random positive numbers, normalised per
-// conditional distribution when `normalise` is set.
-inline void fill_random(ov_node_t node, std::mt19937 &random, bool normalise = true) {
+// conditional distribution.
+inline void fill_random(ov_node_t node, std::mt19937 &random) {
   ov_table_t table = ov_node_get_table(node);
   ov_number_t *data = ov_table_get_data(table);
   const std::int64_t size = ov_table_get_size(table);
   std::uniform_real_distribution<float> uniform(0.05f, 1.0f);
   for (std::int64_t i = 0; i < size; ++i) data[i] = uniform(random);
-  if (!normalise) return;
   const std::int64_t n = ov_node_get_number_of_states(node);
   for (std::int64_t run = 0; run < size; run += n) {
     double sum = 0;
