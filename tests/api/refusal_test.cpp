@@ -416,6 +416,8 @@ const std::vector<Row> &rows() {
           ov_node_substitute_class(ov_class_get_instances(w.part)[1], ov_cc_get_class_by_name(w.cc, "Next"))),
       USAGE("instance node in a class", nullptr, ov_class_new_node(w.part, ov_category_instance, ov_kind_discrete)),
       USAGE("bind across kinds", nullptr, ov_node_set_input(w.inst, w.in, w.xc)),
+      USAGE_AFTER("bind across categories", nullptr, w.node(w.whole, "wd", ov_category_decision),
+          ov_node_set_input(w.inst, w.in, ov_class_get_node_by_name(w.whole, "wd"))),
       USAGE("bind a hidden node", nullptr, ov_node_set_input(w.inst, w.hidden, w.x)),
       USAGE("bind a node of another class", nullptr, ov_node_set_input(w.inst, w.in, w.out)),
       USAGE("bind on a non-instance", nullptr, ov_node_set_input(w.x, w.in, w.x)),
