@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -109,25 +110,20 @@ TEST_F(ParserTest, SimpleHandlerReceivesLocationAndMessage) {
 
 TEST_F(ParserTest, ClassScopeResolvesInstanceOutputs) {
   // Class Outer holds an instance of class Inner, whose output is `out`.
+  const std::string path = ::testing::TempDir() + "class_scope.net";
+  std::FILE *file = std::fopen(path.c_str(), "w");
+  ASSERT_NE(file, nullptr);
+  std::fputs("class Inner { outputs = (out); node out {} node hidden {} }\n"
+             "class Outer { instance inst : Inner () {} node plain {} }\n",
+             file);
+  std::fclose(file);
   ov_class_collection_t collection = ov_new_class_collection();
-  ov_class_t inner = ov_cc_new_class(collection);
-  ov_class_t outer = ov_cc_new_class(collection);
-  ASSERT_EQ(ov_class_set_name(inner, "Inner"), ov_error_none);
-  ASSERT_EQ(ov_class_set_name(outer, "Outer"), ov_error_none);
-  auto add = [](ov_class_t cls, const char *name) {
-    ov_node_t node = ov_class_new_node(cls, ov_category_chance, ov_kind_discrete);
-    ov_node_set_name(node, name);
-    return node;
-  };
-  ov_node_t out = add(inner, "out");
-  add(inner, "hidden");
-  ASSERT_EQ(ov_node_add_to_outputs(out), ov_error_none);
-  ov_node_t instance = ov_class_new_instance(outer, inner);
-  ASSERT_NE(instance, nullptr);
-  ov_node_set_name(instance, "inst");
-  ov_node_t clone = ov_node_get_output(instance, out);
+  ASSERT_EQ(ov_net_parse_classes(path.c_str(), collection, nullptr, nullptr, nullptr), ov_error_none);
+  ov_class_t inner = ov_cc_get_class_by_name(collection, "Inner"), outer = ov_cc_get_class_by_name(collection, "Outer");
+  ov_node_t clone =
+      ov_node_get_output(ov_class_get_node_by_name(outer, "inst"), ov_class_get_node_by_name(inner, "out"));
   ASSERT_NE(clone, nullptr);
-  ov_node_t plain = add(outer, "plain");
+  ov_node_t plain = ov_class_get_node_by_name(outer, "plain");
 
   ov_expression_t e = ov_class_string_to_expression(outer, "inst.out + plain", collect, &messages);
   ASSERT_NE(e, nullptr);
