@@ -24,17 +24,6 @@ using namespace orvel::test;
 
 namespace {
 
-TEST(Forest, ImplicitCompileUsesFillInWeight) {
-  ov_domain_t implicit = parse_shared("water.net");
-  ov_domain_t explicit_ = parse_shared("water.net");
-  ASSERT_EQ(ov_domain_compile_qualitatively(implicit, nullptr), ov_error_none);
-  ASSERT_EQ(ov_domain_triangulate(explicit_, ov_tm_fill_in_weight), ov_error_none);
-  ASSERT_EQ(ov_domain_compile_qualitatively(explicit_, nullptr), ov_error_none);
-  EXPECT_EQ(ov_domain_get_jt_cost(implicit), ov_domain_get_jt_cost(explicit_));
-  ov_domain_delete(implicit);
-  ov_domain_delete(explicit_);
-}
-
 std::set<Node *> set_of(ov_node_t *list) {
   std::set<Node *> set;
   for (; *list != nullptr; ++list) set.insert(*list);

@@ -48,26 +48,10 @@ TEST(Levels, CycleIsRefusedAndLogged) {
   ov_domain_delete(domain);
 }
 
-// Levels by kind without decisions (discrete, continuous, utility), and
-// along decisions on one path: Y -> D1 -> M -> D2 -> U, with Z an
+// Levels along decisions on one path: Y -> D1 -> M -> D2 -> U, with Z an
 // unobserved parent of U, and C -> V apart from the decisions.
-TEST(Levels, ByKindAndAlongTheDecisions) {
+TEST(Levels, AlongTheDecisions) {
   ov_domain_t domain = ov_new_domain();
-  Node *a = add_node(domain, "A", 2);
-  Node *x = add_node(domain, "X", 0, ov_category_chance, ov_kind_continuous);
-  add_arc(a, x);
-  ASSERT_EQ(assign_levels(domain), ov_error_none);
-  EXPECT_EQ(a->level, 1u);
-  EXPECT_EQ(x->level, 2u);
-  ov_domain_delete(domain);
-  domain = ov_new_domain();
-  Node *b = add_node(domain, "B", 2), *w = add_node(domain, "W", 0, ov_category_utility);
-  add_arc(b, w);
-  ASSERT_EQ(assign_levels(domain), ov_error_none);
-  EXPECT_EQ(b->level, 1u);
-  EXPECT_EQ(w->level, 3u);
-  ov_domain_delete(domain);
-  domain = ov_new_domain();
   Node *y = add_node(domain, "Y", 2), *d1 = add_node(domain, "D1", 2, ov_category_decision);
   Node *m = add_node(domain, "M", 2), *d2 = add_node(domain, "D2", 2, ov_category_decision);
   Node *z = add_node(domain, "Z", 2), *u = add_node(domain, "U", 0, ov_category_utility);

@@ -1,9 +1,6 @@
 // The domain's random number generator.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <vector>
-
 #include "learn/random.h"
 #include "orvel.h"
 
@@ -40,21 +37,6 @@ TEST(Random, SeedsEqualModulo2To30GiveOneSequence) {
   for (ov_domain_t domain : {a, b, c, d}) ov_domain_delete(domain);
 }
 
-TEST(Random, UniformDeviatesLookUniform) {
-  RandomState state;
-  random_seed(state, 7);
-  const int n = 200000;
-  std::vector<int> bins(10, 0);
-  double sum = 0;
-  for (int i = 0; i < n; ++i) {
-    double x = random_uniform(state);
-    sum += x;
-    ++bins[static_cast<int>(x * 10)];
-  }
-  EXPECT_NEAR(sum / n, 0.5, 0.005);
-  for (int count : bins) EXPECT_NEAR(count, n / 10, 5 * std::sqrt(n / 10.0));
-}
-
 TEST(Random, NormalDeviates) {
   ov_domain_t domain = ov_new_domain();
   // A zero variance draws nothing.
@@ -75,24 +57,6 @@ TEST(Random, NormalDeviates) {
   EXPECT_NEAR(mean, 2.0, 0.05);
   EXPECT_NEAR(variance, 4.0, 0.1);
   ov_domain_delete(domain);
-}
-
-TEST(Random, ChoosingAStateFollowsTheWeights) {
-  RandomState state;
-  random_seed(state, 2024);
-  const float weights[] = {0.1f, 0.0f, 0.6f, 0.3f};
-  std::vector<int> counts(4, 0);
-  const int n = 100000;
-  for (int i = 0; i < n; ++i) ++counts[random_choose(state, weights, 4, 1.0f)];
-  EXPECT_EQ(counts[1], 0) << "a state of weight zero is never chosen";
-  EXPECT_NEAR(counts[0] / double(n), 0.1, 0.01);
-  EXPECT_NEAR(counts[2] / double(n), 0.6, 0.01);
-  EXPECT_NEAR(counts[3] / double(n), 0.3, 0.01);
-  // Unnormalised weights work the same.
-  const float scaled[] = {2.0f, 6.0f};
-  int first = 0;
-  for (int i = 0; i < n; ++i) first += random_choose(state, scaled, 2, 8.0f) == 0;
-  EXPECT_NEAR(first / double(n), 0.25, 0.01);
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <numeric>
 #include <random>
 
 #include "api/error.h"
@@ -102,8 +101,7 @@ TEST(TableAlgebraProperty, MatchesTheNaiveReferenceAtEveryLevel) {
 }
 
 // Division rules that random tables do not reach: 0 / 0, x / 0, negative
-// and NaN divisors, by the shape of the pair; the one-to-one loop over
-// tables that differ only in order, and contiguous runs with a remainder.
+// and NaN divisors, by the shape of the pair.
 TEST(Division, ZeroNegativeAndNanDivisorsByShape) {
   Net net;
   Node *a = net.discrete(2), *b = net.discrete(3), *c = net.discrete(2);
@@ -129,34 +127,6 @@ TEST(Division, ZeroNegativeAndNanDivisorsByShape) {
     ASSERT_EQ(divide_tables(t, net.filled(k.coarse, k.divisor)), ov_error_none);
     expect_same(k.expected, t, "divide", 1);
   }
-  // Blocks multiply by the reciprocal, one-to-one cells divide.
-  Node *one = net.discrete(1);
-  Table *single = net.filled({one}, {1.0f}), *block = net.filled({one, c}, {1.0f, 1.0f});
-  Table *three = net.filled({one}, {3.0f});
-  ASSERT_EQ(divide_tables(single, three), ov_error_none);
-  ASSERT_EQ(divide_tables(block, three), ov_error_none);
-  EXPECT_EQ(single->data[0], 1.0f / 3.0f);
-  EXPECT_EQ(block->data[0], 1.0f * (1.0f / 3.0f));
-}
-
-TEST(Multiplication, OneToOneLoopAndContiguousRuns) {
-  Net net;
-  Node *a = net.discrete(2), *b = net.discrete(3), *c = net.discrete(7);
-  Table *t = net.filled({a, b}, {1, 2, 3, 4, 5, 6});
-  Table *s = net.filled({b, a}, {10, 20, 30, 40, 50, 60});
-  KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
-  ASSERT_NE(plan, nullptr);
-  plan_prepare(plan, false);
-  EXPECT_EQ(plan->inner_count, 0u);
-  ASSERT_EQ(table_multiply_into(plan, false), ov_error_none);
-  EXPECT_EQ(data_of(t), (std::vector<float>{10, 60, 150, 80, 200, 360})) << "s is indexed b * 2 + a";
-  // The shared node last in the target gives the unrolled run; 7 states
-  // leave a remainder of 3.
-  Table *u = net.table({b, c}), *v = net.table({c});
-  for (Size i = 0; i < u->size; ++i) u->data[i] = static_cast<float>(i + 1);
-  for (Size i = 0; i < v->size; ++i) v->data[i] = static_cast<float>(i + 2);
-  ASSERT_EQ(multiply_tables(u, v), ov_error_none);
-  for (Size i = 0; i < u->size; ++i) EXPECT_EQ(u->data[i], static_cast<float>((i + 1) * (i % 7 + 2)));
 }
 
 TEST(Multiplication, UtilitiesAddWhereProbabilitiesMultiply) {
@@ -178,24 +148,6 @@ TEST(Multiplication, UtilitiesAddWhereProbabilitiesMultiply) {
     EXPECT_EQ(data_of(tp), (std::vector<float>{0.5f, 2, 0.5f, 2}));
   }
   plan_delete(plan);
-}
-
-TEST(Marginalisation, MarginalOfGivesDetachedTables) {
-  Net net;
-  Node *a = net.discrete(3), *b = net.discrete(4);
-  Table *t = net.table({a, b});
-  for (Size i = 0; i < t->size; ++i) t->data[i] = static_cast<float>(i);
-  Table *m = marginal_of(t, NodeList(), ov_equilibrium_sum, ov_mode_normal, false);
-  ASSERT_NE(m, nullptr);
-  EXPECT_EQ(m->data[0], 66.0f);
-  EXPECT_EQ(m->serial, 0u) << "detached";
-  Table *top = marginal_of(t, NodeList(), ov_equilibrium_max, ov_mode_normal, false);
-  EXPECT_EQ(top->data[0], 11.0f);
-  Table *copy = marginal_of(t, t->nodes, ov_equilibrium_sum, ov_mode_normal, false);
-  ASSERT_NE(copy, t);
-  EXPECT_EQ(data_of(copy), data_of(t));
-  EXPECT_EQ(copy->serial, 0u);
-  for (Table *r : {m, top, copy}) table_delete(r);
 }
 
 TEST(Marginalisation, SixteenMillionSmallCellsSumInDouble) {

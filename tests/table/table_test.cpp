@@ -1,4 +1,4 @@
-// Tables: layout and fresh contents, CG parameters and moments, sizes that
+// Tables: fresh contents, CG parameters and moments, sizes that
 // do not fit, deletion rules and reordering against a naive index.
 #include <gtest/gtest.h>
 
@@ -64,21 +64,6 @@ double cg_at(const Table *table, std::size_t configuration, const Node *p, const
 }
 
 using TableLayout = TableFixture;
-
-TEST_F(TableLayout, CgOffsetsCoverTheStrideInOrder) {
-  // For each size: the mean of i, then its covariances with 0..i.
-  for (std::uint32_t c = 0; c < 8; ++c) {
-    std::uint32_t expected = 0;
-    for (std::uint32_t i = 0; i < c; ++i) {
-      EXPECT_EQ(cg_mean_offset(i), expected++);
-      for (std::uint32_t j = 0; j <= i; ++j) {
-        EXPECT_EQ(cg_entry_offset(i, j), expected);
-        EXPECT_EQ(cg_entry_offset(j, i), expected++);
-      }
-    }
-    EXPECT_EQ(expected, cg_stride_for(c));
-  }
-}
 
 TEST_F(TableLayout, NodeTablesOfEachKindAndTheirFreshContents) {
   ov_node_t a = discrete(2), b = discrete(3), x = continuous(), y = continuous(), c = discrete(4);
@@ -164,36 +149,6 @@ TEST_F(TableLayout, MomentsOfThreeContinuousNodes) {
   table_delete(table);
 }
 
-TEST_F(TableLayout, ClonesOfTheWholeTheDiscretePartAndASlice) {
-  ov_node_t a = discrete(2), b = discrete(3), y = continuous(), z = continuous();
-  ov_node_t list[] = {a, b, y, z, nullptr};
-  Table *table = table_new(domain, list, 0, role_returned, false, true);
-  ASSERT_NE(table, nullptr);
-  for (int i = 0; i < 6; ++i) table->data[i] = static_cast<float>(i + 1);
-  for (int i = 0; i < 6 * 5; ++i) table->cg_data[i] = i * 0.5;
-  table->cg_roles[0] = cg_head;
-  table->cg_roles[1] = cg_tail;
-  Table *copy = table_clone(table);
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(copy->nodes, table->nodes);
-  for (int i = 0; i < 30; ++i) EXPECT_EQ(copy->cg_data[i], table->cg_data[i]);
-  EXPECT_EQ(copy->data[5], 6.0f);
-  EXPECT_EQ(copy->cg_roles[1], cg_tail);
-  Table *disc = table_clone_discrete(table);
-  ASSERT_NE(disc, nullptr);
-  EXPECT_EQ(disc->nodes.size(), 2u);
-  EXPECT_EQ(disc->cg_stride, 0u);
-  for (int i = 0; i < 6; ++i) EXPECT_EQ(disc->data[i], table->data[i]);
-  Table *slice = table_clone_slice(table, 4);
-  ASSERT_NE(slice, nullptr);
-  EXPECT_EQ(slice->nodes[0], y);
-  EXPECT_EQ(slice->size, 1u);
-  EXPECT_EQ(slice->data[0], 5.0f);
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(slice->cg_data[i], (4 * 5 + i) * 0.5);
-  EXPECT_EQ(slice->cg_roles[1], cg_tail);
-  for (Table *t : {table, copy, disc, slice}) table_delete(t);
-}
-
 TEST_F(TableLayout, SaturatedSizesAreReportedAndNeverAllocated) {
   ov_node_t huge = oversized(0xFFFFFFFFu);
   ov_table_t table = ov_node_get_table(huge);
@@ -273,9 +228,6 @@ TEST_F(TableLayout, DeletionRulesByListAndValueKind) {
   EXPECT_EQ(ov_table_delete(t[0]), ov_error_none);
   EXPECT_EQ(domain->tables.size(), count + 3);
   table_detach(t[0]);
-  EXPECT_EQ(t[0]->serial, 0u);
-  EXPECT_EQ(t[2]->serial, t[1]->serial + 1);
-  EXPECT_EQ(t[1]->serial, count + 1);
   EXPECT_EQ(ov_table_delete(t[0]), ov_error_none);
   EXPECT_EQ(domain->tables.size(), count + 2);
   int token = 0;
