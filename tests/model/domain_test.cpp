@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "api/error.h"
+#include "compile/compiled_forest.h"
 #include "model/domain.h"
 #include "orvel.h"
 
@@ -87,6 +88,8 @@ TEST(Domain, UncompileReleasesTheForestAndKeepsEvidence) {
   // Memory tables go; the domain stays compiled and still propagates.
   EXPECT_EQ(ov_domain_reclaim_memory_tables(d), ov_error_none);
   EXPECT_EQ(ov_domain_is_compiled(d), 1);
+  // No query shows the saved tables: they are freed, all three parts.
+  EXPECT_FALSE(d->forest->memory_table_data || d->forest->memory_table_cg || d->forest->memory_table_kinds);
   ASSERT_EQ(ov_domain_propagate(d, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
   EXPECT_NEAR(ov_node_get_belief(a, 0), 0.125 / 0.2, 1e-6);
 

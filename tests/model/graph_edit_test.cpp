@@ -202,7 +202,7 @@ TEST(SwitchParent, OnlyInterchangeableNodes) {
     for (auto [i, v] : c.old_values) ASSERT_EQ(ov_node_set_state_value(parent, i, v), ov_error_none);
     for (auto [i, v] : c.new_values) ASSERT_EQ(ov_node_set_state_value(candidate, i, v), ov_error_none);
     for (auto [node, label] : {std::pair(parent, c.old_label), {candidate, c.new_label}})
-      ASSERT_EQ(label ? ov_node_set_state_label(node, 1, label) : ov_error_none, ov_error_none);
+      ASSERT_EQ(label ? ov_node_set_state_label(node, 0, label) : ov_error_none, ov_error_none);
     EXPECT_EQ(ov_node_switch_parent(child, parent, candidate), c.interchangeable ? ov_error_none : ov_error_usage)
         << c.what;
     EXPECT_EQ(parents(child), std::vector<ov_node_t>{c.interchangeable ? candidate : parent}) << c.what;

@@ -75,6 +75,7 @@ TEST_F(TableLayout, NodeTablesOfEachKindAndTheirFreshContents) {
   EXPECT_EQ(ov_node_get_table(c), ct) << "built once";
   ov_number_t *data = ov_table_get_data(ct);
   for (int i = 0; i < 24; ++i) EXPECT_EQ(data[i], 1.0f);
+  EXPECT_EQ(ct->cg_data, nullptr) << "no CG part without continuous nodes";
   link(a, y);
   link(x, y);
   ov_table_t yt = ov_node_get_table(y);
