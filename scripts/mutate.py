@@ -173,6 +173,10 @@ def main():
     copies = [f"{args.work}/{j}" for j in range(args.jobs)]
     with ThreadPoolExecutor(args.jobs) as pool:
         builds = list(pool.map(prepare, copies))
+    # Mutants are judged against a suite that passes on the sources as they are.
+    tests = os.path.join(builds[0], "tests")
+    if run([os.path.join(tests, "orvel_tests"), "--gtest_brief=1"], tests, args.test_timeout) != 0:
+        sys.exit("the suite fails without any mutant: fix it first")
     queue = list(enumerate(mutants))
     results = [None] * len(mutants)
 
