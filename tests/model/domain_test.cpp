@@ -82,6 +82,7 @@ TEST(Domain, UncompileReleasesTheForestAndKeepsEvidence) {
   ov_node_t a = ov_domain_get_node_by_name(d, "A"), b = ov_domain_get_node_by_name(d, "B");
   EXPECT_EQ(ov_domain_uncompile(d), ov_error_none) << "uncompiling an uncompiled domain does nothing";
   ASSERT_EQ(ov_domain_compile(d), ov_error_none);
+  ASSERT_EQ(ov_domain_save_to_memory(d), ov_error_none);
   EXPECT_EQ(ov_domain_is_compiled(d) + ov_domain_is_triangulated(d), 2);
   ASSERT_EQ(ov_node_select_state(b, 1), ov_error_none);
   ASSERT_EQ(ov_domain_propagate(d, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
@@ -96,6 +97,7 @@ TEST(Domain, UncompileReleasesTheForestAndKeepsEvidence) {
   ASSERT_EQ(ov_domain_uncompile(d), ov_error_none);
   EXPECT_EQ(ov_domain_is_compiled(d) + ov_domain_is_compressed(d) + ov_domain_is_triangulated(d), 0);
   EXPECT_EQ(ov_node_get_junction_tree(a), nullptr);
+  EXPECT_EQ(a->home_clique, nullptr) << "no query shows the home clique";
   EXPECT_EQ(ov_error_code(), ov_error_not_compiled);
   EXPECT_EQ(ov_domain_get_first_clique(d), nullptr);
   EXPECT_EQ(ov_node_evidence_is_entered(b), 1) << "entered evidence is a property of the node";

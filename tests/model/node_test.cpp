@@ -135,6 +135,13 @@ TEST_F(Nodes, StateLabelsSetGetAndLookUp) {
   ASSERT_EQ(ov_node_set_state_label(n, 1, "medium"), ov_error_none);
   EXPECT_EQ(ov_node_get_state_index_from_label(n, "medium"), 1);
   EXPECT_EQ(ov_node_get_state_index_from_label(n, "high"), 2);
+  ASSERT_EQ(ov_node_set_state_label(n, 1, "b"), ov_error_none);
+  ASSERT_EQ(ov_node_set_state_label(n, 1, "a"), ov_error_none);
+  EXPECT_STREQ(ov_node_get_state_label(n, 1), "a") << "a label just below the old one";
+  // The list helpers behind these look-ups (no public call shows them).
+  ov_node_t list[] = {n, nullptr};
+  EXPECT_EQ(orvel::node_list_index(list, n), 0);
+  orvel::model_on_parent_removed(nullptr, n); // a node without a model: nothing to do
 }
 
 // State values and the lookup from a value: each case sets values on a node

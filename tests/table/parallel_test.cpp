@@ -41,6 +41,7 @@ TEST(RunTableKernel, NoThreadAtLevelOneOrWithoutSharedDimension) {
   KernelPlan *plan = plan_new(t, nullptr, s, nullptr);
   KernelPlan *total = plan_new(t, nullptr, empty, nullptr);
   double *values = ensure_scratch(net.domain, s->size);
+  EXPECT_EQ(choose_worker_count(net.domain, 1, 1), 1u) << "less than a grain of work";
   auto run = [&](KernelPlan *p) {
     starts = 0;
     plan_prepare(p, false);
