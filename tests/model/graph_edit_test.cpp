@@ -189,6 +189,7 @@ TEST(SwitchParent, OnlyInterchangeableNodes) {
       {"number and label", number, label, {}, {}, nullptr, nullptr, false},
       {"numbers", number, number, {{1, 3.0}}, {{1, 3.0}}, nullptr, "labels do not count", true},
       {"other numbers", number, number, {{1, 3.0}}, {}, nullptr, nullptr, false},
+      {"other first number", number, number, {{0, 7.0}}, {}, nullptr, nullptr, false},
       {"intervals", interval, interval, {{1, 1.0}, {2, 5.0}}, {{1, 1.0}, {2, 5.0}}, nullptr, nullptr, true},
       {"other top bound", interval, interval, {{1, 1.0}, {2, 5.0}}, {{1, 1.0}, {2, 6.0}}, nullptr, nullptr, false},
   };
