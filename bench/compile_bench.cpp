@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "compile/net_structure.h"
 
@@ -23,6 +24,24 @@ const char *method_name(int method) {
   case ov_tm_fill_in_size: return "fill_in_size";
   default: return "fill_in_weight";
   }
+}
+
+// Node names, state counts and parent lists (by index) of a network.
+struct NetStructure {
+  std::vector<std::string> names;
+  std::vector<std::uint32_t> states;
+  std::vector<std::vector<std::uint32_t>> parents;
+};
+
+// A domain with the nodes (in list order) and arcs of a structure.
+ov_domain_t build_domain(const NetStructure &structure) {
+  ov_domain_t domain = ov_new_domain();
+  std::vector<Node *> nodes;
+  for (std::size_t i = 0; i < structure.names.size(); ++i)
+    nodes.push_back(add_node(domain, structure.names[i].c_str(), structure.states[i]));
+  for (std::size_t i = 0; i < structure.names.size(); ++i)
+    for (std::uint32_t parent : structure.parents[i]) add_arc(nodes[parent], nodes[i]);
+  return domain;
 }
 
 // A layered random network: each node takes up to three parents among the
