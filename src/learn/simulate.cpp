@@ -69,21 +69,17 @@ ov_status_t simulate_from_tables(Domain *domain) {
   // A chance node with findings is drawn from them only if they fix it and
   // its parents: otherwise the draws would not follow the conditional
   // distribution given the evidence.
-  auto instantiated = [](const Node *node) {
-    return node->is_discrete() ? entered_state(node) >= 0 : node->value_entered;
-  };
   for (auto &owned : domain->nodes) {
     const Node *node = owned.get();
     if (!takes_evidence(node)) continue;
     if (node->category == ov_category_decision) {
-      if (!instantiated(node)) return fail(ov_error_usage);
+      if (!node_instantiated(node)) return fail(ov_error_usage);
       continue;
     }
-    const bool has_findings = node->is_discrete() ? evidence_entered(node) : node->value_entered;
-    if (!has_findings) continue;
-    if (!instantiated(node)) return fail(ov_error_usage);
+    if (!evidence_entered(node)) continue;
+    if (!node_instantiated(node)) return fail(ov_error_usage);
     for (const Node *parent : node->parents)
-      if (!instantiated(parent)) return fail(ov_error_usage);
+      if (!node_instantiated(parent)) return fail(ov_error_usage);
   }
   clear_samples(domain);
   for (auto &owned : domain->nodes) {
