@@ -215,6 +215,8 @@ ov_status_t net_write_stream(Domain *domain, std::FILE *stream) {
 }
 
 ov_status_t net_save_file(Domain *domain, const char *file_name) {
+  // A domain that cannot be written leaves the file untouched.
+  if (check_writable(domain) != ov_error_none) return ov_error_code();
   // The stream is written under its own firewall, so that the file is
   // closed whatever the writing throws.
   ov_status_t status = write_file(file_name, [&](std::FILE *stream) {
@@ -228,6 +230,8 @@ ov_status_t net_save_file(Domain *domain, const char *file_name) {
 ov_status_t net_save_collection_file(ClassCollection *collection, const char *file_name) {
   LocaleGuard guard;
   if (!guard.ok()) return static_cast<ov_status_t>(ov_error_code());
+  for (std::uint32_t i = 0; i < collection->count(); ++i)
+    if (check_writable(collection->member(i)) != ov_error_none) return ov_error_code();
   ov_status_t status =
       write_file(file_name, [&](std::FILE *stream) { return net_write_collection(collection, stream); });
   if (status == ov_error_none)

@@ -4,6 +4,7 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "model/domain.h"
@@ -40,7 +41,16 @@ struct TablePrinter {
   // The text of a state in a comment.
   ov_status_t state_text(Node *node, std::uint32_t state) {
     const char *label = state_label(node, state);
-    if (label[0] != 0) return w.put(label) ? ov_error_none : fail(ov_error_io);
+    if (label[0] != 0) {
+      // A line break in a label would end the comment early: labels with
+      // control characters are shown escaped.
+      bool plain = true;
+      for (const char *c = label; *c != 0 && plain; ++c) plain = static_cast<unsigned char>(*c) >= 0x20 && *c != 0x7f;
+      if (plain) return w.put(label) ? ov_error_none : fail(ov_error_io);
+      std::string escaped(escape_string(label, nullptr), '\0');
+      escape_string(label, escaped.data());
+      return w.put(escaped.c_str()) ? ov_error_none : fail(ov_error_io);
+    }
     bool has_values = node->state_values != nullptr;
     char text[160];
     if (node->subtype == ov_subtype_number && has_values) {

@@ -108,12 +108,15 @@ ov_status_t write_object(Domain *domain, std::FILE *stream) {
 } // namespace
 
 ov_status_t net_write(Domain *domain, std::FILE *stream) {
+  if (check_writable(domain) != ov_error_none) return ov_error_code();
   ov_status_t status = write_object(domain, stream);
   return status == ov_error_none ? fail(ov_error_none) : status;
 }
 
 ov_status_t net_write_collection(ClassCollection *collection, std::FILE *stream) {
   const std::uint32_t count = collection->count();
+  for (std::uint32_t i = 0; i < count; ++i)
+    if (check_writable(collection->member(i)) != ov_error_none) return ov_error_code();
   // Instances not yet written of each class; -1 once the class is written.
   std::vector<std::int64_t> pending(count);
   for (std::uint32_t i = 0; i < count; ++i) pending[i] = collection->member(i)->instance_count;

@@ -8,13 +8,22 @@
 
 namespace orvel {
 
+// format unless the parser would read the domain or class back as it is:
+// no attribute key that is an item name of its block, positions and node
+// sizes that survive the parser's 32-bit floats (and no negative node
+// size), and only finite numbers in state values, written tables and model
+// expressions. Checked before anything is written.
+ov_status_t check_writable(const Domain *domain);
+
 // Writes a domain (a `net` block) or a class (a `class` block) to an open
-// stream, without flushing it. A plain domain has its node names repaired
+// stream, without flushing it; nothing is written when check_writable
+// fails. A plain domain has its node names repaired
 // first. The caller holds the "C" locale. io on any failing output call.
 ov_status_t net_write(Domain *domain, std::FILE *stream);
 
 // Writes every class of a collection, each after the classes it
-// instantiates, with a line feed between two classes. The caller holds the
+// instantiates, with a line feed between two classes; nothing is written
+// when check_writable fails for a class. The caller holds the
 // "C" locale.
 ov_status_t net_write_collection(ClassCollection *collection, std::FILE *stream);
 
