@@ -317,7 +317,7 @@ OV_API void *ov_domain_get_user_data(ov_domain_t domain);
 OV_API ov_string_t ov_domain_get_file_name(ov_domain_t domain);
 /* Alias of ov_domain_get_file_name. */
 OV_API ov_string_t ov_domain_get_filename(ov_domain_t domain);
-/* Stores the node size for a drawing application; usage if negative. */
+/* Stores the node size for a drawing application. */
 OV_API ov_status_t ov_domain_set_node_size(ov_domain_t domain, int width, int height);
 /* Reads the node size; usage for NULL or identical result pointers. */
 OV_API ov_status_t ov_domain_get_node_size(ov_domain_t domain, int *width, int *height);
@@ -445,9 +445,7 @@ OV_API ov_status_t ov_node_set_state_label(ov_node_t node, ov_index_t state, ov_
 OV_API ov_index_t ov_node_get_state_index_from_label(ov_node_t node, ov_string_t label);
 /* The value of a state of a numbered or interval node; -1.0 on failure. */
 OV_API ov_double_t ov_node_get_state_value(ov_node_t node, ov_index_t state);
-/* Sets the value of a state (or bound, for an interval node); usage for NaN.
- * An infinity is stored as the greatest finite double of its sign, which
- * stands for an infinite bound. */
+/* Sets the value of a state (or bound, for an interval node). */
 OV_API ov_status_t ov_node_set_state_value(ov_node_t node, ov_index_t state, ov_double_t value);
 /* The state that holds a value, or -1. */
 OV_API ov_index_t ov_node_get_state_index_from_value(ov_node_t node, ov_double_t value);
@@ -955,8 +953,11 @@ OV_API ov_status_t ov_node_substitute_class(ov_node_t instance, ov_class_t cls);
  * attribute key that is an item name of its block (label, position, states,
  * subtype, state_values on a node; node_size on a domain; node_size, inputs,
  * outputs and the block keywords on a class), a position or node size that
- * a 32-bit float does not hold exactly, or a number that is not finite in a
- * written table, state value or model expression. io on output failure. */
+ * a 32-bit float does not hold exactly, a negative node size, NaN in a state
+ * value, or a number that is not finite in a written table or model
+ * expression. An infinite state value is written as infinity, which reads
+ * back as the greatest finite double, the infinite bound of an interval.
+ * io on output failure. */
 OV_API ov_status_t ov_domain_write_net(ov_domain_t domain, FILE *stream);
 /* Writes a domain to a NET file; its file name becomes file_name. As
  * ov_domain_write_net; with format the file is not touched. */

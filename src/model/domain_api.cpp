@@ -71,7 +71,7 @@ ov_string_t ov_domain_get_file_name(ov_domain_t domain) {
 ov_string_t ov_domain_get_filename(ov_domain_t domain) { return ov_domain_get_file_name(domain); }
 
 ov_status_t ov_domain_set_node_size(ov_domain_t domain, int width, int height) {
-  if (check_usage(domain == nullptr || width < 0 || height < 0)) return ov_error_usage;
+  if (check_usage(domain == nullptr)) return ov_error_usage;
   domain->node_width = width;
   domain->node_height = height;
   return ov_error_none;

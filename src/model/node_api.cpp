@@ -1,6 +1,4 @@
 // Exported calls on nodes.
-#include <cmath>
-
 #include "api/boundary.h"
 #include "model/domain.h"
 #include "model/node.h"
@@ -175,8 +173,7 @@ ov_double_t ov_node_get_state_value(ov_node_t node, ov_index_t state) {
 }
 
 ov_status_t ov_node_set_state_value(ov_node_t node, ov_index_t state, ov_double_t value) {
-  if (check_usage(!valid_value_index(node, state) || node->master != nullptr || std::isnan(value)))
-    return ov_error_usage;
+  if (check_usage(!valid_value_index(node, state) || node->master != nullptr)) return ov_error_usage;
   return guarded_status([&] { return node_set_state_value(node, static_cast<std::uint32_t>(state), value); });
 }
 

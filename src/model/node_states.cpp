@@ -1,6 +1,5 @@
 // The states of a node: their labels and values, the look-ups by label and
 // by value, and the subtype that says how the values are read.
-#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
@@ -58,9 +57,6 @@ std::int64_t node_state_from_label(const Node *node, const char *label) noexcept
 }
 
 ov_status_t node_set_state_value(Node *node, std::uint32_t state, double value) {
-  // The greatest finite double stands for an infinite bound (as the NET
-  // format writes and reads it), so an infinity is stored as that.
-  value = std::clamp(value, -DBL_MAX, DBL_MAX);
   if (state_value(node, state) == value) return ov_error_none;
   if (!node->state_values) {
     auto values = std::make_shared<StateValues>(static_cast<std::size_t>(node->state_count) + 1, -1.0);
