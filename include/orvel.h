@@ -489,8 +489,11 @@ OV_API ov_node_t *ov_domain_get_d_separated_nodes(ov_domain_t domain, ov_node_t 
  * triangulated), junction forest, table data and first propagation. usage for
  * an empty or compiled domain; on failure the domain is as before the call.
  * Conditional Gaussian and influence-diagram inference are not available: a
- * domain with continuous, decision or utility nodes fails with
- * cg_influence_diagrams_not_supported (and is rolled back). */
+ * domain with continuous, decision or utility nodes fails with usage (and is
+ * rolled back). Table generation from models is not available either: a
+ * node whose model is stale (a model not read together with its table)
+ * fails with invalid_expression when the model lacks expressions, else with
+ * error. */
 OV_API ov_status_t ov_domain_compile(ov_domain_t domain);
 /* Builds the junction forest without table data; progress (may be NULL)
  * receives the name of each stage. usage if already compiled or built. */
@@ -565,7 +568,8 @@ OV_API ov_count_t ov_domain_get_jt_cost(ov_domain_t domain);
 
 /* Makes `state` the only possible state of a discrete node. */
 OV_API ov_status_t ov_node_select_state(ov_node_t node, ov_index_t state);
-/* Sets the finding of one state (not negative). */
+/* Sets the finding of one state (not negative, not NaN); an infinite
+ * likelihood makes the next propagation fail with overflow. */
 OV_API ov_status_t ov_node_enter_finding(ov_node_t node, ov_index_t state, ov_number_t value);
 /* Enters an observed value on a continuous node. */
 OV_API ov_status_t ov_node_enter_value(ov_node_t node, ov_double_t value);
@@ -635,7 +639,8 @@ OV_API int ov_domain_evidence_mode_is(ov_domain_t domain, ov_evidence_mode_t mod
  * ------------------------------------------------------------------------ */
 
 /* Propagates the entered evidence in every tree: inconsistency_or_underflow
- * for impossible evidence, overflow, fast_retraction, normalization. */
+ * for impossible evidence, overflow (also for an infinite likelihood),
+ * fast_retraction, normalization. */
 OV_API ov_status_t ov_domain_propagate(ov_domain_t domain, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode);
 /* Propagates one junction tree. */
 OV_API ov_status_t ov_jt_propagate(ov_junction_tree_t tree, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode);
@@ -649,9 +654,11 @@ OV_API ov_status_t ov_domain_initialize(ov_domain_t domain);
 OV_API int ov_domain_tables_to_propagate(ov_domain_t domain);
 /* 1 if a node table of the tree changed since its last propagation. */
 OV_API int ov_jt_tables_to_propagate(ov_junction_tree_t tree);
-/* Keeps a copy of the forest's tables, from which later re-initialisations
- * restore them; usage unless every tree is at sum equilibrium without
- * propagated evidence or changed tables. */
+/* Keeps a copy of the initial tables of the forest (those with no evidence),
+ * from which later re-initialisations restore them; usage unless every tree
+ * is at sum equilibrium, in normal mode or without propagated evidence.
+ * Evidence propagated in normal mode stays propagated: beliefs and constants
+ * do not change. */
 OV_API ov_status_t ov_domain_save_to_memory(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------

@@ -2,12 +2,17 @@
 #include "inference/propagation.h"
 
 #include <algorithm>
+#include <cmath>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "compile/compiled_forest.h"
+#include "expr/model.h"
 #include "inference/evidence.h"
 #include "inference/propagation_engine.h"
 #include "model/chain_component.h"
+#include "model/hooks.h"
 #include "table/algebra.h"
 #include "table/table.h"
 
@@ -53,6 +58,11 @@ ov_status_t enter_discrete_evidence(JunctionTree *tree, Node *node, bool whole) 
 
 ov_status_t propagate_body(JunctionTree *tree, Clique *clique, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode,
                            bool was_fast) {
+  // An infinite likelihood is beyond what a table holds: overflow, before
+  // any table is touched.
+  for (Node *node : tree->members)
+    for (ov_number_t cell : node->entered_finding)
+      if (std::isinf(cell)) return fail(ov_error_overflow);
   const Run run{tree, equilibrium, mode};
   const bool same = tree->equilibrium == equilibrium;
   if (mode == ov_mode_normal) {
@@ -112,7 +122,7 @@ bool evidence_mode_is(const JunctionTree *tree, ov_evidence_mode_t mode) noexcep
 
 ov_status_t jt_initialize(JunctionTree *tree, bool first_time) {
   Domain *domain = tree->domain;
-  if (needs_cg_or_decisions(domain)) return fail(ov_error_cg_influence_diagrams_not_supported);
+  if (needs_cg_or_decisions(domain)) return fail(ov_error_usage);
   tree->equilibrium = ov_equilibrium_none;
   prepare_tree(tree);
   if (!first_time) reset_evidence_state(tree);
@@ -120,6 +130,7 @@ ov_status_t jt_initialize(JunctionTree *tree, bool first_time) {
   if (domain->compiled != 0)
     for (Node *node : tree->members)
       if (finding_differs(node)) ++tree->changed_evidence_count;
+  if (generate_tables_of_junction_tree(tree) != ov_error_none) return ov_error_code();
   if (!tree->tables_changed && has_table_memory(domain) && !tree->saved_tables.empty()) {
     restore_tables(tree);
     tree->equilibrium = ov_equilibrium_sum;
@@ -135,7 +146,7 @@ ov_status_t propagate_tree(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
   Domain *domain = tree->domain;
   if (needs_cg_or_decisions(domain) && !(equilibrium == ov_equilibrium_sum && mode == ov_mode_normal))
     return fail(ov_error_usage);
-  if (needs_cg_or_decisions(domain)) return fail(ov_error_cg_influence_diagrams_not_supported);
+  if (needs_cg_or_decisions(domain)) return fail(ov_error_usage);
   if (mode == ov_mode_fast_retraction && domain->forest->compressed != 0) return fail(ov_error_compressed);
   if (tree->tables_changed && jt_initialize(tree, false) != ov_error_none) return ov_error_code();
   auto nothing_to_do = [&] {
@@ -181,10 +192,105 @@ ov_status_t domain_reset_inference_engine(Domain *domain) {
   return set_error(ov_error_none);
 }
 
+namespace {
+
+// Whether a tree's tables may be saved: at sum equilibrium, and either in
+// normal mode or without propagated evidence.
+bool may_save(const JunctionTree *tree) noexcept {
+  return tree->equilibrium == ov_equilibrium_sum &&
+         (tree->evidence_mode == ov_mode_normal || !tree->evidence_propagated);
+}
+
+// What a full initialisation of a tree overwrites and the caller can see:
+// the tree's forest tables (cliques, separators, beliefs, propagated
+// findings, normalisers), the node tables it normalises, and the working
+// state of the evidence.
+struct TreeSnapshot {
+  std::vector<std::pair<Table *, std::vector<ov_number_t>>> data;
+  std::vector<std::pair<Table *, std::vector<double>>> cg;
+  std::vector<double> factors;
+  std::vector<std::pair<Clique *, std::int32_t>> members; // conflict clique, instantiated state
+  std::vector<std::vector<ov_number_t>> initial_beliefs;
+  JunctionTree tree_state; // constants, flags and mode (its lists stay empty)
+
+  void take(JunctionTree *tree) {
+    auto keep = [&](Table *table) {
+      if (table == nullptr || table->data.get() == nullptr) return;
+      data.emplace_back(table, std::vector<ov_number_t>(table->data.get(), table->data.get() + table->size));
+      if (table->cg_stride > 0)
+        cg.emplace_back(table, std::vector<double>(table->cg_data.get(),
+                                                   table->cg_data.get() + std::size_t{table->size} * table->cg_stride));
+    };
+    for (const JunctionTree::SavedTable &saved : tree->saved_tables) keep(saved.table);
+    for (Node *node : tree->members) {
+      if (node->category == ov_category_chance) keep(node->table);
+      members.emplace_back(node->conflict_clique, node->instantiated_state);
+      initial_beliefs.push_back(node->initial_belief);
+    }
+    for (Clique *clique : tree->cliques) factors.push_back(clique->factor);
+    copy_state(*tree, tree_state);
+  }
+
+  static void copy_state(const JunctionTree &from, JunctionTree &to) noexcept {
+    to.evidence_propagated = from.evidence_propagated;
+    to.likelihood_propagated = from.likelihood_propagated;
+    to.cg_evidence_propagated = from.cg_evidence_propagated;
+    to.equilibrium = from.equilibrium;
+    to.evidence_mode = from.evidence_mode;
+    to.step_constant = from.step_constant;
+    to.total_constant = from.total_constant;
+    to.step_log_constant = from.step_log_constant;
+    to.total_log_constant = from.total_log_constant;
+    to.evidence_factor = from.evidence_factor;
+    to.initial_constant = from.initial_constant;
+  }
+
+  void give_back(JunctionTree *tree) const noexcept {
+    for (const auto &[table, values] : data) std::copy(values.begin(), values.end(), table->data.get());
+    for (const auto &[table, values] : cg) std::copy(values.begin(), values.end(), table->cg_data.get());
+    for (std::size_t i = 0; i < tree->members.size(); ++i) {
+      tree->members[i]->conflict_clique = members[i].first;
+      tree->members[i]->instantiated_state = members[i].second;
+      std::copy(initial_beliefs[i].begin(), initial_beliefs[i].end(), tree->members[i]->initial_belief.begin());
+    }
+    for (std::size_t i = 0; i < tree->cliques.size(); ++i) tree->cliques[i]->factor = factors[i];
+    copy_state(tree_state, *tree);
+  }
+};
+
+// Fills the table memory of a tree whose tables hold evidence multiplied in
+// (normal mode): its current state goes aside, the evidence state is reset
+// and a full initialisation makes the initial tables and saves them, then
+// the current state comes back.
+ov_status_t save_initial_tables(JunctionTree *tree) {
+  TreeSnapshot snapshot;
+  snapshot.take(tree);
+  ov_status_t status;
+  try {
+    reset_evidence_state(tree);
+    status = initialize_tables(tree, false);
+  } catch (const std::bad_alloc &) {
+    status = fail(ov_error_no_memory);
+  }
+  snapshot.give_back(tree);
+  return status == ov_error_none ? ov_error_none : fail(static_cast<ov_error_t>(status));
+}
+
+} // namespace
+
+// The table memory holds each tree's initial tables, those of the tree with
+// no evidence, which an initialisation restores instead of recomputing
+// them. Saving is allowed when every tree is at sum equilibrium, and in
+// normal mode or without propagated evidence. A tree without evidence in
+// its tables is copied as it stands. A tree whose tables hold normal-mode
+// evidence is initialised afresh to get its initial tables, and then given
+// back its tables and evidence state, so that the call changes nothing the
+// caller can query (beliefs, constants, the evidence counted as
+// propagated). A tree whose node tables changed is copied as it stands:
+// its next initialisation is a full one and saves over the copy.
 ov_status_t domain_save_to_memory(Domain *domain) {
   for (auto &tree : domain->forest->junction_trees)
-    if (tree->equilibrium != ov_equilibrium_sum || tree->evidence_propagated || tree->tables_changed)
-      return fail(ov_error_usage);
+    if (!may_save(tree.get())) return fail(ov_error_usage);
   for (auto &tree : domain->forest->junction_trees)
     if (tree->cg_evidence_propagated) return fail(ov_error_cg_evidence_incorporated);
   // Which tree each forest table belongs to.
@@ -235,7 +341,16 @@ ov_status_t domain_save_to_memory(Domain *domain) {
     at_cg += table->size * table->cg_stride;
     at_kinds += table->continuous_count;
   }
-  for (auto &tree : domain->forest->junction_trees) save_tables(tree.get());
+  for (auto &tree : domain->forest->junction_trees) {
+    if (!tree->evidence_propagated || tree->evidence_mode != ov_mode_normal || tree->tables_changed) {
+      save_tables(tree.get());
+    } else if (save_initial_tables(tree.get()) != ov_error_none) {
+      // No half-filled memory stays behind to be restored later.
+      const ov_status_t code = ov_error_code();
+      domain_reclaim_memory_tables(domain);
+      return fail(static_cast<ov_error_t>(code));
+    }
+  }
   return set_error(ov_error_none);
 }
 

@@ -9,8 +9,10 @@
 //
 // Conditional Gaussian propagation and the solution of influence diagrams
 // are not part of this engine: a tree of a domain with continuous, decision
-// or utility nodes is refused with cg_influence_diagrams_not_supported (at
-// compile time, so that such a domain never counts as compiled).
+// or utility nodes is refused with usage, as the engine refuses the modes
+// it does not offer for such domains (at compile time, so that such a
+// domain never counts as compiled). cg_influence_diagrams_not_supported
+// stays the code of their mix, which node creation refuses.
 #pragma once
 
 #include "model/domain.h"

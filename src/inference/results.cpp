@@ -149,7 +149,7 @@ Table *general_search(Domain *domain, JunctionTree *tree, const NodeList &nodes)
 
 Table *domain_get_marginal(Domain *domain, const NodeList &nodes) {
   // Continuous marginals need conditional Gaussian propagation.
-  if (domain->continuous_count > 0) return set_error(ov_error_cg_influence_diagrams_not_supported), nullptr;
+  if (domain->continuous_count > 0) return set_error(ov_error_usage), nullptr;
   if (nodes.empty()) {
     Table *table = table_new(domain, nodes.data(), ov_table_kind_probability, role_returned, false, true);
     return table == nullptr ? nullptr : table_detach(table);

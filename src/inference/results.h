@@ -9,8 +9,7 @@ namespace orvel {
 // The joint of the listed nodes (discrete chance nodes of one tree) under
 // the tree's equilibrium, as a new detached table the caller deletes; null
 // on failure. Nodes that share no clique are joined by a walk through the
-// tree. A domain with continuous nodes is refused with
-// cg_influence_diagrams_not_supported.
+// tree. A domain with continuous nodes is refused with usage.
 Table *domain_get_marginal(Domain *domain, const NodeList &nodes);
 // Whether a node list may be asked for a marginal: discrete chance nodes
 // first, then continuous chance nodes, nothing else.
