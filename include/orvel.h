@@ -961,8 +961,9 @@ OV_API ov_status_t ov_node_substitute_class(ov_node_t instance, ov_class_t cls);
  * subtype, state_values on a node; node_size on a domain; node_size, inputs,
  * outputs and the block keywords on a class), a position or node size that
  * a 32-bit float does not hold exactly, a negative node size, NaN in a state
- * value, or a number that is not finite in a written table or model
- * expression. An infinite state value is written as infinity, which reads
+ * value, a number that is not finite in a written table or model
+ * expression, or a negative number in a probability table over one node
+ * (whose flat form takes none). An infinite state value is written as infinity, which reads
  * back as the greatest finite double, the infinite bound of an interval.
  * io on output failure. */
 OV_API ov_status_t ov_domain_write_net(ov_domain_t domain, FILE *stream);

@@ -1,6 +1,7 @@
 // What NET text cannot hold. The parser reads an item name as an item
 // wherever it is one, stores positions and node sizes as 32-bit floats and
-// has no notation for a number that is not finite, so a domain that holds
+// has no notation for a number that is not finite (nor, in the flat form of
+// a probability table, for a negative one), so a domain that holds
 // any of these would come back changed or not at all. The writer refuses
 // such a domain with format before it prints anything.
 #include <cmath>
@@ -47,11 +48,15 @@ bool keys_read_back(const AttributeList &list, const Domain *scope, const Node *
 // A value that the parser reads as a 32-bit float and truncates.
 bool float_exact(int value) { return static_cast<double>(static_cast<float>(value)) == static_cast<double>(value); }
 
-// The numbers of a table as the writer prints them.
-bool table_is_finite(const Table *table) {
+// The numbers of a table as the writer prints them. A probability table
+// over one discrete node is printed in the flat form, which takes no
+// negative number (the nested form of larger tables only warns).
+bool table_reads_back(const Table *table) {
   if (table == nullptr || table->data.get() == nullptr) return true;
+  const bool flat =
+      table->value_kind == ov_table_kind_probability && table->discrete_count == 1 && table->continuous_count == 0;
   for (Size i = 0; i < table->size; ++i)
-    if (!std::isfinite(table->data[i])) return false;
+    if (!std::isfinite(table->data[i]) || (flat && table->data[i] < 0.0f)) return false;
   if (table->continuous_count == 0 || table->cg_data.get() == nullptr) return true;
   for (Size i = 0; i < table->size; ++i) {
     const double *record = table->cg_data.get() + std::size_t{i} * table->cg_stride;
@@ -88,8 +93,8 @@ bool node_reads_back(const Domain *scope, const Node *node) {
   if (node->category == ov_category_instance) return true;
   const Model *model = node->model.get();
   const bool data_written = !(model != nullptr && model->table_is_stale);
-  return (!data_written || table_is_finite(node->table)) && model_is_finite(model) &&
-         table_is_finite(node->experience_table) && table_is_finite(node->fading_table);
+  return (!data_written || table_reads_back(node->table)) && model_is_finite(model) &&
+         table_reads_back(node->experience_table) && table_reads_back(node->fading_table);
 }
 
 } // namespace
@@ -101,7 +106,7 @@ ov_status_t check_writable(const Domain *domain) {
     if (good && node->master == nullptr) good = node_reads_back(domain, node.get());
   for (const auto &component : domain->chain_components)
     for (const Table *table : component->potentials)
-      if (good) good = table_is_finite(table);
+      if (good) good = table_reads_back(table);
   return good ? set_error(ov_error_none) : fail(ov_error_format);
 }
 

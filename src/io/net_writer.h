@@ -11,8 +11,9 @@ namespace orvel {
 // format unless the parser would read the domain or class back as it is:
 // no attribute key that is an item name of its block, positions and node
 // sizes that survive the parser's 32-bit floats (and no negative node
-// size), and only finite numbers in state values, written tables and model
-// expressions. Checked before anything is written.
+// size), no NaN state value, only finite numbers in written tables and
+// model expressions, and no negative number in a probability table over one
+// node (its flat form takes none). Checked before anything is written.
 ov_status_t check_writable(const Domain *domain);
 
 // Writes a domain (a `net` block) or a class (a `class` block) to an open

@@ -229,6 +229,12 @@ TEST(NetWriteBack, NumbersAtTheEdgesReadBackOrAreRefused) {
   }
   cells[1] = 3.0e38f;
   expect_written_back(d, false, "probability cell 3e38");
+  cells[1] = -0.5f;
+  expect_written_back(d, false, "negative cell, nested form");
+  cells[1] = 0.5f;
+  ov_table_get_data(ov_node_get_table(a))[0] = -0.5f;
+  expect_written_back(d, true, "negative cell, flat form");
+  ov_table_get_data(ov_node_get_table(a))[0] = 0.5f;
   ov_domain_t u = ov_new_domain();
   ov_node_t x = ov_domain_new_node(u, ov_category_chance, ov_kind_discrete);
   ov_node_t v = ov_domain_new_node(u, ov_category_utility, ov_kind_discrete);
