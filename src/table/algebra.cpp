@@ -48,7 +48,7 @@ bool domain_is_compressed(const Domain *domain) noexcept {
 // Allocates the data of each given table; the first failure's code.
 ov_status_t allocate_all(std::initializer_list<Table *> tables) noexcept {
   for (Table *table : tables)
-    if (table != nullptr && table_allocate(table) != ov_error_none) return ov_error_code();
+    if (table != nullptr && !table->data && table_allocate(table) != ov_error_none) return ov_error_code();
   return ov_error_none;
 }
 
@@ -130,13 +130,11 @@ ov_status_t marginalize_max(KernelPlan *plan, bool restrict, double *values) {
       if (T->data[i] > v) v = T->data[i];
     }
   } else {
-    plan_prepare(plan, restrict);
-    ov_status_t status = run_table_kernel(plan, kernel_max, nullptr, values, 0, 0);
-    plan_reset(plan);
+    ov_status_t status = run_shaped_kernel(plan, plan_shape(plan, restrict), kernel_max, nullptr, values, 0, 0);
     if (status != ov_error_none) return status;
   }
   store_scratch(values, plan->source);
-  return set_error(ov_error_none);
+  return ov_error_none;
 }
 
 ov_status_t marginalize_sum(KernelPlan *plan, bool restrict, double *values) {
@@ -173,17 +171,16 @@ ov_status_t marginalize_sum(KernelPlan *plan, bool restrict, double *values) {
     if (heads) return give_up(fail(ov_error_compressed));
     for (Size i = 0; i < T->size; ++i) values[plan->compressed_map[i]] += T->data[i];
   } else {
-    plan_prepare(plan, restrict);
-    inner = plan->inner_count > 0;
-    ov_status_t status = heads ? run_table_kernel(plan, kernel_cg_sum, nullptr, values, c, 2 * S->cg_stride)
-                               : run_table_kernel(plan, kernel_sum, nullptr, values, 0, 0);
-    plan_reset(plan);
+    const PlanShape &shape = plan_shape(plan, restrict);
+    inner = shape.inner_count > 0;
+    ov_status_t status = heads ? run_shaped_kernel(plan, shape, kernel_cg_sum, nullptr, values, c, 2 * S->cg_stride)
+                               : run_shaped_kernel(plan, shape, kernel_sum, nullptr, values, 0, 0);
     if (status != ov_error_none) return give_up(status);
   }
   correct_for_decisions(plan, values);
   store_scratch(values, S);
   if (heads && !inner) cg_release_idle_tails(S);
-  return set_error(ov_error_none);
+  return ov_error_none;
 }
 
 } // namespace
@@ -218,13 +215,11 @@ ov_status_t table_multiply_into(KernelPlan *plan, bool restrict) {
     } else if (compressed) {
       for (Size i = 0; i < TU->size; ++i) TU->data[i] += SU->data[plan->compressed_map[i]];
     } else {
-      plan_prepare(plan, false);
-      ov_status_t status = run_table_kernel(plan, kernel_add, SU->data.get(), nullptr, 0, 0);
-      plan_reset(plan);
+      ov_status_t status = run_shaped_kernel(plan, plan_shape(plan, false), kernel_add, SU->data.get(), nullptr, 0, 0);
       if (status != ov_error_none) return status;
     }
   }
-  if (plan->source == nullptr) return set_error(ov_error_none);
+  if (plan->source == nullptr) return ov_error_none;
   Table *T = plan->target;
   Table *S = plan->source;
   if (T == nullptr) return fail(ov_error_usage);
@@ -238,12 +233,12 @@ ov_status_t table_multiply_into(KernelPlan *plan, bool restrict) {
     else
       for (Size i = 0; i < T->size; ++i) T->data[i] *= S->data[plan->compressed_map[i]];
   } else {
-    plan_prepare(plan, restrict);
-    ov_status_t status = run_table_kernel(plan, kernel_multiply, S->data.get(), nullptr, 0, 0);
-    plan_reset(plan);
+    ov_status_t status =
+        run_shaped_kernel(plan, plan_shape(plan, restrict), kernel_multiply, S->data.get(), nullptr, 0, 0);
     if (status != ov_error_none) return status;
   }
-  return cg_multiply(plan);
+  // Only a table with continuous nodes has a conditional Gaussian part.
+  return plan->source->continuous_count == 0 ? ov_error_none : cg_multiply(plan);
 }
 
 ov_status_t table_divide_into(KernelPlan *plan) {
