@@ -56,7 +56,7 @@ ov_status_t allocate_all(std::initializer_list<Table *> tables) noexcept {
 // open: the product of the sums of the propagated findings of the decision
 // nodes of T that S lacks, which divides the marginal.
 void correct_for_decisions(const KernelPlan *plan, double *values) noexcept {
-  if (plan->domain->compiled == 0 || !plan->has_dimensions()) return;
+  if (plan->domain->compiled == 0 || !plan->has_dimensions() || !plan->layout->inner_decisions) return;
   const Table *T = plan->finer();
   double product = 1.0;
   for (std::uint32_t i = 0; i < plan->dimension_count; ++i) {
@@ -124,7 +124,7 @@ ov_status_t marginalize_max(KernelPlan *plan, bool restrict, double *values) {
   std::fill_n(values, n, -std::numeric_limits<double>::infinity());
   if (!plan->has_dimensions()) {
     for (Size i = 0; i < n; ++i) values[i] = T->data[i];
-  } else if (domain_is_compressed(plan->domain) && !plan->compressed_map.empty()) {
+  } else if (!plan->compressed_map.empty() && domain_is_compressed(plan->domain)) {
     for (Size i = 0; i < T->size; ++i) {
       double &v = values[plan->compressed_map[i]];
       if (T->data[i] > v) v = T->data[i];
@@ -167,7 +167,7 @@ ov_status_t marginalize_sum(KernelPlan *plan, bool restrict, double *values) {
       cg_reduce_one_to_one(plan, values);
     else
       for (Size i = 0; i < n; ++i) values[i] = T->data[i];
-  } else if (domain_is_compressed(plan->domain) && !plan->compressed_map.empty()) {
+  } else if (!plan->compressed_map.empty() && domain_is_compressed(plan->domain)) {
     if (heads) return give_up(fail(ov_error_compressed));
     for (Size i = 0; i < T->size; ++i) values[plan->compressed_map[i]] += T->data[i];
   } else {
@@ -202,7 +202,7 @@ ov_status_t table_marginalize(KernelPlan *plan, ov_equilibrium_t equilibrium, ov
 ov_status_t table_multiply_into(KernelPlan *plan, bool restrict) {
   if (plan == nullptr) return fail(ov_error_usage);
   Domain *domain = plan->domain;
-  const bool compressed = domain_is_compressed(domain) && !plan->compressed_map.empty();
+  const bool compressed = !plan->compressed_map.empty() && domain_is_compressed(domain);
 
   // Utilities add where probabilities multiply.
   if (plan->source_utility != nullptr) {

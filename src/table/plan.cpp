@@ -78,6 +78,8 @@ std::shared_ptr<PlanLayout> build_layout(const Table *T, const Table *S) {
     if (place >= 0 && static_cast<std::uint32_t>(place) < S->discrete_count) {
       layout->source_places[i] = static_cast<std::uint32_t>(place);
       d.stride = source_strides[static_cast<std::uint32_t>(place)];
+    } else if (node->category == ov_category_decision) {
+      layout->inner_decisions = true;
     }
   }
   return layout;

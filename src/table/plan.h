@@ -38,6 +38,8 @@ struct PlanLayout {
   // For each discrete node of the target, in its order: its stride in the
   // target.
   std::vector<Size> target_strides;
+  // Whether a decision node of the target is missing from the source.
+  bool inner_decisions = false;
 };
 
 // A plan's dimensions as plan_prepare shapes them, kept between operations:
