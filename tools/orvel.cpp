@@ -308,6 +308,9 @@ int prepare(const Options &options, DomainHolder &holder) {
   holder.domain = load_network(options.network);
   if (holder.domain == nullptr) return library_error("loading " + options.network);
   if (ov_domain_compile(holder.domain) != ov_error_none) return library_error("compiling " + options.network);
+  // Table memory makes re-initialisation a copy, as after evidence that
+  // turns out inconsistent; where it cannot be had, propagation does without.
+  ov_domain_save_to_memory(holder.domain);
   for (const Evidence &e : options.evidence) {
     int status = enter_evidence(holder.domain, e);
     if (status != exit_ok) return status;

@@ -274,12 +274,6 @@ ov_status_t log_initial_beliefs(Domain *domain) {
   return set_error(ov_error_none);
 }
 
-ov_error_t tree_result_state(const Domain *domain, const JunctionTree *tree) noexcept {
-  if (!domain_is_compiled(domain) || tree == nullptr) return ov_error_not_compiled;
-  if (tree->equilibrium == ov_equilibrium_none) return ov_error_no_equilibrium;
-  return ov_error_none;
-}
-
 ov_error_t domain_result_state(const Domain *domain) noexcept {
   if (!domain_is_compiled(domain)) return ov_error_not_compiled;
   for (auto &tree : domain->forest->junction_trees)

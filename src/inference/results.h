@@ -1,6 +1,7 @@
 // Results read from a propagated junction forest.
 #pragma once
 
+#include "compile/junction_tree.h"
 #include "model/domain.h"
 #include "orvel.h"
 
@@ -28,7 +29,11 @@ double node_mutual_information(Node *a, Node *b);
 // What stands in the way of reading results from a tree of the domain:
 // not_compiled without a forest (or a tree), no_equilibrium for a tree that
 // holds none; else none.
-ov_error_t tree_result_state(const Domain *domain, const JunctionTree *tree) noexcept;
+inline ov_error_t tree_result_state(const Domain *domain, const JunctionTree *tree) noexcept {
+  if (!domain_is_compiled(domain) || tree == nullptr) return ov_error_not_compiled;
+  if (tree->equilibrium == ov_equilibrium_none) return ov_error_no_equilibrium;
+  return ov_error_none;
+}
 // The same for every tree of the domain.
 ov_error_t domain_result_state(const Domain *domain) noexcept;
 // Entropy and mutual information need sum-marginals of normal mode: usage

@@ -48,7 +48,7 @@ bool domain_is_compressed(const Domain *domain) noexcept {
 // Allocates the data of each given table; the first failure's code.
 ov_status_t allocate_all(std::initializer_list<Table *> tables) noexcept {
   for (Table *table : tables)
-    if (table != nullptr && table_allocate(table) != ov_error_none) return ov_error_code();
+    if (table != nullptr && !table->data && table_allocate(table) != ov_error_none) return ov_error_code();
   return ov_error_none;
 }
 
@@ -56,7 +56,7 @@ ov_status_t allocate_all(std::initializer_list<Table *> tables) noexcept {
 // open: the product of the sums of the propagated findings of the decision
 // nodes of T that S lacks, which divides the marginal.
 void correct_for_decisions(const KernelPlan *plan, double *values) noexcept {
-  if (plan->domain->compiled == 0 || !plan->has_dimensions()) return;
+  if (plan->domain->compiled == 0 || !plan->has_dimensions() || !plan->layout->inner_decisions) return;
   const Table *T = plan->finer();
   double product = 1.0;
   for (std::uint32_t i = 0; i < plan->dimension_count; ++i) {
@@ -124,19 +124,17 @@ ov_status_t marginalize_max(KernelPlan *plan, bool restrict, double *values) {
   std::fill_n(values, n, -std::numeric_limits<double>::infinity());
   if (!plan->has_dimensions()) {
     for (Size i = 0; i < n; ++i) values[i] = T->data[i];
-  } else if (domain_is_compressed(plan->domain) && !plan->compressed_map.empty()) {
+  } else if (!plan->compressed_map.empty() && domain_is_compressed(plan->domain)) {
     for (Size i = 0; i < T->size; ++i) {
       double &v = values[plan->compressed_map[i]];
       if (T->data[i] > v) v = T->data[i];
     }
   } else {
-    plan_prepare(plan, restrict);
-    ov_status_t status = run_table_kernel(plan, kernel_max, nullptr, values, 0, 0);
-    plan_reset(plan);
+    ov_status_t status = run_shaped_kernel(plan, plan_shape(plan, restrict), kernel_max, nullptr, values, 0, 0);
     if (status != ov_error_none) return status;
   }
   store_scratch(values, plan->source);
-  return set_error(ov_error_none);
+  return ov_error_none;
 }
 
 ov_status_t marginalize_sum(KernelPlan *plan, bool restrict, double *values) {
@@ -169,21 +167,20 @@ ov_status_t marginalize_sum(KernelPlan *plan, bool restrict, double *values) {
       cg_reduce_one_to_one(plan, values);
     else
       for (Size i = 0; i < n; ++i) values[i] = T->data[i];
-  } else if (domain_is_compressed(plan->domain) && !plan->compressed_map.empty()) {
+  } else if (!plan->compressed_map.empty() && domain_is_compressed(plan->domain)) {
     if (heads) return give_up(fail(ov_error_compressed));
     for (Size i = 0; i < T->size; ++i) values[plan->compressed_map[i]] += T->data[i];
   } else {
-    plan_prepare(plan, restrict);
-    inner = plan->inner_count > 0;
-    ov_status_t status = heads ? run_table_kernel(plan, kernel_cg_sum, nullptr, values, c, 2 * S->cg_stride)
-                               : run_table_kernel(plan, kernel_sum, nullptr, values, 0, 0);
-    plan_reset(plan);
+    const PlanShape &shape = plan_shape(plan, restrict);
+    inner = shape.inner_count > 0;
+    ov_status_t status = heads ? run_shaped_kernel(plan, shape, kernel_cg_sum, nullptr, values, c, 2 * S->cg_stride)
+                               : run_shaped_kernel(plan, shape, kernel_sum, nullptr, values, 0, 0);
     if (status != ov_error_none) return give_up(status);
   }
   correct_for_decisions(plan, values);
   store_scratch(values, S);
   if (heads && !inner) cg_release_idle_tails(S);
-  return set_error(ov_error_none);
+  return ov_error_none;
 }
 
 } // namespace
@@ -205,7 +202,7 @@ ov_status_t table_marginalize(KernelPlan *plan, ov_equilibrium_t equilibrium, ov
 ov_status_t table_multiply_into(KernelPlan *plan, bool restrict) {
   if (plan == nullptr) return fail(ov_error_usage);
   Domain *domain = plan->domain;
-  const bool compressed = domain_is_compressed(domain) && !plan->compressed_map.empty();
+  const bool compressed = !plan->compressed_map.empty() && domain_is_compressed(domain);
 
   // Utilities add where probabilities multiply.
   if (plan->source_utility != nullptr) {
@@ -218,13 +215,11 @@ ov_status_t table_multiply_into(KernelPlan *plan, bool restrict) {
     } else if (compressed) {
       for (Size i = 0; i < TU->size; ++i) TU->data[i] += SU->data[plan->compressed_map[i]];
     } else {
-      plan_prepare(plan, false);
-      ov_status_t status = run_table_kernel(plan, kernel_add, SU->data.get(), nullptr, 0, 0);
-      plan_reset(plan);
+      ov_status_t status = run_shaped_kernel(plan, plan_shape(plan, false), kernel_add, SU->data.get(), nullptr, 0, 0);
       if (status != ov_error_none) return status;
     }
   }
-  if (plan->source == nullptr) return set_error(ov_error_none);
+  if (plan->source == nullptr) return ov_error_none;
   Table *T = plan->target;
   Table *S = plan->source;
   if (T == nullptr) return fail(ov_error_usage);
@@ -238,12 +233,12 @@ ov_status_t table_multiply_into(KernelPlan *plan, bool restrict) {
     else
       for (Size i = 0; i < T->size; ++i) T->data[i] *= S->data[plan->compressed_map[i]];
   } else {
-    plan_prepare(plan, restrict);
-    ov_status_t status = run_table_kernel(plan, kernel_multiply, S->data.get(), nullptr, 0, 0);
-    plan_reset(plan);
+    ov_status_t status =
+        run_shaped_kernel(plan, plan_shape(plan, restrict), kernel_multiply, S->data.get(), nullptr, 0, 0);
     if (status != ov_error_none) return status;
   }
-  return cg_multiply(plan);
+  // Only a table with continuous nodes has a conditional Gaussian part.
+  return plan->source->continuous_count == 0 ? ov_error_none : cg_multiply(plan);
 }
 
 ov_status_t table_divide_into(KernelPlan *plan) {

@@ -22,6 +22,20 @@ template <class T, class F> inline void for_each_cell(T *t, const Dim *d, std::u
   }
   const std::uint32_t count = d->count;
   const Size stride = d->stride;
+  if (n == 1) {
+    // One or two dimensions, the shapes of small tables, as plain loops.
+    for (std::uint32_t k = 0; k < count; ++k) f(t + static_cast<std::size_t>(k) * stride);
+    return;
+  }
+  if (n == 2) {
+    const std::uint32_t inner_count = d[1].count;
+    const Size inner_stride = d[1].stride;
+    for (std::uint32_t k = 0; k < count; ++k) {
+      T *row = t + static_cast<std::size_t>(k) * stride;
+      for (std::uint32_t j = 0; j < inner_count; ++j) f(row + static_cast<std::size_t>(j) * inner_stride);
+    }
+    return;
+  }
   for (std::uint32_t k = 0; k < count; ++k) for_each_cell(t + static_cast<std::size_t>(k) * stride, d + 1, n - 1, f);
 }
 

@@ -111,16 +111,17 @@ double *marginal_to_scratch(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_e
     stream_marginal(plan, values, equilibrium != ov_equilibrium_sum, work);
     return values;
   }
-  KernelFunction kernel;
+  ov_status_t status;
   if (mode == ov_mode_fast_retraction) {
+    // The weights follow the propagated findings, so this form is shaped anew each time.
     plan_prepare_weighted(plan);
-    kernel = equilibrium == ov_equilibrium_sum ? kernel_weighted_sum : kernel_weighted_max;
+    status = run_table_kernel(plan, equilibrium == ov_equilibrium_sum ? kernel_weighted_sum : kernel_weighted_max,
+                              nullptr, values, 0, 0);
+    plan_reset(plan);
   } else {
-    plan_prepare(plan, false);
-    kernel = equilibrium == ov_equilibrium_sum ? kernel_sum : kernel_max;
+    status = run_shaped_kernel(plan, plan_shape(plan, false),
+                               equilibrium == ov_equilibrium_sum ? kernel_sum : kernel_max, nullptr, values, 0, 0);
   }
-  ov_status_t status = run_table_kernel(plan, kernel, nullptr, values, 0, 0);
-  plan_reset(plan);
   return status == ov_error_none ? values : nullptr;
 }
 

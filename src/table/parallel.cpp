@@ -49,22 +49,31 @@ bool start_thread(WorkerBlock &block) noexcept {
   }
 }
 
+// The dimensions a kernel runs over: the plan's current ones or a shape.
+struct Dimensions {
+  const PlanDimension *dims;
+  std::uint32_t shared_count;
+  std::uint32_t inner_count;
+  Size base_offset;
+};
+
 // The first call, at the first cell of each table.
-KernelCall first_call(KernelPlan *plan, const ov_number_t *source_data, double *source_values) noexcept {
+KernelCall first_call(KernelPlan *plan, const Dimensions &d, const ov_number_t *source_data,
+                      double *source_values) noexcept {
   KernelCall call;
   call.plan = plan;
   const Table *T = plan->finer();
   const Table *S = plan->coarser();
-  if (plan->target != nullptr && plan->target->data) call.target_data = plan->target->data.get() + plan->base_offset;
+  if (plan->target != nullptr && plan->target->data) call.target_data = plan->target->data.get() + d.base_offset;
   if (plan->target_utility != nullptr && plan->target_utility->data)
-    call.target_utility_data = plan->target_utility->data.get() + plan->base_offset;
-  if (T->cg_data) call.target_cg = T->cg_data.get() + static_cast<std::size_t>(plan->base_offset) * T->cg_stride;
+    call.target_utility_data = plan->target_utility->data.get() + d.base_offset;
+  if (T->cg_data) call.target_cg = T->cg_data.get() + static_cast<std::size_t>(d.base_offset) * T->cg_stride;
   call.source_data = source_data;
   call.source_values = source_values;
   if (S->cg_data) call.source_cg = S->cg_data.get();
-  call.dimensions = plan->current();
-  call.shared_left = plan->shared_count;
-  call.inner_left = plan->inner_count;
+  call.dimensions = d.dims;
+  call.shared_left = d.shared_count;
+  call.inner_left = d.inner_count;
   return call;
 }
 
@@ -77,27 +86,19 @@ ov_status_t run_sequential(KernelCall call, KernelFunction kernel, Size work_len
     call.work_vector = work.get();
   }
   kernel(call);
-  return set_error(ov_error_none);
+  return ov_error_none;
 }
 
-} // namespace
-
-ov_status_t run_table_kernel(KernelPlan *plan, KernelFunction kernel, const ov_number_t *source_data,
-                             double *source_values, Size work_length, std::uint32_t extra_cost) {
-  return run_table_kernel_with(plan, kernel, source_data, source_values, work_length, extra_cost, start_thread);
-}
-
-ov_status_t run_table_kernel_with(KernelPlan *plan, KernelFunction kernel, const ov_number_t *source_data,
-                                  double *source_values, Size work_length, std::uint32_t extra_cost,
-                                  ThreadStarter start) {
-  KernelCall call = first_call(plan, source_data, source_values);
+ov_status_t run_kernel(KernelPlan *plan, const Dimensions &d, KernelFunction kernel, const ov_number_t *source_data,
+                       double *source_values, Size work_length, std::uint32_t extra_cost, ThreadStarter start) {
+  KernelCall call = first_call(plan, d, source_data, source_values);
   const Domain *domain = plan->domain;
-  if (domain->concurrency_level < 2 || plan->shared_count == 0) return run_sequential(call, kernel, work_length);
+  if (domain->concurrency_level < 2 || d.shared_count == 0) return run_sequential(call, kernel, work_length);
 
   // The cost of one outer item: every cell under it, each worth 1 + extra.
   const PlanDimension *dims = call.dimensions;
   std::uint64_t cost = static_cast<std::uint64_t>(extra_cost) + 1;
-  for (std::uint32_t i = 1; i < plan->shared_count + plan->inner_count; ++i) {
+  for (std::uint32_t i = 1; i < d.shared_count + d.inner_count; ++i) {
     cost *= dims[i].count;
     if (cost > (std::uint64_t{1} << 40)) break; // already far beyond any grain
   }
@@ -121,7 +122,7 @@ ov_status_t run_table_kernel_with(KernelPlan *plan, KernelFunction kernel, const
   const Size source_step = S->size / outer;
   KernelCall shared = call;
   shared.dimensions = dims + 1;
-  shared.shared_left = plan->shared_count - 1;
+  shared.shared_left = d.shared_count - 1;
   shared.work_vector = work.get();
   for (std::uint32_t w = 0; w < workers; ++w) {
     WorkerBlock &block = blocks[w];
@@ -160,7 +161,36 @@ ov_status_t run_table_kernel_with(KernelPlan *plan, KernelFunction kernel, const
       worker_run(block);
     }
   }
-  return set_error(ov_error_none);
+  return ov_error_none;
+}
+
+} // namespace
+
+ov_status_t run_table_kernel(KernelPlan *plan, KernelFunction kernel, const ov_number_t *source_data,
+                             double *source_values, Size work_length, std::uint32_t extra_cost) {
+  return run_table_kernel_with(plan, kernel, source_data, source_values, work_length, extra_cost, start_thread);
+}
+
+ov_status_t run_table_kernel_with(KernelPlan *plan, KernelFunction kernel, const ov_number_t *source_data,
+                                  double *source_values, Size work_length, std::uint32_t extra_cost,
+                                  ThreadStarter start) {
+  const Dimensions d{plan->current(), plan->shared_count, plan->inner_count, plan->base_offset};
+  return run_kernel(plan, d, kernel, source_data, source_values, work_length, extra_cost, start);
+}
+
+ov_status_t run_shaped_kernel(KernelPlan *plan, const PlanShape &shape, KernelFunction kernel,
+                              const ov_number_t *source_data, double *source_values, Size work_length,
+                              std::uint32_t extra_cost) {
+  const Dimensions d{shape.dimensions.data(), shape.shared_count, shape.inner_count, shape.base_offset};
+  // Below two grains no worker would start: call the kernel at once.
+  const Domain *domain = plan->domain;
+  if (work_length == 0 && (domain->concurrency_level < 2 || d.shared_count == 0 ||
+                           static_cast<std::uint64_t>(plan->finer()->size) * (std::uint64_t{extra_cost} + 1) <
+                               2 * static_cast<std::uint64_t>(domain->grain_size))) {
+    kernel(first_call(plan, d, source_data, source_values));
+    return ov_error_none;
+  }
+  return run_kernel(plan, d, kernel, source_data, source_values, work_length, extra_cost, start_thread);
 }
 
 } // namespace orvel

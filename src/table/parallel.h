@@ -65,6 +65,13 @@ ov_status_t run_table_kernel_with(KernelPlan *plan, KernelFunction kernel, const
                                   double *source_values, Size work_length, std::uint32_t extra_cost,
                                   ThreadStarter start);
 
+// As run_table_kernel, over a shape of the plan (plan_shape) in place of its
+// current dimensions. Below two grains of work, or at concurrency level 1,
+// the kernel is called at once with no set-up for workers.
+ov_status_t run_shaped_kernel(KernelPlan *plan, const PlanShape &shape, KernelFunction kernel,
+                              const ov_number_t *source_data, double *source_values, Size work_length,
+                              std::uint32_t extra_cost);
+
 // How many workers to use for `outer_count` items of cost `item_cost` each:
 // at least 1, at most the concurrency level, and never so many that a worker
 // gets less than a grain of work.

@@ -2,6 +2,7 @@
 // one operation.
 #include "table/plan.h"
 
+#include <algorithm>
 #include <new>
 
 #include "api/error.h"
@@ -57,6 +58,12 @@ std::shared_ptr<PlanLayout> build_layout(const Table *T, const Table *S) {
   const std::uint32_t n = T->discrete_count;
   layout->dimensions.resize(2 * static_cast<std::size_t>(n));
   layout->source_places.assign(n, no_place);
+  layout->target_strides.resize(n);
+  Size target_stride = 1;
+  for (std::uint32_t i = n; i-- > 0;) {
+    layout->target_strides[i] = target_stride;
+    target_stride = size_multiply(target_stride, T->nodes[i]->state_count);
+  }
   std::vector<Size> source_strides(S->discrete_count);
   Size stride = 1;
   for (std::uint32_t i = S->discrete_count; i-- > 0;) {
@@ -71,6 +78,8 @@ std::shared_ptr<PlanLayout> build_layout(const Table *T, const Table *S) {
     if (place >= 0 && static_cast<std::uint32_t>(place) < S->discrete_count) {
       layout->source_places[i] = static_cast<std::uint32_t>(place);
       d.stride = source_strides[static_cast<std::uint32_t>(place)];
+    } else if (node->category == ov_category_decision) {
+      layout->inner_decisions = true;
     }
   }
   return layout;
@@ -117,6 +126,7 @@ KernelPlan *plan_new(Table *target, Table *target_utility, Table *source, Table 
   plan->layout = std::move(layout);
   plan->dimension_count = T->discrete_count;
   try {
+    for (PlanShape &shape : plan->shapes) shape.dimensions.resize(plan->dimension_count);
     build_cg_index_map(plan, T, S);
   } catch (...) {
     plan_delete(plan);
@@ -141,6 +151,7 @@ KernelPlan *plan_bind(KernelPlan *plan, Table *target, Table *source) {
   bound->bound = true;
   bound->dimension_count = plan->dimension_count;
   try {
+    for (PlanShape &shape : bound->shapes) shape.dimensions.resize(bound->dimension_count);
     build_cg_index_map(bound, target, source);
   } catch (...) {
     plan_delete(bound);
@@ -289,6 +300,43 @@ ov_status_t plan_prepare(KernelPlan *plan, bool restrict) noexcept {
   if (restrict) plan_drop_fixed(plan, false);
   plan_merge(plan);
   return set_error(ov_error_none);
+}
+
+const PlanShape &plan_shape(KernelPlan *plan, bool restrict) noexcept {
+  PlanShape &shape = plan->shapes[restrict ? 1 : 0];
+  const std::uint32_t level = plan->domain->concurrency_level;
+  const std::uint32_t n = plan->dimension_count;
+  // Which inner dimensions evidence fixes, and the offset of the fixed
+  // states: what plan_drop_fixed would remove and add.
+  std::uint64_t fixed = 0;
+  Size offset = 0;
+  if (restrict) {
+    const Table *T = plan->finer();
+    const std::uint32_t *places = plan->layout->source_places.data();
+    const Size *strides = plan->layout->target_strides.data();
+    for (std::uint32_t i = 0; i < n; ++i) {
+      if (places[i] != no_place) continue;
+      const std::int32_t state = T->nodes[i]->instantiated_state;
+      if (state < 0) continue;
+      if (i < 64) fixed |= std::uint64_t{1} << i;
+      offset += strides[i] * static_cast<Size>(state);
+    }
+  }
+  // Beyond 64 dimensions the set is not told by the mask: merge each time.
+  if (shape.level != level || shape.fixed != fixed || n > 64) {
+    plan_reset(plan);
+    if (restrict) plan_drop_fixed(plan, false);
+    plan_merge(plan);
+    const std::uint32_t used = plan->shared_count + plan->inner_count;
+    std::copy_n(plan->current(), used, shape.dimensions.data());
+    shape.shared_count = plan->shared_count;
+    shape.inner_count = plan->inner_count;
+    shape.fixed = fixed;
+    shape.level = level;
+    plan_reset(plan);
+  }
+  shape.base_offset = offset;
+  return shape;
 }
 
 ov_status_t plan_prepare_weighted(KernelPlan *plan) noexcept {

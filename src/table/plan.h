@@ -35,6 +35,23 @@ struct PlanLayout {
   // For each discrete node of the target, in its order: its place in the
   // source's node list, or no_place.
   std::vector<std::uint32_t> source_places;
+  // For each discrete node of the target, in its order: its stride in the
+  // target.
+  std::vector<Size> target_strides;
+  // Whether a decision node of the target is missing from the source.
+  bool inner_decisions = false;
+};
+
+// A plan's dimensions as plan_prepare shapes them, kept between operations:
+// they are merged again only when the concurrency level or the set of
+// dimensions that evidence fixes changes.
+struct PlanShape {
+  std::vector<PlanDimension> dimensions; // room for n; the first shared + inner are in use
+  std::uint32_t shared_count = 0;
+  std::uint32_t inner_count = 0;
+  Size base_offset = 0;
+  std::uint64_t fixed = 0; // the target's nodes (by position) dropped as fixed when merged
+  std::uint32_t level = 0; // the concurrency level merged for; 0 until merged
 };
 
 constexpr std::uint32_t no_place = 0xFFFFFFFFu;
@@ -54,6 +71,9 @@ struct KernelPlan {
   // For each continuous node of the source, its place among the target's
   // continuous nodes.
   std::vector<std::uint32_t> cg_index_map;
+  // The prepared dimensions, without (0) and with (1) fixed dimensions
+  // dropped; see plan_shape.
+  PlanShape shapes[2];
   std::uint32_t shared_count = 0; // current dimensions that both tables have, outermost
   std::uint32_t inner_count = 0;  // current dimensions of the target alone
   Size base_offset = 0;           // target cells skipped first: fixed states times strides
@@ -108,6 +128,12 @@ ov_status_t plan_prepare_weighted(KernelPlan *plan) noexcept;
 // As plan_prepare, with sum_flag 1 on the inner dimensions of chance nodes
 // and of decision nodes with propagated evidence, 0 on other decisions.
 ov_status_t plan_prepare_summing(KernelPlan *plan, bool restrict) noexcept;
+
+// The plan's dimensions prepared as plan_prepare(plan, restrict) would
+// leave them, merged only when the concurrency level or the set of fixed
+// dimensions has changed since the last call; the plan's own current
+// dimensions are not touched. Never allocates.
+const PlanShape &plan_shape(KernelPlan *plan, bool restrict) noexcept;
 
 // Whether a node's propagated finding is other than all 1.0.
 bool has_propagated_evidence(const Node *node) noexcept;

@@ -190,6 +190,36 @@ TEST(Marginalisation, RestrictReadsTheSliceOfFixedNodes) {
   b->instantiated_state = -1;
 }
 
+// A plan kept between calls follows the evidence: a fixed node that moves
+// to another state, a node fixed or freed, another concurrency level.
+TEST(Marginalisation, KeptPlanFollowsChangingEvidence) {
+  Net net;
+  Node *a = net.discrete(2), *b = net.discrete(3), *c = net.discrete(2);
+  std::vector<float> cells(12);
+  for (int i = 0; i < 12; ++i) cells[i] = static_cast<float>(1 << i); // each sum tells its cells
+  Table *t = net.filled({a, b, c}, cells);
+  Table *m = net.table({a});
+  KernelPlan *plan = plan_new(t, nullptr, m, nullptr);
+  const int steps[][2] = {{2, -1}, {0, -1}, {0, 1}, {-1, 1}, {-1, -1}, {1, 0}};
+  for (std::uint32_t level : {1u, 4u, 1u}) {
+    test::set_level(net, level);
+    for (auto [sb, sc] : steps) {
+      b->instantiated_state = sb;
+      c->instantiated_state = sc;
+      ASSERT_EQ(table_marginalize(plan, ov_equilibrium_sum, ov_mode_normal, true), ov_error_none);
+      for (int x = 0; x < 2; ++x) {
+        float expected = 0;
+        for (int y = 0; y < 3; ++y)
+          for (int z = 0; z < 2; ++z)
+            if ((sb < 0 || y == sb) && (sc < 0 || z == sc)) expected += cells[x * 6 + y * 2 + z];
+        EXPECT_EQ(m->data[x], expected) << "level " << level << ", b " << sb << ", c " << sc;
+      }
+    }
+  }
+  plan_delete(plan);
+  b->instantiated_state = c->instantiated_state = -1;
+}
+
 TEST(Marginalisation, DecisionsAverageOverTheirOpenOptions) {
   Net net;
   Node *c = net.discrete(2), *d = net.discrete(3, ov_category_decision);
