@@ -976,7 +976,9 @@ OV_API ov_status_t ov_class_save_as_net(ov_class_t cls, ov_string_t file_name);
  * the classes it instantiates; their file names become file_name. */
 OV_API ov_status_t ov_cc_save_as_net(ov_class_collection_t collection, ov_string_t file_name);
 
-/* reading */
+/* reading: a source that cannot be read to its end (a directory, a failing
+ * device or stream) fails the read with io and the message "could not read
+ * input"; it is never taken for a shorter text. */
 /* Reads a NET file (block or old node format) into a new domain that keeps
  * the file name; NULL on failure, with messages given to the handler. */
 OV_API ov_domain_t ov_net_parse_domain(ov_string_t file_name, ov_parse_error_handler_t handler, void *data);

@@ -3,6 +3,7 @@
 // uses only the public C interface.
 #include <orvel.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -10,6 +11,8 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -22,6 +25,12 @@ constexpr int exit_library = 2;
 int library_error(const std::string &what) {
   ov_error_t code = ov_error_code();
   std::fprintf(stderr, "orvel: %s: %s: %s\n", what.c_str(), ov_error_name(code), ov_error_description(code));
+  return exit_library;
+}
+
+// A file that cannot be used: its name and what is wrong with it.
+int input_error(const std::string &file, const std::string &problem) {
+  std::fprintf(stderr, "orvel: %s: %s\n", file.c_str(), problem.c_str());
   return exit_library;
 }
 
@@ -40,7 +49,8 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "  convert IN OUT           read a NET file and write it in the block format\n"
                               "\n"
                               "'orvel COMMAND --help' describes each command.\n"
-                              "exit status: 0 success, 1 usage error, 2 library error\n";
+                              "exit status: 0 success, 1 usage error, 2 library error or a file that\n"
+                              "cannot be read or written\n";
 
 const char *const beliefs_help =
     "usage: orvel beliefs NET [-e NODE=STATE]... [-l NODE=w1,w2,...]... [-v NODE=VALUE]...\n"
@@ -98,9 +108,39 @@ bool parse_double(const std::string &text, double &value) {
   return end != nullptr && *end == '\0';
 }
 
+// The length of the well-formed UTF-8 sequence at `c` (shortest form, no
+// surrogates, at most U+10FFFF), or 0 if there is none.
+int utf8_sequence(const unsigned char *c) {
+  if (c[0] < 0x80) return 1;
+  int length;
+  unsigned char low = 0x80, high = 0xBF; // the range of the second byte
+  if (c[0] >= 0xC2 && c[0] <= 0xDF) {
+    length = 2;
+  } else if (c[0] >= 0xE0 && c[0] <= 0xEF) {
+    length = 3;
+    if (c[0] == 0xE0) low = 0xA0;
+    if (c[0] == 0xED) high = 0x9F;
+  } else if (c[0] >= 0xF0 && c[0] <= 0xF4) {
+    length = 4;
+    if (c[0] == 0xF0) low = 0x90;
+    if (c[0] == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (c[1] < low || c[1] > high) return 0;
+  for (int i = 2; i < length; ++i)
+    if (c[i] < 0x80 || c[i] > 0xBF) return 0;
+  return length;
+}
+
+// A JSON string. Labels and file names are bytes, and JSON text is Unicode:
+// well-formed UTF-8 passes through, and every other byte is written as the
+// code point of the same number (\u0080 to \u00ff), which reads Latin-1
+// text, the usual encoding of such files, as what it says, and keeps
+// different bytes different where a replacement character would merge them.
 void print_json_string(std::FILE *out, const char *text) {
   std::fputc('"', out);
-  for (const unsigned char *c = reinterpret_cast<const unsigned char *>(text); *c != 0; ++c) {
+  for (const unsigned char *c = reinterpret_cast<const unsigned char *>(text); *c != 0;) {
     switch (*c) {
     case '"': std::fputs("\\\"", out); break;
     case '\\': std::fputs("\\\\", out); break;
@@ -108,11 +148,17 @@ void print_json_string(std::FILE *out, const char *text) {
     case '\t': std::fputs("\\t", out); break;
     case '\r': std::fputs("\\r", out); break;
     default:
-      if (*c < 0x20)
+      if (*c < 0x20 || *c == 0x7F) {
         std::fprintf(out, "\\u%04x", *c);
-      else
-        std::fputc(*c, out);
+      } else if (int length = utf8_sequence(c); length > 0) {
+        std::fwrite(c, 1, static_cast<std::size_t>(length), out);
+        c += length;
+        continue;
+      } else {
+        std::fprintf(out, "\\u%04x", *c);
+      }
     }
+    ++c;
   }
   std::fputc('"', out);
 }
@@ -128,6 +174,22 @@ void print_json_number(std::FILE *out, double value) {
 
 void report_parse_error(uint32_t line, ov_string_t message, void *data) {
   std::fprintf(stderr, "%s:%u: %s\n", static_cast<const char *>(data), line, message);
+}
+
+// Whether two paths name the same existing file.
+bool same_file(const std::string &a, const std::string &b) {
+  struct stat sa, sb;
+  return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+// Inputs that the library would take for an empty network, said as what
+// they are; an exit status.
+int check_input(const std::string &file) {
+  struct stat st;
+  if (stat(file.c_str(), &st) != 0) return exit_ok; // the library says why it cannot open it
+  if (S_ISDIR(st.st_mode)) return input_error(file, "is a directory");
+  if (S_ISREG(st.st_mode) && st.st_size == 0) return input_error(file, "empty file");
+  return exit_ok;
 }
 
 ov_domain_t load_network(const std::string &file) {
@@ -307,6 +369,8 @@ bool select_nodes(ov_domain_t domain, const std::vector<std::string> &names, std
 int prepare(const Options &options, DomainHolder &holder) {
   holder.domain = load_network(options.network);
   if (holder.domain == nullptr) return library_error("loading " + options.network);
+  if (ov_domain_get_first_node(holder.domain) == nullptr)
+    return input_error(options.network, "no nodes in the network");
   if (ov_domain_compile(holder.domain) != ov_error_none) return library_error("compiling " + options.network);
   // Table memory makes re-initialisation a copy, as after evidence that
   // turns out inconsistent; where it cannot be had, propagation does without.
@@ -510,10 +574,13 @@ int command_compile(const Options &options) {
   auto method = methods.find(options.method);
   if (method == methods.end()) return usage_error("unknown method '" + options.method + "'");
   if (!options.positional.empty()) return usage_error("compile takes one network");
+  if (!options.log_file.empty() && same_file(options.log_file, options.network))
+    return usage_error("the log file " + options.log_file + " is the network " + options.network);
   DomainHolder holder;
   holder.domain = load_network(options.network);
   if (holder.domain == nullptr) return library_error("loading " + options.network);
   ov_domain_t domain = holder.domain;
+  if (ov_domain_get_first_node(domain) == nullptr) return input_error(options.network, "no nodes in the network");
 
   std::FILE *log = nullptr;
   if (!options.log_file.empty()) {
@@ -570,19 +637,75 @@ int command_compile(const Options &options) {
   return exit_ok;
 }
 
+// Writes the domain to `target` through a temporary file in the same
+// directory, renamed over the target only once the whole network is written,
+// so that a failure (a full disk) leaves an existing target as it was. A
+// target that exists and is not a plain file (a device, a pipe) is written
+// directly. An exit status.
+int save_replacing(ov_domain_t domain, const std::string &target) {
+  std::string path = target;
+  struct stat st;
+  if (lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+    // Replace the file the link points at, not the link.
+    if (char *real = realpath(path.c_str(), nullptr)) {
+      path = real;
+      std::free(real);
+    }
+  }
+  const bool exists = stat(path.c_str(), &st) == 0;
+  if (exists && !S_ISREG(st.st_mode)) {
+    if (ov_domain_save_as_net(domain, path.c_str()) != ov_error_none) return library_error("writing " + target);
+    return exit_ok;
+  }
+  const std::string::size_type slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "" : path.substr(0, slash + 1);
+  const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+  std::string temporary = directory + "." + base + ".XXXXXX";
+  const int fd = mkstemp(temporary.data());
+  if (fd < 0) return input_error(target, std::string("cannot create a temporary file: ") + std::strerror(errno));
+  // The new file gets the old one's permissions, or those of a new file.
+  mode_t mode = st.st_mode & 07777;
+  if (!exists) {
+    const mode_t mask = umask(0);
+    umask(mask);
+    mode = 0666 & ~mask;
+  }
+  const bool prepared = fchmod(fd, mode) == 0;
+  const int saved_errno = errno;
+  close(fd);
+  if (!prepared) {
+    unlink(temporary.c_str());
+    return input_error(target, std::string("cannot set the permissions of a new file: ") + std::strerror(saved_errno));
+  }
+  if (ov_domain_save_as_net(domain, temporary.c_str()) != ov_error_none) {
+    const int status = library_error("writing " + target);
+    unlink(temporary.c_str());
+    return status;
+  }
+  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+    const int status = input_error(target, std::string("cannot replace it: ") + std::strerror(errno));
+    unlink(temporary.c_str());
+    return status;
+  }
+  return exit_ok;
+}
+
 int command_convert(const Options &options) {
   if (options.positional.size() != 1) return usage_error("convert needs IN and OUT");
+  const std::string &target = options.positional[0];
+  if (same_file(target, options.network))
+    return usage_error("the output " + target + " is the input " + options.network);
   DomainHolder holder;
   holder.domain = load_network(options.network);
   if (holder.domain == nullptr) return library_error("loading " + options.network);
-  if (ov_domain_save_as_net(holder.domain, options.positional[0].c_str()) != ov_error_none)
-    return library_error("writing " + options.positional[0]);
-  return exit_ok;
+  return save_replacing(holder.domain, target);
 }
 
 } // namespace
 
-int main(int argc, char **argv) {
+namespace {
+
+int run(int argc, char **argv) {
   if (argc < 2) {
     std::fputs(main_help, stderr);
     return exit_usage;
@@ -617,5 +740,21 @@ int main(int argc, char **argv) {
   options.network = options.positional.front();
   options.positional.erase(options.positional.begin());
   if (command == "beliefs" && !options.positional.empty()) return usage_error("beliefs takes one network");
+  if (int status = check_input(options.network); status != exit_ok) return status;
   return found->second.run(options);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  int status = run(argc, argv);
+  // Output that never reached its file (a full disk, a closed pipe) is a
+  // failure like any other.
+  const bool flushed = std::fflush(stdout) == 0 && !std::ferror(stdout);
+  const int flush_errno = errno;
+  if (std::fclose(stdout) != 0 || !flushed) {
+    std::fprintf(stderr, "orvel: error writing standard output: %s\n", std::strerror(flushed ? errno : flush_errno));
+    if (status == exit_ok) status = exit_library;
+  }
+  return status;
 }

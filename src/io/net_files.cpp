@@ -17,6 +17,14 @@
 namespace orvel {
 namespace {
 
+// A parse that met a failing read failed with io, whatever the parser made
+// of the tokens that the failure cut short.
+ov_status_t read_status(const ParseContext &ctx, ov_status_t status) noexcept {
+  if (!ctx.read_failed) return status;
+  set_error(ov_error_io);
+  return ov_error_io;
+}
+
 // Deletes a domain whose parse failed, keeping the first recorded code.
 void discard_domain(Domain *domain) noexcept {
   const ov_error_t code = ov_error_code();
@@ -28,7 +36,12 @@ void discard_domain(Domain *domain) noexcept {
 // of the two NET grammars it uses. The caller holds the "C" locale.
 Domain *parse_domain_source(std::FILE *file, const char *string, ov_parse_error_handler_t handler, void *data) {
   const int format = probe_net_format(file, string);
-  if (format < 0) return nullptr;
+  if (format < 0) {
+    // The probe reads with no handler of its own; a stream that cannot be
+    // read is worth a word to the caller's.
+    if (handler != nullptr && file != nullptr && std::ferror(file)) handler(1, read_failure_message, data);
+    return nullptr;
+  }
   Domain *domain = ov_new_domain();
   if (domain == nullptr) return nullptr;
   TokenFunction tokens = format == 0 ? scan_data_token : scan_net_token;
@@ -41,6 +54,7 @@ Domain *parse_domain_source(std::FILE *file, const char *string, ov_parse_error_
     parser->ctx.domain = domain;
     parser->scope = domain;
     status = format == 0 ? parse_old_net(*parser) : parse_net_blocks(*parser);
+    status = read_status(parser->ctx, status);
   } catch (...) {
     discard_domain(domain);
     throw;
@@ -138,7 +152,7 @@ ov_status_t net_parse_class_file(const char *file_name, ClassCollection *collect
     parser->ctx.class_loader = loader;
     parser->ctx.class_loader_data = data;
     parser->file_name = file_name;
-    status = parse_class_file(*parser);
+    status = read_status(parser->ctx, parse_class_file(*parser));
   } catch (...) {
     std::fclose(file);
     remove_added_classes(collection, old_count);
@@ -197,6 +211,7 @@ Node **net_parse_node_file(Domain *scope, const char *file_name, ov_parse_error_
     }
     list[count++] = node;
   }
+  status = read_status(ctx, status);
   if (std::fclose(file) != 0 && status == ov_error_none) status = ov_error_io;
   if (status != ov_error_none) return set_error(status), nullptr;
   list[count] = nullptr;

@@ -19,9 +19,15 @@ constexpr Size initial_text_capacity = 64;
 // ---------------------------------------------------------------- sources
 
 // The next byte of the source, or EOF. A NUL byte ends a string source and
-// is not consumed, so reading on at the end keeps giving EOF.
+// is not consumed, so reading on at the end keeps giving EOF. A stream that
+// fails is marked, and reads as ended from then on.
 int read_char(ParseContext *ctx) noexcept {
-  if (ctx->file != nullptr) return std::getc(ctx->file);
+  if (ctx->file != nullptr) {
+    if (ctx->read_failed) return EOF;
+    int c = std::getc(ctx->file);
+    if (c == EOF && std::ferror(ctx->file)) ctx->read_failed = true;
+    return c;
+  }
   auto c = static_cast<unsigned char>(*ctx->string_cursor);
   if (c == 0) return EOF;
   ++ctx->string_cursor;
@@ -39,8 +45,11 @@ bool unread_char(ParseContext *ctx, int c) noexcept {
   return c == EOF || static_cast<unsigned char>(*ctx->string_cursor) == c;
 }
 
-// Records a failure of the scanner that has a message of its own.
+// Records a failure of the scanner that has a message of its own. After a
+// failed read the token is cut short by it, and the read failure is the one
+// reported (by checked_token).
 int scan_failure(ParseContext *ctx, const char *message, ov_error_t code) noexcept {
+  if (ctx->read_failed) return tok_error;
   parse_report(ctx, message);
   set_error(code);
   return tok_error;
@@ -131,8 +140,10 @@ int skip_blanks(ParseContext *ctx) noexcept {
 int scan_number(ParseContext *ctx, int first) noexcept {
   if (!put_back(ctx, first)) return tok_error;
   if (ctx->file != nullptr) {
-    if (std::fscanf(ctx->file, "%lg", &ctx->number) != 1) return tok_error;
-    return tok_number;
+    const int converted = std::fscanf(ctx->file, "%lg", &ctx->number);
+    // A failure part-way through the digits still converts what came first.
+    if (std::ferror(ctx->file)) ctx->read_failed = true;
+    return converted == 1 ? tok_number : tok_error;
   }
   Size length = 0;
   if (!text_clear(ctx)) return tok_error;
@@ -295,6 +306,21 @@ int scan_comparison(ParseContext *ctx, int first) noexcept {
   }
 }
 
+// The last step of every token function: a token read from a stream that
+// failed on the way is not what the source holds, so it becomes an error
+// with io, reported with a message of its own the first time.
+int checked_token(ParseContext *ctx, int token) noexcept {
+  if (!ctx->read_failed) return token;
+  if (ctx->read_failure_reported) {
+    set_error(ov_error_io);
+    return tok_error;
+  }
+  ctx->read_failure_reported = true;
+  parse_report(ctx, read_failure_message);
+  set_error(ov_error_io);
+  return tok_error;
+}
+
 // The first step of every token function: pops the newest held-back token.
 bool held_token(ParseContext *ctx, int &token) noexcept {
   if (ctx->pushback_top == 0) return false;
@@ -338,9 +364,7 @@ int scan_operand(ParseContext *ctx, int c) noexcept {
   return unexpected_character(ctx, c);
 }
 
-} // namespace
-
-int scan_net_token(ParseContext *ctx) noexcept {
+int net_token(ParseContext *ctx) noexcept {
   int token;
   if (held_token(ctx, token)) return token;
   int c = skip_blanks(ctx);
@@ -365,7 +389,7 @@ int scan_net_token(ParseContext *ctx) noexcept {
   }
 }
 
-int scan_expression_token(ParseContext *ctx) noexcept {
+int expression_token(ParseContext *ctx) noexcept {
   int token;
   if (held_token(ctx, token)) return token;
   int c = skip_blanks(ctx);
@@ -393,7 +417,7 @@ int scan_expression_token(ParseContext *ctx) noexcept {
   }
 }
 
-int scan_data_token(ParseContext *ctx) noexcept {
+int data_token(ParseContext *ctx) noexcept {
   int token;
   if (held_token(ctx, token)) return token;
   int c = skip_blanks(ctx);
@@ -413,6 +437,12 @@ int scan_data_token(ParseContext *ctx) noexcept {
     return unexpected_character(ctx, c);
   }
 }
+
+} // namespace
+
+int scan_net_token(ParseContext *ctx) noexcept { return checked_token(ctx, net_token(ctx)); }
+int scan_expression_token(ParseContext *ctx) noexcept { return checked_token(ctx, expression_token(ctx)); }
+int scan_data_token(ParseContext *ctx) noexcept { return checked_token(ctx, data_token(ctx)); }
 
 void unget_token(ParseContext *ctx, int token) noexcept {
   assert(ctx->pushback_top < 2 && "at most two tokens are held back");
@@ -489,9 +519,15 @@ int probe_net_format(std::FILE *file, const char *string) noexcept {
       set_error(ov_error_io);
       return -1;
     }
+    bool read_failed;
     {
       ParseContext ctx(file, scan_data_token);
       result = probe_tokens(ctx);
+      read_failed = ctx.read_failed;
+    }
+    if (read_failed) {
+      set_error(ov_error_io);
+      return -1;
     }
     if (std::fseek(file, position, SEEK_SET) != 0) {
       set_error(ov_error_io);

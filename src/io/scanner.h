@@ -48,6 +48,12 @@ struct ParseContext {
   const char *string_start = nullptr;
   const char *string_cursor = nullptr;
 
+  // Set once reading the stream has failed (as opposed to reaching its
+  // end); from then on the source reads as empty and every token is an
+  // error with io recorded.
+  bool read_failed = false;
+  bool read_failure_reported = false;
+
   std::uint32_t line = 1;        // current line of the source
   std::uint32_t error_count = 0; // messages given through parse_report
   ov_parse_error_handler_t error_handler = nullptr;
@@ -98,6 +104,9 @@ int scan_data_token(ParseContext *ctx) noexcept;
 // Holds back a token; the next read of any token function returns it.
 void unget_token(ParseContext *ctx, int token) noexcept;
 
+// The message of a stream that fails part-way (rather than ending).
+constexpr const char *read_failure_message = "could not read input";
+
 // Gives a message to the error handler, if there is one, without counting it
 // (warnings).
 void parse_note(ParseContext *ctx, const char *message) noexcept;
@@ -126,7 +135,8 @@ void parse_notef(ParseContext *ctx, const char *format, ...) noexcept __attribut
 
 // Which NET grammar a source uses: 0 for the old node format (its first five
 // tokens are a name, a string and three numbers), 1 for the block format, -1
-// with io if the stream position cannot be kept. Reads from the stream's
+// with io if the stream position cannot be kept or the stream cannot be
+// read. Reads from the stream's
 // current position and goes back to it; a string source is read through a
 // cursor of its own. Exactly one of `file` and `string` is non-null.
 int probe_net_format(std::FILE *file, const char *string) noexcept;

@@ -5,8 +5,10 @@
 // tables, decisions, utilities, subtypes and state values.)
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -437,6 +439,84 @@ TEST(NetParserHostile, BadInputFailsCleanly) {
   // The truncated and deep inputs must fail.
   EXPECT_EQ(ov_net_parse_from_string(inputs[4].c_str(), nullptr), nullptr);
   EXPECT_EQ(ov_net_parse_from_string(inputs[1].c_str(), nullptr), nullptr);
+}
+
+// A stream over a text whose reads fail once `fail_at` bytes have been
+// read: the read that would go past them returns an error instead.
+struct FailingSource {
+  std::string text;
+  std::size_t fail_at = 0, position = 0;
+};
+
+std::FILE *failing_stream(FailingSource &source) {
+  cookie_io_functions_t io{};
+  io.read = [](void *cookie, char *buffer, std::size_t size) -> ssize_t {
+    auto *s = static_cast<FailingSource *>(cookie);
+    if (s->position >= s->fail_at) return -1;
+    const std::size_t end = std::min(s->text.size(), s->fail_at);
+    const std::size_t n = std::min(size, end - std::min(end, s->position));
+    std::memcpy(buffer, s->text.data() + s->position, n);
+    s->position += n;
+    return static_cast<ssize_t>(n);
+  };
+  io.seek = [](void *cookie, off64_t *offset, int whence) -> int {
+    auto *s = static_cast<FailingSource *>(cookie);
+    if (whence != SEEK_SET) *offset += static_cast<off64_t>(whence == SEEK_CUR ? s->position : s->text.size());
+    s->position = static_cast<std::size_t>(*offset);
+    return 0;
+  };
+  return fopencookie(&source, "r", io);
+}
+
+// A read that fails is io and never the end of the source: a directory,
+// memory that cannot be read, and streams that fail after every possible
+// number of bytes of a small file in either grammar (including at its very
+// end), whatever token the failure cuts.
+TEST(NetParserHostile, ReadErrorsAreIo) {
+  const std::string dir = fs::temp_directory_path().string();
+  Messages messages;
+  EXPECT_EQ(ov_net_parse_domain(dir.c_str(), collect, &messages), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_io);
+  EXPECT_EQ(messages.lines, std::vector<std::string>{"1: could not read input"});
+  for (const char *unreadable : {dir.c_str(), "/proc/self/mem"}) {
+    SCOPED_TRACE(unreadable);
+    EXPECT_EQ(ov_net_parse_domain(unreadable, nullptr, nullptr), nullptr);
+    EXPECT_EQ(ov_error_code(), ov_error_io);
+    ov_class_collection_t cc = ov_new_class_collection();
+    EXPECT_EQ(ov_net_parse_classes(unreadable, cc, nullptr, nullptr, nullptr), ov_error_io);
+    EXPECT_EQ(ov_cc_get_members(cc)[0], nullptr);
+    ov_cc_delete(cc);
+    ov_domain_t d = ov_net_parse_from_string("node A {}", nullptr);
+    EXPECT_EQ(ov_domain_parse_nodes(d, unreadable, nullptr, nullptr), nullptr);
+    EXPECT_EQ(ov_error_code(), ov_error_io);
+    ov_domain_delete(d);
+  }
+  const std::vector<std::string> texts = {
+      "net { label = \"a \\\"b\\\"\"; }\nnode A { states = (\"y\" \"n\"); position = (-10 25); }\n"
+      "node B { states = (\"y\" \"n\"); }\npotential (A) { data = (0.25 0.75); }\n"
+      "potential (B | A) { data = ((0.125 0.875) (1 0)); }\n",
+      "dom \"Label\" 10 20 2\nlung \"Lung\" 1 2 (\"yes\" \"no\") smoke\n ((0.1 0.9) (0.01 0.99))\n"
+      "smoke \"Smoke\" -1.5 3 (\"yes\" \"no\") (0.5 0.5)\n"};
+  for (const std::string &text : texts) {
+    for (std::size_t n = 0; n <= text.size() + 1; ++n) {
+      SCOPED_TRACE(n);
+      FailingSource source{text, n};
+      std::FILE *stream = failing_stream(source);
+      ASSERT_NE(stream, nullptr);
+      ov_domain_t d = ov_net_parse(stream, nullptr);
+      if (n > text.size()) {
+        // No failure: the whole text reads, through the same stream.
+        ASSERT_NE(d, nullptr) << ov_error_code();
+        EXPECT_NE(ov_domain_get_first_node(d), nullptr);
+        ov_domain_delete(d);
+      } else {
+        EXPECT_EQ(d, nullptr);
+        EXPECT_EQ(ov_error_code(), ov_error_io);
+        if (d != nullptr) ov_domain_delete(d);
+      }
+      std::fclose(stream);
+    }
+  }
 }
 
 } // namespace

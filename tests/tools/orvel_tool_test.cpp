@@ -9,8 +9,11 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <dirent.h>
 #include <regex>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -25,12 +28,12 @@ struct ToolRun {
   std::string out, err;
 };
 
-// Runs the tool with the given arguments (already quoted for the shell).
-// Its standard error goes to a file of this process's own, since CTest runs
-// the test cases as parallel processes.
-ToolRun run_tool(const std::string &arguments) {
+// Runs the tool with the given arguments (already quoted for the shell),
+// after the shell commands of `prefix`. Its standard error goes to a file of
+// this process's own, since CTest runs the test cases as parallel processes.
+ToolRun run_tool(const std::string &arguments, const std::string &prefix = "") {
   std::string err_file = testing::TempDir() + "orvel_tool_stderr_" + std::to_string(getpid()) + ".txt";
-  std::string command = std::string(ORVEL_TOOL) + " " + arguments + " 2>" + err_file;
+  std::string command = prefix + std::string(ORVEL_TOOL) + " " + arguments + " 2>" + err_file;
   ToolRun run;
   FILE *pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) return run;
@@ -48,6 +51,28 @@ ToolRun run_tool(const std::string &arguments) {
 }
 
 std::string example(const char *name) { return std::string(ORVEL_EXAMPLES) + "/" + name; }
+
+// Writes `text` to a file and returns its path; `name` is relative to the
+// temporary directory.
+std::string write_file(const std::string &name, const std::string &text) {
+  std::string path = name[0] == '/' ? name : testing::TempDir() + name;
+  if (FILE *f = fopen(path.c_str(), "wb")) {
+    fwrite(text.data(), 1, text.size(), f);
+    fclose(f);
+  }
+  return path;
+}
+
+std::string read_file(const std::string &path) {
+  std::string text;
+  if (FILE *f = fopen(path.c_str(), "rb")) {
+    std::array<char, 4096> buffer;
+    size_t n;
+    while ((n = fread(buffer.data(), 1, buffer.size(), f)) > 0) text.append(buffer.data(), n);
+    fclose(f);
+  }
+  return text;
+}
 
 // The beliefs printed for a node in --json output.
 std::vector<double> json_numbers(const std::string &json, const std::string &node, const std::string &field) {
@@ -196,11 +221,9 @@ TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
     std::string says;
   };
   std::string net = example("sprinkler.net");
-  std::string bad = testing::TempDir() + "malformed.net";
-  if (FILE *f = fopen(bad.c_str(), "w")) {
-    fputs("node A\n{\n    states = (\"x\" \"y\";\n}\n", f);
-    fclose(f);
-  }
+  std::string bad = write_file("malformed.net", "node A\n{\n    states = (\"x\" \"y\";\n}\n");
+  std::string empty = write_file("empty.net", "");
+  std::string comment = write_file("comment.net", "% nothing but a comment\n");
   const std::vector<Case> cases = {
       {"", 1, "usage"},
       {"frobnicate", 1, "unknown command"},
@@ -213,6 +236,9 @@ TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
       {"beliefs " + net + " --bogus", 1, "unknown option"},
       {"beliefs " + net + " -e Sprinkler=off -e Rain=no -e WetGrass=yes", 2, "inconsistency_or_underflow"},
       {"beliefs " + bad, 2, "malformed.net:"},
+      {"beliefs " + empty, 2, "empty.net: empty file\n"},
+      {"marginal " + comment + " A", 2, "comment.net: no nodes in the network\n"},
+      {"compile " + testing::TempDir(), 2, ": is a directory\n"},
       {"compile " + net + " --method best", 1, "unknown method"},
   };
   for (const Case &c : cases) {
@@ -221,6 +247,77 @@ TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
     EXPECT_NE(run.err.find(c.says), std::string::npos) << c.arguments << "\n" << run.err;
     EXPECT_EQ(run.err.find("terminate"), std::string::npos);
   }
+}
+
+// Output that cannot be written is a failure with a message, and no output
+// file ever replaces the input or is left half written.
+TEST(OrvelTool, LostOutputFailsAndFilesAreNeverClobbered) {
+  const std::string net = example("sprinkler.net");
+  for (const std::string &arguments :
+       {"beliefs " + net + " --json", "compile " + net, "marginal " + net + " Rain", std::string("--help")}) {
+    ToolRun run = run_tool(arguments + " >/dev/full");
+    EXPECT_EQ(run.status, 2) << arguments;
+    EXPECT_EQ(run.err, "orvel: error writing standard output: No space left on device\n") << arguments;
+  }
+  const std::string original = read_file(net);
+  const std::string copy = write_file("clobber.net", original);
+  ToolRun run = run_tool("compile " + copy + " --log " + copy);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.err.find("the log file " + copy + " is the network " + copy), std::string::npos) << run.err;
+  run = run_tool("convert " + copy + " " + testing::TempDir() + "/./clobber.net");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(read_file(copy), original);
+
+  // A convert that runs out of room (a file size limit of 512 bytes) keeps
+  // the old target and leaves no temporary file; one that succeeds keeps the
+  // target's permissions.
+  const std::string directory = testing::TempDir() + "orvel_convert_" + std::to_string(getpid());
+  ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+  const std::string target = directory + "/out.net";
+  write_file(target, "old\n");
+  ASSERT_EQ(chmod(target.c_str(), 0640), 0);
+  run = run_tool("convert " + net + " " + target, "ulimit -f 1; trap '' XFSZ; exec ");
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find("writing " + target + ": io"), std::string::npos) << run.err;
+  EXPECT_EQ(read_file(target), "old\n");
+  run = run_tool("convert " + net + " " + target);
+  EXPECT_EQ(run.status, 0) << run.err;
+  struct stat st;
+  ASSERT_EQ(stat(target.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+  EXPECT_EQ(run_tool("beliefs " + target).status, 0);
+  std::vector<std::string> left;
+  if (DIR *d = opendir(directory.c_str())) {
+    while (dirent *entry = readdir(d))
+      if (std::string(entry->d_name) != "." && std::string(entry->d_name) != "..") left.push_back(entry->d_name);
+    closedir(d);
+  }
+  EXPECT_EQ(left, std::vector<std::string>{"out.net"});
+  std::remove(target.c_str());
+  rmdir(directory.c_str());
+}
+
+// --json output is valid UTF-8 JSON whatever bytes the file name and the
+// labels hold: well-formed UTF-8 passes, control characters are escaped, and
+// any other byte becomes the code point of its value.
+TEST(OrvelTool, JsonStringsForAnyBytes) {
+  const std::string name = "caf\xe9.net";
+  const std::string path = write_file(name, "node A { states = (\"\xff\\x01\" \"\xc3\xa9\xe2\x82\xac\" "
+                                            "\"\xc0\xaf\xed\xa0\x80\\x7f\"); }\n");
+  ToolRun run = run_tool("beliefs '" + path + "' --json");
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find("caf\\u00e9.net\""), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("\"states\": [\"\\u00ff\\u0001\", \"\xc3\xa9\xe2\x82\xac\", "
+                         "\"\\u00c0\\u00af\\u00ed\\u00a0\\u0080\\u007f\"]"),
+            std::string::npos)
+      << run.out;
+  // Nothing else: only printable ASCII and the two well-formed sequences.
+  std::string rest = run.out;
+  for (const char *allowed : {"\xc3\xa9", "\xe2\x82\xac"})
+    for (auto at = rest.find(allowed); at != std::string::npos; at = rest.find(allowed))
+      rest.erase(at, std::strlen(allowed));
+  EXPECT_TRUE(std::all_of(rest.begin(), rest.end(), [](char c) { return c == '\n' || (c >= 0x20 && c < 0x7f); }));
+  std::remove(path.c_str());
 }
 
 } // namespace
