@@ -25,14 +25,16 @@ using WalkStack = std::vector<WalkStep>;
 // What a walk does after entering a clique.
 enum class WalkVisit { into, skip, stop };
 
-// Walks from `start` over the links. `enter(WalkStep &)` is called before
-// the clique's subtree: `into` walks it, `skip` leaves it out (and leave is
-// not called), `stop` ends the walk. `leave(WalkStep &, WalkStep *parent)`
-// is called after the subtree, with the parent's step (null at the start);
-// false ends the walk. Returns false when the walk was ended early. The
-// stack is the caller's scratch: it allocates only beyond its capacity, and
-// its depth is at most the number of cliques of the tree.
-template <class Enter, class Leave> bool walk_tree(WalkStack &stack, Clique *start, Enter &&enter, Leave &&leave) {
+// Walks from `start` over the links, away from `from` (null to walk the
+// whole tree). `enter(WalkStep &)` is called before the clique's subtree:
+// `into` walks it, `skip` leaves it out (and leave is not called), `stop`
+// ends the walk. `leave(WalkStep &, WalkStep *parent)` is called after the
+// subtree, with the parent's step (null at the start); false ends the walk.
+// Returns false when the walk was ended early. The stack is the caller's
+// scratch: it allocates only beyond its capacity, and its depth is at most
+// the number of cliques of the tree.
+template <class Enter, class Leave>
+bool walk_subtree(WalkStack &stack, Clique *start, Clique *from, Enter &&enter, Leave &&leave) {
   stack.clear();
   auto push = [&](Clique *clique, Clique *parent, CliqueLink *down) {
     stack.push_back(WalkStep{clique, parent, down, 0, nullptr});
@@ -40,21 +42,25 @@ template <class Enter, class Leave> bool walk_tree(WalkStack &stack, Clique *sta
     if (visit == WalkVisit::skip) stack.pop_back();
     return visit != WalkVisit::stop;
   };
-  if (!push(start, nullptr, nullptr)) return false;
+  if (!push(start, from, nullptr)) return false;
   while (!stack.empty()) {
     WalkStep &step = stack.back();
     std::vector<CliqueLink> &links = step.clique->links;
     while (step.next < links.size() && links[step.next].neighbour == step.parent) ++step.next;
     if (step.next < links.size()) {
       CliqueLink &link = links[step.next++];
-      Clique *from = step.clique;
-      if (!push(link.neighbour, from, &link)) return false;
+      Clique *clique = step.clique;
+      if (!push(link.neighbour, clique, &link)) return false;
       continue;
     }
     if (!leave(step, stack.size() > 1 ? &stack[stack.size() - 2] : nullptr)) return false;
     stack.pop_back();
   }
   return true;
+}
+
+template <class Enter, class Leave> bool walk_tree(WalkStack &stack, Clique *start, Enter &&enter, Leave &&leave) {
+  return walk_subtree(stack, start, nullptr, enter, leave);
 }
 
 // A walk that only enters.
