@@ -58,8 +58,28 @@ ov_status_t compile_qualitatively(Domain *domain, ov_progress_function_t progres
   return set_error(ov_error_none);
 }
 
+namespace {
+
+// Refuses, before anything is allocated, table data whose size has
+// saturated: of one table, or of all the tables still to be allocated
+// together. Such an allocation cannot succeed, and allocating the tables
+// that do fit first would only take memory the compile then gives back.
+ov_status_t check_table_sizes(const Domain *domain) {
+  Size total = 0;
+  for (auto &table : domain->tables) {
+    if (table->data) continue;
+    total = size_add(total, table->size);
+    if (table->cg_stride > 0) total = size_add(total, size_multiply(table->size, table->cg_stride));
+  }
+  if (total == size_overflow) return fail(ov_error_no_memory);
+  return ov_error_none;
+}
+
+} // namespace
+
 ov_status_t compile_quantitatively(Domain *domain, ov_progress_function_t progress) {
   report(progress, "Allocating space for table data");
+  if (check_table_sizes(domain) != ov_error_none) return ov_error_code();
   for (auto &table : domain->tables)
     if (table_allocate(table.get()) != ov_error_none) return ov_error_code();
   report(progress, "Global propagation");

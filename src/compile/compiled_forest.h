@@ -12,6 +12,7 @@
 #include "api/memory.h"
 #include "compile/clique.h"
 #include "compile/junction_tree.h"
+#include "compile/tree_walk.h"
 #include "model/hooks.h"
 #include "model/node_list.h"
 #include "orvel.h"
@@ -43,6 +44,9 @@ struct CompiledForest {
   // Strides of a clique's nodes during a walk of propagation, sized for the
   // largest clique at compile time.
   std::vector<std::uint32_t> walk_strides;
+  // The path of a walk of propagation over a tree, reserved at compile time
+  // for the tree with the most cliques.
+  WalkStack walk_stack;
 };
 
 } // namespace orvel

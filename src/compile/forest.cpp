@@ -252,6 +252,19 @@ ov_status_t build_junction_trees(Domain *domain) {
   if (log_printf(domain, "\n\nThe junction forest:\n") != ov_error_none) return ov_error_io;
   std::vector<bool> seen(domain->node_count(), false);
   CliqueIndex index = index_cliques(domain);
+  // Trees in the order made; they go on the domain's list, newest first,
+  // when this stage ends, however it ends.
+  struct Installer {
+    CompiledForest &forest;
+    std::vector<std::unique_ptr<JunctionTree>> made;
+    ~Installer() {
+      auto &list = forest.junction_trees; // reserved below: nothing allocates here
+      list.insert(list.begin(), std::make_move_iterator(made.rbegin()), std::make_move_iterator(made.rend()));
+      for (std::uint32_t i = 0; i < list.size(); ++i) list[i]->position = i;
+    }
+  } trees{forest, {}};
+  trees.made.reserve(forest.cliques.size());
+  forest.junction_trees.reserve(forest.junction_trees.size() + forest.cliques.size());
   NodeList separator;
   for (std::uint32_t position = 0; position < forest.cliques.size(); ++position) {
     Clique *clique = forest.cliques[position].get();
@@ -269,9 +282,8 @@ ov_status_t build_junction_trees(Domain *domain) {
       tree->root = clique;
       tree->number = forest.junction_tree_count + 1;
       JunctionTree *made = tree.get();
-      forest.junction_trees.insert(forest.junction_trees.begin(), std::move(tree));
+      trees.made.push_back(std::move(tree));
       ++forest.junction_tree_count;
-      for (std::uint32_t i = 0; i < forest.junction_trees.size(); ++i) forest.junction_trees[i]->position = i;
       clique->junction_tree = made;
       for (Node *member : members_of(clique)) member->junction_tree = made;
       if (log_printf(domain, "\nCreating junction tree with clique %s as root ...\n", clique_name(domain, clique)) !=

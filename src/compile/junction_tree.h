@@ -35,6 +35,11 @@ struct ov_junction_tree_s {
   std::vector<ov_node_s *> members;    // chance and decision nodes of the tree, in node list order
   std::vector<ov_clique_s *> cliques;  // the tree's cliques, in domain list order
   std::vector<ov_node_s *> hard_nodes; // nodes whose finding is applied by zeroing in this run
+  std::vector<ov_node_s *> homed;      // chance nodes whose table lives in a clique of the tree, in domain order
+  // Chain components whose first member is in the tree, and those whose
+  // normaliser lives in a clique of it.
+  std::vector<orvel::ChainComponent *> components, normalized_components;
+  bool lists_made = false; // members, cliques, homed and the components are filled
   // Where each forest table of the tree lies in the domain's table memory.
   struct SavedTable {
     ov_table_s *table;

@@ -47,6 +47,12 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
   for (std::uint32_t u = n; u-- > 0;) by_label[0].push_back(u);
   std::uint32_t highest = 0;
   std::int64_t previous_label = -1;
+  // Unnumbered vertices by label, and those of this step's raised vertices,
+  // so that the search of a step ends as soon as no vertex is left that it
+  // could raise: on sparse graphs the search then stays near v.
+  std::vector<std::uint32_t> with_label(n + 1, 0), raised_with_label(n + 1, 0);
+  with_label[0] = n;
+  std::uint32_t unnumbered = n;
   for (std::uint32_t step = 0; step < n; ++step) {
     std::uint32_t v = n;
     while (v == n) {
@@ -62,6 +68,8 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
     if (static_cast<std::int64_t>(label[v]) <= previous_label) result.generator[v] = true;
     previous_label = label[v];
     reached_in[v] = numbered;
+    --with_label[label[v]];
+    --unnumbered;
     result.order[n - 1 - step] = v;
 
     // Every unnumbered u that a path of unnumbered vertices with labels
@@ -74,10 +82,20 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
       if (reached_in[u] >= mark) continue;
       reached_in[u] = mark;
       raised.push_back(u);
+      ++raised_with_label[label[u]];
       reach[label[u]].push_back(u);
       top = std::max(top, label[u]);
     }
+    // Unnumbered vertices not reached in this step whose label is above j.
+    std::uint32_t above =
+        unnumbered - with_label[0] - (static_cast<std::uint32_t>(raised.size()) - raised_with_label[0]);
     for (std::uint32_t j = 0; j <= top; ++j) {
+      if (j > 0) above -= with_label[j] - raised_with_label[j];
+      if (above == 0) {
+        // Nothing left to raise: what is left to search raises nothing.
+        for (std::uint32_t k = j; k <= top; ++k) reach[k].clear();
+        break;
+      }
       while (!reach[j].empty()) {
         std::uint32_t y = reach[j].back();
         reach[j].pop_back();
@@ -87,6 +105,8 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
           reached_in[z] = mark;
           if (label[z] > j) {
             raised.push_back(z);
+            ++raised_with_label[label[z]];
+            --above;
             reach[label[z]].push_back(z);
             top = std::max(top, label[z]);
           } else {
@@ -96,6 +116,9 @@ LabelledSearch labelled_search(const std::vector<VertexSet> &adjacency) {
       }
     }
     for (std::uint32_t u : raised) {
+      raised_with_label[label[u]] = 0;
+      --with_label[label[u]];
+      ++with_label[label[u] + 1];
       ++label[u];
       result.raised_by[u].push_back(v);
       by_label[label[u]].push_back(u);

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <vector>
 
 #include "api/error.h"
 #include "io/string_escape.h"
@@ -219,16 +221,32 @@ Expression *expression_new(int op, Buffer<Expression *> &operands) noexcept {
 
 void expression_release(Expression *expression) noexcept {
   if (expression == nullptr || expression->references > 0) return;
-  if (expression->operator_code == ov_op_label) {
-    std::free(expression->value.label);
-  } else if (is_composite_operator(expression->operator_code)) {
-    for (Expression **operand = expression->value.operands; *operand != nullptr; ++operand) {
-      --(*operand)->references;
-      expression_release(*operand);
+  // Composites waiting to be freed form a list through the terminating slot
+  // of their operand arrays, with the operand count kept in the height
+  // (which a record about to go needs no more): no recursion, no allocation.
+  Expression *pending = nullptr;
+  auto retire = [&pending](Expression *e) noexcept {
+    if (e->operator_code == ov_op_label) {
+      std::free(e->value.label);
+    } else if (is_composite_operator(e->operator_code)) {
+      const std::uint32_t count = operand_count(e);
+      e->height = count;
+      e->value.operands[count] = pending;
+      pending = e;
+      return;
     }
-    std::free(expression->value.operands);
+    std::free(e);
+  };
+  retire(expression);
+  while (pending != nullptr) {
+    Expression *e = pending;
+    Expression **operands = e->value.operands;
+    pending = operands[e->height];
+    for (std::uint32_t i = 0; i < e->height; ++i)
+      if (--operands[i]->references <= 0) retire(operands[i]);
+    std::free(operands);
+    std::free(e);
   }
-  std::free(expression);
 }
 
 void expression_unref(Expression *expression) noexcept {
@@ -237,35 +255,75 @@ void expression_unref(Expression *expression) noexcept {
   expression_release(expression);
 }
 
-Expression *expression_clone(const Expression *expression) noexcept {
+namespace {
+
+Expression *clone_leaf(const Expression *expression) noexcept {
   switch (expression->operator_code) {
   case ov_op_number: return number_expression(expression->value.number);
   case ov_op_boolean: return boolean_expression(expression->value.boolean);
   case ov_op_label: return label_expression(expression->value.label);
-  case ov_op_node: return node_expression(expression->value.node);
-  default: break;
+  default: return node_expression(expression->value.node);
   }
-  const std::uint32_t count = operand_count(expression);
-  Buffer<Expression *> copies = alloc_array<Expression *>(size_add(count, 1));
-  if (!copies) return nullptr;
-  for (std::uint32_t i = 0; i <= count; ++i) copies[i] = nullptr;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    copies[i] = expression_clone(expression->value.operands[i]);
-    if (copies[i] == nullptr) {
-      ov_error_t code = ov_error_code();
-      for (std::uint32_t j = 0; j < i; ++j) expression_release(copies[j]);
-      set_error(code);
-      return nullptr;
+}
+
+// A composite being copied: the copies of its first `next` operands.
+struct CloneStep {
+  const Expression *source;
+  std::uint32_t count, next;
+  Buffer<Expression *> copies;
+};
+
+Expression *clone_composite(const Expression *expression, std::vector<CloneStep> &path) {
+  auto enter = [&path](const Expression *source) {
+    const std::uint32_t count = operand_count(source);
+    Buffer<Expression *> copies = alloc_array<Expression *>(size_add(count, 1));
+    if (!copies) return false;
+    for (std::uint32_t i = 0; i <= count; ++i) copies[i] = nullptr;
+    path.push_back(CloneStep{source, count, 0, std::move(copies)});
+    return true;
+  };
+  if (!enter(expression)) return nullptr;
+  while (!path.empty()) {
+    CloneStep &step = path.back();
+    if (step.next < step.count) {
+      const Expression *operand = step.source->value.operands[step.next];
+      if (is_composite_operator(operand->operator_code)) {
+        if (!enter(operand)) return nullptr;
+        continue;
+      }
+      Expression *copy = clone_leaf(operand);
+      if (copy == nullptr) return nullptr;
+      step.copies[step.next++] = copy;
+      continue;
     }
+    Expression *made = expression_new(step.source->operator_code, step.copies);
+    if (made == nullptr) return nullptr;
+    path.pop_back();
+    if (path.empty()) return made;
+    path.back().copies[path.back().next++] = made;
   }
-  Expression *clone = expression_new(expression->operator_code, copies);
-  if (clone == nullptr) {
-    ov_error_t code = ov_error_code();
-    for (std::uint32_t i = 0; i < count; ++i) expression_release(copies[i]);
-    set_error(code);
-    return nullptr;
+  return nullptr;
+}
+
+} // namespace
+
+Expression *expression_clone(const Expression *expression) noexcept {
+  if (!is_composite_operator(expression->operator_code)) return clone_leaf(expression);
+  std::vector<CloneStep> path;
+  Expression *clone = nullptr;
+  try {
+    path.reserve(expression->height);
+    clone = clone_composite(expression, path);
+  } catch (const std::bad_alloc &) {
+    set_error(ov_error_no_memory);
   }
-  return clone;
+  if (clone != nullptr) return clone;
+  // The copies made so far go; the first error stands.
+  const ov_error_t code = ov_error_code();
+  for (CloneStep &step : path)
+    for (std::uint32_t i = 0; i < step.next; ++i) expression_release(step.copies[i]);
+  set_error(code);
+  return nullptr;
 }
 
 std::uint32_t operand_count(const Expression *expression) noexcept {
@@ -275,30 +333,39 @@ std::uint32_t operand_count(const Expression *expression) noexcept {
   return count;
 }
 
-bool expression_mentions(const Expression *expression, const Node *node) noexcept {
-  if (expression->operator_code == ov_op_node) return expression->value.node == node;
-  if (!is_composite_operator(expression->operator_code)) return false;
-  for (Expression **operand = expression->value.operands; *operand != nullptr; ++operand)
-    if (expression_mentions(*operand, node)) return true;
+namespace {
+
+// Calls `visit` on each node-reference leaf of the tree, left to right,
+// until it returns true; whether it did.
+template <class E, class F> bool any_node_leaf(E *expression, F &&visit) {
+  std::vector<E *> stack{expression};
+  while (!stack.empty()) {
+    E *e = stack.back();
+    stack.pop_back();
+    if (e->operator_code == ov_op_node) {
+      if (visit(e)) return true;
+    } else if (is_composite_operator(e->operator_code)) {
+      for (std::uint32_t i = operand_count(e); i-- > 0;) stack.push_back(e->value.operands[i]);
+    }
+  }
   return false;
 }
 
-bool expression_nodes_within(const Expression *expression, const NodeList &nodes) noexcept {
-  if (expression->operator_code == ov_op_node) return nodes.contains(expression->value.node);
-  if (!is_composite_operator(expression->operator_code)) return true;
-  for (Expression **operand = expression->value.operands; *operand != nullptr; ++operand)
-    if (!expression_nodes_within(*operand, nodes)) return false;
-  return true;
+} // namespace
+
+bool expression_mentions(const Expression *expression, const Node *node) {
+  return any_node_leaf(expression, [node](const Expression *leaf) { return leaf->value.node == node; });
 }
 
-void expression_replace_node(Expression *expression, const Node *from, Node *to) noexcept {
-  if (expression->operator_code == ov_op_node) {
-    if (expression->value.node == from) expression->value.node = to;
-    return;
-  }
-  if (!is_composite_operator(expression->operator_code)) return;
-  for (Expression **operand = expression->value.operands; *operand != nullptr; ++operand)
-    expression_replace_node(*operand, from, to);
+bool expression_nodes_within(const Expression *expression, const NodeList &nodes) {
+  return !any_node_leaf(expression, [&nodes](const Expression *leaf) { return !nodes.contains(leaf->value.node); });
+}
+
+void expression_replace_node(Expression *expression, const Node *from, Node *to) {
+  any_node_leaf(expression, [from, to](Expression *leaf) {
+    if (leaf->value.node == from) leaf->value.node = to;
+    return false;
+  });
 }
 
 // ---------------------------------------------------------------- text
@@ -358,79 +425,104 @@ bool right_needs_parentheses(int op, const Expression *right) noexcept {
   }
 }
 
-bool write_expression(TextSink &sink, const Expression *e);
+// What is left to write: an expression, or a piece of text.
+struct TextTask {
+  const Expression *e;
+  const char *text;
+};
 
-bool write_operand(TextSink &sink, const Expression *operand, bool parenthesised) {
-  if (parenthesised) sink.put("(", 1);
-  if (!write_expression(sink, operand)) return false;
-  if (parenthesised) sink.put(")", 1);
-  return true;
-}
-
-bool write_expression(TextSink &sink, const Expression *e) {
-  if (e == nullptr) return true;
-  const int op = e->operator_code;
-  switch (op) {
-  case ov_op_number: {
-    char text[64];
-    int size = std::snprintf(text, sizeof text, "%G", e->value.number);
-    sink.put(text, static_cast<std::size_t>(size));
-    return true;
-  }
-  case ov_op_label: {
-    sink.put("\"", 1);
-    std::size_t size = escape_string(e->value.label, sink.out != nullptr ? sink.out + sink.length : nullptr);
-    sink.length += size;
-    sink.put("\"", 1);
-    return true;
-  }
-  case ov_op_node: {
-    const char *name = node_get_name(e->value.node);
-    if (name == nullptr) return false;
-    sink.put(name);
-    return true;
-  }
-  case ov_op_boolean: sink.put(e->value.boolean != 0 ? "true" : "false"); return true;
-  default: break;
-  }
-  Expression *const *operands = e->value.operands;
-  if (is_function_operator(op)) {
-    sink.put(operator_text(op));
-    sink.put(" (", 2);
-    for (std::uint32_t i = 0; operands[i] != nullptr; ++i) {
-      if (i > 0) sink.put(", ", 2);
-      if (!write_expression(sink, operands[i])) return false;
+// Writes the text form, left to right, from a stack of what is left to
+// write; false when a node has no name and none can be made.
+bool write_expression(TextSink &sink, const Expression *root, std::vector<TextTask> &stack) {
+  stack.clear();
+  if (root != nullptr) stack.push_back({root, nullptr});
+  auto later = [&stack](const char *text) { stack.push_back({nullptr, text}); };
+  // Pushed before what precedes it, since the stack is written from its end.
+  auto later_operand = [&](const Expression *operand, bool parenthesised) {
+    if (operand == nullptr) return;
+    if (parenthesised) later(")");
+    stack.push_back({operand, nullptr});
+    if (parenthesised) later("(");
+  };
+  while (!stack.empty()) {
+    const TextTask task = stack.back();
+    stack.pop_back();
+    const Expression *e = task.e;
+    if (e == nullptr) {
+      sink.put(task.text);
+      continue;
     }
-    sink.put(")", 1);
-    return true;
+    const int op = e->operator_code;
+    switch (op) {
+    case ov_op_number: {
+      char text[64];
+      int size = std::snprintf(text, sizeof text, "%G", e->value.number);
+      sink.put(text, static_cast<std::size_t>(size));
+      continue;
+    }
+    case ov_op_label: {
+      sink.put("\"", 1);
+      std::size_t size = escape_string(e->value.label, sink.out != nullptr ? sink.out + sink.length : nullptr);
+      sink.length += size;
+      sink.put("\"", 1);
+      continue;
+    }
+    case ov_op_node: {
+      const char *name = node_get_name(e->value.node);
+      if (name == nullptr) return false;
+      sink.put(name);
+      continue;
+    }
+    case ov_op_boolean: sink.put(e->value.boolean != 0 ? "true" : "false"); continue;
+    default: break;
+    }
+    Expression *const *operands = e->value.operands;
+    if (is_function_operator(op)) {
+      sink.put(operator_text(op));
+      sink.put(" (", 2);
+      later(")");
+      for (std::uint32_t i = operand_count(e); i-- > 0;) {
+        stack.push_back({operands[i], nullptr});
+        if (i > 0) later(", ");
+      }
+      continue;
+    }
+    if (op == ov_op_negate) {
+      sink.put("-", 1);
+      later_operand(operands[0], left_needs_parentheses(op, operands[0]));
+      continue;
+    }
+    const Expression *left = operands[0];
+    const Expression *right = left != nullptr ? operands[1] : nullptr;
+    later_operand(right, right_needs_parentheses(op, right));
+    later(" ");
+    later(operator_text(op));
+    later(" ");
+    later_operand(left, left_needs_parentheses(op, left));
   }
-  if (op == ov_op_negate) {
-    sink.put("-", 1);
-    return write_operand(sink, operands[0], left_needs_parentheses(op, operands[0]));
-  }
-  const Expression *left = operands[0];
-  const Expression *right = left != nullptr ? operands[1] : nullptr;
-  if (!write_operand(sink, left, left_needs_parentheses(op, left))) return false;
-  sink.put(" ", 1);
-  sink.put(operator_text(op));
-  sink.put(" ", 1);
-  return write_operand(sink, right, right_needs_parentheses(op, right));
+  return true;
 }
 
 } // namespace
 
 CString expression_to_string(const Expression *expression) {
-  TextSink count;
-  if (!write_expression(count, expression)) return nullptr;
-  Size size = count.length >= size_overflow ? size_overflow : size_add(static_cast<Size>(count.length), 1);
-  CString text(static_cast<char *>(mem_alloc(size)));
-  if (!text) return nullptr;
-  TextSink write;
-  write.out = text.get();
-  if (!write_expression(write, expression)) return nullptr;
-  text[write.length] = 0;
-  set_error(ov_error_none);
-  return text;
+  try {
+    std::vector<TextTask> stack;
+    TextSink count;
+    if (!write_expression(count, expression, stack)) return nullptr;
+    Size size = count.length >= size_overflow ? size_overflow : size_add(static_cast<Size>(count.length), 1);
+    CString text(static_cast<char *>(mem_alloc(size)));
+    if (!text) return nullptr;
+    TextSink write;
+    write.out = text.get();
+    if (!write_expression(write, expression, stack)) return nullptr;
+    text[write.length] = 0;
+    set_error(ov_error_none);
+    return text;
+  } catch (const std::bad_alloc &) {
+    set_error(ov_error_no_memory);
+    return nullptr;
+  }
 }
 
 Expression *composite_expression(int op, Expression *const *operands) noexcept {

@@ -25,16 +25,16 @@ struct ov_expression_s {
     std::int32_t boolean;       // ov_op_boolean: 0 or 1
     ov_expression_s **operands; // composites: owned, null-terminated, from the C allocator
   } value;
-  // 1 for a leaf, else one more than the highest operand. Trees are walked
-  // recursively, so their height is bounded (expression_height_limit).
+  // 1 for a leaf, else one more than the highest operand; bounded by
+  // expression_height_limit.
   std::uint32_t height;
 };
 
 namespace orvel {
 
-// The highest tree that can be built. Printing, cloning, releasing and
-// evaluating recurse once per level, and this bound keeps them well inside
-// the stack of any thread.
+// The highest tree that can be built. Trees are walked with explicit
+// stacks, so the bound guards the heap those stacks take, not the thread's
+// stack.
 constexpr std::uint32_t expression_height_limit = 10000;
 
 inline bool is_composite_operator(int op) noexcept { return op >= ov_op_normal && op <= ov_op_greater_than_or_equals; }
@@ -80,11 +80,12 @@ Expression *expression_clone(const Expression *expression) noexcept;
 std::uint32_t operand_count(const Expression *expression) noexcept;
 
 // Whether a node-reference leaf anywhere in the tree names `node`.
-bool expression_mentions(const Expression *expression, const Node *node) noexcept;
+bool expression_mentions(const Expression *expression, const Node *node);
 // Whether every node-reference leaf of the tree names a member of `nodes`.
-bool expression_nodes_within(const Expression *expression, const NodeList &nodes) noexcept;
+bool expression_nodes_within(const Expression *expression, const NodeList &nodes);
 // Rewrites, in place, every node-reference leaf naming `from` to name `to`.
-void expression_replace_node(Expression *expression, const Node *from, Node *to) noexcept;
+// These three walks throw bad_alloc when their stack cannot grow.
+void expression_replace_node(Expression *expression, const Node *from, Node *to);
 
 // The text form, in one allocation from the C allocator; null on failure
 // (a node whose name cannot be made, no_memory). The caller holds the "C"

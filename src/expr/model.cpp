@@ -77,7 +77,13 @@ ov_status_t model_set_expression(Model *model, std::int64_t index, Expression *e
   if (status != ov_error_none) return status;
   if (index < 0 || static_cast<std::uint64_t>(index) >= model->size) return fail(ov_error_usage);
   if (expression != nullptr) {
-    if (!expression_nodes_within(expression, model->node->parents)) return fail(ov_error_invalid_expression);
+    bool within;
+    try {
+      within = expression_nodes_within(expression, model->node->parents);
+    } catch (const std::bad_alloc &) {
+      return fail(ov_error_no_memory);
+    }
+    if (!within) return fail(ov_error_invalid_expression);
     int type = expression->value_type;
     if (model->node->category == ov_category_utility &&
         (type == ov_value_boolean || type == ov_value_label || type == ov_value_distribution))
@@ -98,7 +104,7 @@ void model_mark_stale(Model *model) noexcept {
   if (model->node != nullptr) touch_table(model->node);
 }
 
-void model_replace_node(Model *model, const Node *from, Node *to) noexcept {
+void model_replace_node(Model *model, const Node *from, Node *to) {
   std::int64_t position = model->nodes.index_of(from);
   if (position >= 0) model->nodes[static_cast<std::uint32_t>(position)] = to;
   if (!model->expressions) return;
@@ -134,7 +140,12 @@ ModelPtr model_copy(const Model *source, Node *new_owner) noexcept {
       copy->expressions[i] = clone;
     }
   }
-  model_replace_node(copy.get(), source->node, new_owner);
+  try {
+    model_replace_node(copy.get(), source->node, new_owner);
+  } catch (const std::bad_alloc &) {
+    set_error(ov_error_no_memory);
+    return nullptr;
+  }
   set_error(ov_error_none);
   return copy;
 }

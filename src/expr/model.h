@@ -94,7 +94,7 @@ void model_set_samples_per_interval(Model *model, std::uint32_t count) noexcept;
 // Replaces `from` by `to` among the model nodes (the first occurrence) and
 // in every node reference of every stored expression, in place. Marks
 // nothing.
-void model_replace_node(Model *model, const Node *from, Node *to) noexcept;
+void model_replace_node(Model *model, const Node *from, Node *to);
 
 // A copy of a model for `new_owner`, a copy of the model's node: the same
 // node list, size, staleness and samples (not the user data), each stored

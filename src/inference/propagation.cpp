@@ -81,7 +81,7 @@ ov_status_t propagate_body(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
     if (start != nullptr) start->active = true;
     Clique *selected = select_for_hard_evidence(tree, tree->hard_nodes);
     if (start == nullptr) start = selected;
-    if (start != nullptr && !tree->hard_nodes.empty()) apply_hard_evidence(start, nullptr);
+    if (start != nullptr && !tree->hard_nodes.empty()) apply_hard_evidence(start);
     for (Node *node : tree->hard_nodes) node->mark = 0;
     tree->hard_nodes.clear();
     clique = start;

@@ -87,7 +87,7 @@ Clique *select_for_hard_evidence(JunctionTree *tree, const std::vector<Node *> &
 // Applies each marked hard finding in the first active clique, leaves
 // first, that holds its node: zeroes the cells that disagree, books the
 // finding's weight in the clique and clears the marks of its members.
-void apply_hard_evidence(Clique *c, const Clique *parent) noexcept;
+void apply_hard_evidence(Clique *start) noexcept;
 
 // ---------------------------------------------------------------- messages
 
@@ -97,8 +97,8 @@ struct Run {
   ov_evidence_mode_t mode;
 };
 
-// Passes messages outwards from `c` over every link but the one to `parent`.
-ov_status_t distribute(const Run &run, Clique *c, Clique *parent);
+// Passes messages outwards from `root` over every link of the tree.
+ov_status_t distribute(const Run &run, Clique *root);
 // A collect to the root (`clique`, or the one select_root gives, or the
 // tree's root), the normalisation there, and a distribute.
 ov_status_t collect_and_distribute(const Run &run, Clique *clique);

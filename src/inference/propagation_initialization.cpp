@@ -29,8 +29,7 @@ ov_status_t check_node_tables(JunctionTree *tree) {
     if (node->category == ov_category_chance && node->table != nullptr &&
         normalize_node_table(node->table, true) != ov_error_none)
       return ov_error_code();
-  for (auto &component : tree->domain->chain_components) {
-    if (component->members.empty() || component->members[0]->junction_tree != tree) continue;
+  for (ChainComponent *component : tree->components) {
     for (Table *potential : component->potentials)
       for (Size i = 0; i < potential->size; ++i)
         if (potential->data[i] < 0.0f) return fail(ov_error_negative_probability);
@@ -42,8 +41,7 @@ ov_status_t check_node_tables(JunctionTree *tree) {
 // product of its members' tables and chain potentials.
 ov_status_t build_normalizers(JunctionTree *tree) {
   Domain *domain = tree->domain;
-  for (auto &component : domain->chain_components) {
-    if (component->members.empty() || component->members[0]->junction_tree != tree) continue;
+  for (ChainComponent *component : tree->components) {
     NodeList nodes = component->members;
     for (Node *node : component->normalizer->nodes)
       if (!nodes.contains(node)) nodes.push_back(node);
@@ -68,13 +66,9 @@ ov_status_t build_normalizers(JunctionTree *tree) {
 }
 
 ov_status_t fill_cliques(JunctionTree *tree) {
-  Domain *domain = tree->domain;
-  for (auto &node : domain->nodes)
-    if (node->category == ov_category_chance && node->home_clique != nullptr &&
-        node->home_clique->junction_tree == tree && table_multiply_into(node->table_plan, false) != ov_error_none)
-      return ov_error_code();
-  for (auto &component : domain->chain_components) {
-    if (component->normalizer_clique == nullptr || component->normalizer_clique->junction_tree != tree) continue;
+  for (Node *node : tree->homed)
+    if (table_multiply_into(node->table_plan, false) != ov_error_none) return ov_error_code();
+  for (ChainComponent *component : tree->normalized_components) {
     if (table_multiply_into(component->normalizer_plan, false) != ov_error_none) return ov_error_code();
     for (KernelPlan *plan : component->potential_plans)
       if (table_multiply_into(plan, false) != ov_error_none) return ov_error_code();
@@ -84,17 +78,19 @@ ov_status_t fill_cliques(JunctionTree *tree) {
 
 // Post-order over the whole tree: each child's marginal onto its separator
 // goes into the parent. The separators held 1, so nothing is divided.
-ov_status_t initial_collect(Clique *c, Clique *parent) {
-  for (CliqueLink &link : c->links) {
-    if (link.neighbour == parent) continue;
-    if (initial_collect(link.neighbour, c) != ov_error_none) return ov_error_code();
-  }
-  if (parent == nullptr) return ov_error_none;
-  CliqueLink &up = link_to(c, parent);
-  if (table_marginalize(up.plan, ov_equilibrium_sum, ov_mode_normal, false) != ov_error_none ||
-      table_multiply_into(link_to(parent, c).plan, false) != ov_error_none)
-    return ov_error_code();
-  return ov_error_none;
+ov_status_t initial_collect(Clique *root) {
+  ov_status_t status = ov_error_none;
+  walk_tree(
+      root->domain->forest->walk_stack, root, [](WalkStep &) { return WalkVisit::into; },
+      [&](WalkStep &step, WalkStep *) {
+        if (step.parent == nullptr) return true;
+        if (table_marginalize(link_to(step.clique, step.parent).plan, ov_equilibrium_sum, ov_mode_normal, false) !=
+                ov_error_none ||
+            table_multiply_into(step.down->plan, false) != ov_error_none)
+          status = ov_error_code();
+        return status == ov_error_none;
+      });
+  return status;
 }
 
 } // namespace
@@ -121,20 +117,48 @@ void reset_evidence_state(JunctionTree *tree) noexcept {
   }
 }
 
-// The tree's node and clique lists and the domain's walk buffer; made once.
+namespace {
+
+// The node, clique and component lists of every tree of the forest, in one
+// pass over the domain, so that a tree's initialisation visits only its own
+// nodes.
+void make_tree_lists(Domain *domain) {
+  CompiledForest &forest = *domain->forest;
+  for (auto &tree : forest.junction_trees) {
+    tree->members.clear();
+    tree->cliques.clear();
+    tree->homed.clear();
+    tree->components.clear();
+    tree->normalized_components.clear();
+  }
+  for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it)
+    if ((*it)->junction_tree != nullptr && takes_evidence(it->get()))
+      (*it)->junction_tree->members.push_back(it->get());
+  for (auto &node : domain->nodes)
+    if (node->category == ov_category_chance && node->home_clique != nullptr)
+      node->home_clique->junction_tree->homed.push_back(node.get());
+  for (auto &clique : forest.cliques) clique->junction_tree->cliques.push_back(clique.get());
+  for (auto &component : domain->chain_components) {
+    if (!component->members.empty() && component->members[0]->junction_tree != nullptr)
+      component->members[0]->junction_tree->components.push_back(component.get());
+    if (component->normalizer_clique != nullptr)
+      component->normalizer_clique->junction_tree->normalized_components.push_back(component.get());
+  }
+  for (auto &tree : forest.junction_trees) tree->lists_made = true;
+}
+
+} // namespace
+
+// The tree's node and clique lists and the domain's walk buffers; made once.
 void prepare_tree(JunctionTree *tree) {
   Domain *domain = tree->domain;
-  if (tree->members.empty()) {
-    for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it)
-      if ((*it)->junction_tree == tree && takes_evidence(it->get())) tree->members.push_back(it->get());
-  }
-  if (tree->cliques.empty())
-    for (auto &clique : domain->forest->cliques)
-      if (clique->junction_tree == tree) tree->cliques.push_back(clique.get());
+  if (!tree->lists_made) make_tree_lists(domain);
+  CompiledForest &forest = *domain->forest;
   tree->hard_nodes.reserve(tree->members.size());
+  forest.walk_stack.reserve(tree->cliques.size());
   std::size_t widest = 0;
   for (Clique *clique : tree->cliques) widest = std::max<std::size_t>(widest, clique->table->nodes.size());
-  if (domain->forest->walk_strides.size() < 5 * widest) domain->forest->walk_strides.resize(5 * widest);
+  if (forest.walk_strides.size() < 5 * widest) forest.walk_strides.resize(5 * widest);
   // The scratch vector of marginals, for the largest separator and marginal.
   Size largest = 1;
   for (Clique *clique : tree->cliques)
@@ -191,11 +215,11 @@ ov_status_t initialize_tables(JunctionTree *tree, bool first_time) {
       if (clique->utility_table != nullptr) table_fill(clique->utility_table);
     }
   if (check_node_tables(tree) != ov_error_none || build_normalizers(tree) != ov_error_none ||
-      fill_cliques(tree) != ov_error_none || initial_collect(tree->root, nullptr) != ov_error_none)
+      fill_cliques(tree) != ov_error_none || initial_collect(tree->root) != ov_error_none)
     return ov_error_code();
   tree->initial_constant = 1.0;
   const Run run{tree, ov_equilibrium_sum, ov_mode_normal};
-  if (distribute(run, tree->root, nullptr) != ov_error_none ||
+  if (distribute(run, tree->root) != ov_error_none ||
       compute_marginals(tree, false, ov_equilibrium_sum, ov_mode_normal) != ov_error_none)
     return ov_error_code();
   copy_initial_beliefs(tree);

@@ -46,8 +46,10 @@ ov_status_t normalize_message(const Run &run, Clique *source, Clique *target, Ta
   return ov_error_none;
 }
 
-// Passes the message of `source` over its link into `target`.
-ov_status_t absorb(const Run &run, Clique *source, Clique *target, CliqueLink &link, bool collecting) {
+// Passes the message of `source` over its link `out` into `target`, whose
+// link back is `in`.
+ov_status_t absorb(const Run &run, Clique *source, Clique *target, CliqueLink &out, CliqueLink &in, bool collecting) {
+  CliqueLink &link = out;
   Table *separator = link.separator;
   double *values = marginal_to_scratch(link.plan, run.equilibrium, run.mode, stream_buffer(link.plan));
   if (values == nullptr) return ov_error_code();
@@ -66,30 +68,38 @@ ov_status_t absorb(const Run &run, Clique *source, Clique *target, CliqueLink &l
   // are zero already (the finding reached this clique in the collect, or an
   // earlier propagation), so the multiply skips them.
   const bool restrict = !collecting && run.mode == ov_mode_normal;
-  if (table_multiply_into(link_to(target, source).plan, restrict) != ov_error_none) return ov_error_code();
+  if (table_multiply_into(in.plan, restrict) != ov_error_none) return ov_error_code();
   for (Size i = 0; i < n; ++i) s[i] = static_cast<ov_number_t>(values[i]);
   return ov_error_none;
 }
 
-ov_status_t collect(const Run &run, Clique *c, Clique *parent) {
-  if (!c->active) return ov_error_none;
-  for (CliqueLink &link : c->links) {
-    if (link.neighbour == parent) continue;
-    if (collect(run, link.neighbour, c) != ov_error_none) return ov_error_code();
-  }
-  if (parent != nullptr) return absorb(run, c, parent, link_to(c, parent), true);
-  return ov_error_none;
+// Post-order from the root: a clique's subtree first, then its message to
+// its parent. An inactive clique is left out with its subtree.
+ov_status_t collect(const Run &run, Clique *root) {
+  ov_status_t status = ov_error_none;
+  walk_tree(
+      root->domain->forest->walk_stack, root,
+      [](WalkStep &step) { return step.clique->active ? WalkVisit::into : WalkVisit::skip; },
+      [&](WalkStep &step, WalkStep *) {
+        if (step.parent == nullptr) return true;
+        status = absorb(run, step.clique, step.parent, link_to(step.clique, step.parent), *step.down, true);
+        return status == ov_error_none;
+      });
+  return status;
 }
 
 } // namespace
 
-ov_status_t distribute(const Run &run, Clique *c, Clique *parent) {
-  if (parent != nullptr && absorb(run, parent, c, link_to(parent, c), false) != ov_error_none) return ov_error_code();
-  for (CliqueLink &link : c->links) {
-    if (link.neighbour == parent) continue;
-    if (distribute(run, link.neighbour, c) != ov_error_none) return ov_error_code();
-  }
-  return ov_error_none;
+// Pre-order from the root: each clique takes its parent's message before
+// passing its own on.
+ov_status_t distribute(const Run &run, Clique *root) {
+  ov_status_t status = ov_error_none;
+  walk_tree(root->domain->forest->walk_stack, root, [&](WalkStep &step) {
+    if (step.parent == nullptr) return WalkVisit::into;
+    status = absorb(run, step.parent, step.clique, *step.down, link_to(step.clique, step.parent), false);
+    return status == ov_error_none ? WalkVisit::into : WalkVisit::stop;
+  });
+  return status;
 }
 
 namespace {
@@ -142,7 +152,7 @@ ov_status_t collect_and_distribute(const Run &run, Clique *clique) {
   Clique *root = select_root(tree);
   if (clique != nullptr) root = clique;
   if (root == nullptr) root = tree->root;
-  if (collect(run, root, nullptr) != ov_error_none) return ov_error_code();
+  if (collect(run, root) != ov_error_none) return ov_error_code();
   const double z = clique_total(root, run.equilibrium, run.mode);
   if (check_range(z) != ov_error_none) return ov_error_code();
   root->factor /= z;
@@ -160,7 +170,7 @@ ov_status_t collect_and_distribute(const Run &run, Clique *clique) {
   tree->step_log_constant += std::log(z);
   tree->total_constant *= tree->step_constant;
   tree->total_log_constant += tree->step_log_constant;
-  return distribute(run, root, nullptr);
+  return distribute(run, root);
 }
 
 } // namespace orvel::engine

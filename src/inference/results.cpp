@@ -9,6 +9,7 @@
 #include "api/error.h"
 #include "compile/compile.h"
 #include "compile/compiled_forest.h"
+#include "compile/tree_walk.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "table/algebra.h"
@@ -50,13 +51,16 @@ struct Gather {
 
 // Whether the subtree of `c` (away from `parent`) holds one of the nodes
 // not yet covered.
-bool subtree_needed(const Clique *c, const Clique *parent, const std::vector<bool> &covered,
-                    const NodeList &wanted) noexcept {
-  for (std::uint32_t i = 0; i < wanted.size(); ++i)
-    if (!covered[i] && c->table->nodes.contains(wanted[i])) return true;
-  for (const CliqueLink &link : c->links)
-    if (link.neighbour != parent && subtree_needed(link.neighbour, c, covered, wanted)) return true;
-  return false;
+bool subtree_needed(Clique *c, Clique *parent, const std::vector<bool> &covered, const NodeList &wanted,
+                    WalkStack &stack) {
+  return !walk_subtree(
+      stack, c, parent,
+      [&](WalkStep &step) {
+        for (std::uint32_t i = 0; i < wanted.size(); ++i)
+          if (!covered[i] && step.clique->table->nodes.contains(wanted[i])) return WalkVisit::stop;
+        return WalkVisit::into;
+      },
+      [](WalkStep &, WalkStep *) { return true; });
 }
 
 // A new table over `nodes` holding the marginal of `table`; the old table is
@@ -78,56 +82,81 @@ Table *reduce_to(Table *table, const NodeList &nodes, const Gather &g) {
   return reduced;
 }
 
-// The joint of `c`'s members and the wanted nodes of its subtree (away
-// from `parent`): c's table times, for each neighbour whose subtree holds a
-// wanted node not yet covered, that subtree's joint over the separator and
-// its wanted nodes divided by the separator. Conditional independence given
-// the separators makes the product exact.
-Table *subtree_joint(Clique *c, const Clique *parent, std::vector<bool> &covered, const Gather &g) {
+// Joins `below`, the joint of a subtree reached over a link with
+// `separator`, into `joint`, the joint of the clique `c` the link leaves:
+// the subtree's joint over the separator and its wanted nodes, divided by
+// the separator. Conditional independence given the separators makes the
+// product exact. Both tables are consumed; null on failure.
+Table *join_subtree(Clique *c, Table *joint, Table *below, Table *separator, const Gather &g) {
   const NodeList &wanted = *g.wanted;
-  for (std::uint32_t i = 0; i < wanted.size(); ++i)
-    if (c->table->nodes.contains(wanted[i])) covered[i] = true;
-  Table *joint = table_clone(c->table);
-  if (joint == nullptr) return nullptr;
-  joint->role = role_returned;
-  for (CliqueLink &link : c->links) {
-    if (link.neighbour == parent || !subtree_needed(link.neighbour, c, covered, wanted)) continue;
-    Table *below = subtree_joint(link.neighbour, c, covered, g);
-    if (below == nullptr) {
-      table_delete(joint);
-      return nullptr;
-    }
-    // Down to the separator and the wanted nodes.
-    NodeList keep;
-    for (Node *node : below->nodes)
-      if (wanted.contains(node) || link.separator->nodes.contains(node)) keep.push_back(node);
-    below = reduce_to(below, keep, g);
-    if (below == nullptr) {
-      table_delete(joint);
-      return nullptr;
-    }
-    NodeList nodes = joint->nodes;
-    for (Node *node : below->nodes)
-      if (!nodes.contains(node)) nodes.push_back(node);
-    Table *wide = table_new(g.domain, nodes.data(), ov_table_kind_probability, role_returned, true, true);
-    ov_status_t status = wide == nullptr ? ov_error_code() : multiply_tables(wide, joint);
+  // Down to the separator and the wanted nodes.
+  NodeList keep;
+  for (Node *node : below->nodes)
+    if (wanted.contains(node) || separator->nodes.contains(node)) keep.push_back(node);
+  below = reduce_to(below, keep, g);
+  if (below == nullptr) {
     table_delete(joint);
-    if (status == ov_error_none) status = multiply_tables(wide, below);
-    table_delete(below);
-    if (status == ov_error_none) status = divide_tables(wide, link.separator);
-    if (status != ov_error_none) {
-      table_delete(wide);
-      set_error(status);
-      return nullptr;
-    }
-    // Only c's members and the wanted nodes matter from here on.
-    keep = NodeList();
-    for (Node *node : wide->nodes)
-      if (wanted.contains(node) || c->table->nodes.contains(node)) keep.push_back(node);
-    joint = reduce_to(wide, keep, g);
-    if (joint == nullptr) return nullptr;
+    return nullptr;
   }
-  return joint;
+  NodeList nodes = joint->nodes;
+  for (Node *node : below->nodes)
+    if (!nodes.contains(node)) nodes.push_back(node);
+  Table *wide = table_new(g.domain, nodes.data(), ov_table_kind_probability, role_returned, true, true);
+  ov_status_t status = wide == nullptr ? ov_error_code() : multiply_tables(wide, joint);
+  table_delete(joint);
+  if (status == ov_error_none) status = multiply_tables(wide, below);
+  table_delete(below);
+  if (status == ov_error_none) status = divide_tables(wide, separator);
+  if (status != ov_error_none) {
+    table_delete(wide);
+    set_error(status);
+    return nullptr;
+  }
+  // Only c's members and the wanted nodes matter from here on.
+  keep = NodeList();
+  for (Node *node : wide->nodes)
+    if (wanted.contains(node) || c->table->nodes.contains(node)) keep.push_back(node);
+  return reduce_to(wide, keep, g);
+}
+
+// The joint of `start`'s members and the wanted nodes of the tree: each
+// clique's table times the joints of those neighbouring subtrees that hold
+// a wanted node not yet covered, gathered leaves first.
+Table *subtree_joint(Clique *start, std::vector<bool> &covered, const Gather &g) {
+  const NodeList &wanted = *g.wanted;
+  WalkStack stack, search;
+  std::vector<Table *> joints; // one for each clique on the path
+  Table *result = nullptr;
+  bool failed = false;
+  walk_tree(
+      stack, start,
+      [&](WalkStep &step) {
+        Clique *c = step.clique;
+        if (step.parent != nullptr && !subtree_needed(c, step.parent, covered, wanted, search)) return WalkVisit::skip;
+        for (std::uint32_t i = 0; i < wanted.size(); ++i)
+          if (c->table->nodes.contains(wanted[i])) covered[i] = true;
+        Table *joint = table_clone(c->table);
+        if (joint == nullptr) return failed = true, WalkVisit::stop;
+        joint->role = role_returned;
+        joints.push_back(joint);
+        return WalkVisit::into;
+      },
+      [&](WalkStep &step, WalkStep *parent) {
+        Table *below = joints.back();
+        joints.pop_back();
+        if (parent == nullptr) {
+          result = below;
+          return true;
+        }
+        joints.back() = join_subtree(parent->clique, joints.back(), below, step.down->separator, g);
+        if (joints.back() != nullptr) return true;
+        joints.pop_back();
+        failed = true;
+        return false;
+      });
+  if (failed)
+    for (Table *joint : joints) table_delete(joint);
+  return failed ? nullptr : result;
 }
 
 Table *general_search(Domain *domain, JunctionTree *tree, const NodeList &nodes) {
@@ -142,7 +171,7 @@ Table *general_search(Domain *domain, JunctionTree *tree, const NodeList &nodes)
   const Gather g{domain, &nodes, static_cast<ov_equilibrium_t>(tree->equilibrium),
                  static_cast<ov_evidence_mode_t>(tree->evidence_mode)};
   std::vector<bool> covered(nodes.size(), false);
-  return subtree_joint(start, nullptr, covered, g);
+  return subtree_joint(start, covered, g);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 
 #include "api/error.h"
 #include "compile/compiled_forest.h"
+#include "compile/tree_walk.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "learn/random.h"
@@ -169,16 +170,20 @@ ov_status_t sample_clique(Domain *domain, Clique *clique, std::vector<ov_number_
   return ov_error_none;
 }
 
-ov_status_t sample_subtree(Domain *domain, Clique *clique, const Clique *parent, std::vector<ov_number_t> &weights,
-                           std::vector<std::uint32_t> &free_members, double &probability) {
-  double p = 1.0;
-  if (sample_clique(domain, clique, weights, free_members, p) != ov_error_none) return ov_error_code();
-  probability *= p;
-  for (CliqueLink &link : clique->links)
-    if (link.neighbour != parent &&
-        sample_subtree(domain, link.neighbour, clique, weights, free_members, probability) != ov_error_none)
-      return ov_error_code();
-  return ov_error_none;
+// Samples the cliques of a tree from its root outwards, each given the
+// states its neighbour nearer the root has fixed.
+ov_status_t sample_tree(Domain *domain, JunctionTree *tree, std::vector<ov_number_t> &weights,
+                        std::vector<std::uint32_t> &free_members, double &probability) {
+  WalkStack stack;
+  ov_status_t status = ov_error_none;
+  walk_tree(stack, tree->root, [&](WalkStep &step) {
+    double p = 1.0;
+    status = sample_clique(domain, step.clique, weights, free_members, p);
+    if (status != ov_error_none) return WalkVisit::stop;
+    probability *= p;
+    return WalkVisit::into;
+  });
+  return status;
 }
 
 ov_status_t simulate_from_forest(Domain *domain) {
@@ -192,8 +197,7 @@ ov_status_t simulate_from_forest(Domain *domain) {
   std::vector<std::uint32_t> free_members;
   for (auto &tree : domain->forest->junction_trees) {
     double probability = 1.0;
-    if (sample_subtree(domain, tree->root, nullptr, weights, free_members, probability) != ov_error_none)
-      return ov_error_code();
+    if (sample_tree(domain, tree.get(), weights, free_members, probability) != ov_error_none) return ov_error_code();
     tree->probability_of_random_selection = probability;
   }
   return ov_error_none;
