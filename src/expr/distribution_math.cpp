@@ -876,8 +876,8 @@ double bup(double a, double b, double x, double y, int n, double eps) {
   const double apb = a + b, ap1 = a + 1;
   double mu = 0, d = 1;
   if (n != 1 && a >= 1 && apb >= 1.1 * ap1) {
-    mu = std::trunc(std::fabs(exparg(true)));
-    const double k = std::trunc(exparg(false));
+    mu = std::trunc(std::fabs(exparg(false)));
+    const double k = std::trunc(exparg(true));
     if (k < mu) mu = k;
     d = std::exp(-mu);
   }
