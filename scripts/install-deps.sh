@@ -3,6 +3,10 @@
 set -euo pipefail
 packages=(build-essential cmake ninja-build zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev clang
   libclang-rt-dev clang-format locales pkg-config)
+# Optional: `install-deps.sh --reference-tools` also installs python3-mpmath, which
+# scripts/distribution-reference.py needs to regenerate
+# tests/data/distribution_reference.tsv. The tests themselves do not need it.
+[ "${1:-}" = "--reference-tools" ] && packages+=(python3-mpmath)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
