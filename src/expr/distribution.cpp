@@ -164,9 +164,9 @@ ov_status_t gamma(const Expression *e, const Cell &c) noexcept {
 
 ov_status_t weibull(const Expression *e, const Cell &c, bool exponential) noexcept {
   if (!c.is_interval())
-    return c.refuse(ov_error_invalid_expression, exponential
-                                                     ? "An Exponential distribution can only be applied to interval nodes"
-                                                     : "A Weibull distribution can only be applied to interval nodes");
+    return c.refuse(ov_error_invalid_expression,
+                    exponential ? "An Exponential distribution can only be applied to interval nodes"
+                                : "A Weibull distribution can only be applied to interval nodes");
   double p[2] = {1.0, 0.0};
   if (exponential) {
     if (ov_status_t status = parameters(e, c.bindings, &p[1], 1)) return status;
@@ -180,9 +180,9 @@ ov_status_t weibull(const Expression *e, const Cell &c, bool exponential) noexce
                       "Weibull distribution parameters must be positive (observed: a = %g, b = %g)\n", p[0], p[1]);
   }
   if (!c.covers(0.0, DBL_MAX))
-    return c.refuse(ov_error_insufficient_state_range, exponential
-                                                           ? "Node range must include [0, inf) for exponential distribution"
-                                                           : "Node range must include [0, inf) for Weibull distribution");
+    return c.refuse(ov_error_insufficient_state_range,
+                    exponential ? "Node range must include [0, inf) for exponential distribution"
+                                : "Node range must include [0, inf) for Weibull distribution");
   store_intervals(c, false, [&](double x1, double x2) { return weibull_interval_probability(p[0], p[1], x1, x2); });
   return ov_error_none;
 }
@@ -230,8 +230,7 @@ ov_status_t binomial(const Expression *e, const Cell &c) noexcept {
     for (std::uint32_t i = 0; i < c.n; ++i) c.store(i, c.out[i]);
     return ov_error_none;
   }
-  if (!(p[0] >= 0.0 && std::floor(p[0]) == p[0] && is_probability(p[1])))
-    return fail(ov_error_inappropriate_arguments);
+  if (!(p[0] >= 0.0 && std::floor(p[0]) == p[0] && is_probability(p[1]))) return fail(ov_error_inappropriate_arguments);
   if (!c.covers(0.0, p[0])) return fail(ov_error_insufficient_state_range);
   store_intervals(c, true, [&](double x1, double x2) { return binomial_interval_probability(p[0], p[1], x1, x2); });
   return ov_error_none;
@@ -319,32 +318,19 @@ ov_status_t cell_values(const Expression *e, const Cell &c) noexcept {
     e = e->value.operands[condition != 0 ? 1 : 2];
   }
   switch (e->operator_code) {
-  case ov_op_normal:
-    return normal(e, c);
-  case ov_op_beta:
-    return beta(e, c);
-  case ov_op_gamma:
-    return gamma(e, c);
-  case ov_op_exponential:
-    return weibull(e, c, true);
-  case ov_op_weibull:
-    return weibull(e, c, false);
-  case ov_op_uniform:
-    return uniform(e, c);
-  case ov_op_binomial:
-    return binomial(e, c);
-  case ov_op_poisson:
-    return poisson(e, c);
-  case ov_op_negative_binomial:
-    return negative_binomial(e, c, false);
-  case ov_op_geometric:
-    return negative_binomial(e, c, true);
-  case ov_op_distribution:
-    return weights(e, c);
-  case ov_op_noisy_or:
-    return noisy_or(e, c);
-  default:
-    return fail(ov_error_error);
+  case ov_op_normal: return normal(e, c);
+  case ov_op_beta: return beta(e, c);
+  case ov_op_gamma: return gamma(e, c);
+  case ov_op_exponential: return weibull(e, c, true);
+  case ov_op_weibull: return weibull(e, c, false);
+  case ov_op_uniform: return uniform(e, c);
+  case ov_op_binomial: return binomial(e, c);
+  case ov_op_poisson: return poisson(e, c);
+  case ov_op_negative_binomial: return negative_binomial(e, c, false);
+  case ov_op_geometric: return negative_binomial(e, c, true);
+  case ov_op_distribution: return weights(e, c);
+  case ov_op_noisy_or: return noisy_or(e, c);
+  default: return fail(ov_error_error);
   }
 }
 

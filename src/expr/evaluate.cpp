@@ -41,15 +41,13 @@ bool operands_fit(Expression *e) noexcept {
   }
   case ov_op_and:
   case ov_op_or:
-  case ov_op_not:
-    return all_of_type(ops, ov_value_boolean);
+  case ov_op_not: return all_of_type(ops, ov_value_boolean);
   case ov_op_equals:
   case ov_op_not_equals: {
     const int left = resolved_type(ops[0]);
     return left <= ov_value_label && left == resolved_type(ops[1]);
   }
-  default:
-    return all_of_type(ops, ov_value_number);
+  default: return all_of_type(ops, ov_value_number);
   }
 }
 
@@ -59,14 +57,10 @@ int compare_as_numbers(const Expression *e, const Bindings &bindings) noexcept {
       evaluate_number(e->value.operands[1], bindings, &right) != ov_error_none)
     return -1;
   switch (e->operator_code) {
-  case ov_op_less_than:
-    return left < right;
-  case ov_op_greater_than:
-    return left > right;
-  case ov_op_less_than_or_equals:
-    return left <= right;
-  default:
-    return left >= right;
+  case ov_op_less_than: return left < right;
+  case ov_op_greater_than: return left > right;
+  case ov_op_less_than_or_equals: return left <= right;
+  default: return left >= right;
   }
 }
 
@@ -95,9 +89,7 @@ int operands_equal(const Expression *e, const Bindings &bindings) noexcept {
     if (y == nullptr) return -1;
     return std::strcmp(x, y) == 0;
   }
-  default:
-    set_error(ov_error_error);
-    return -1;
+  default: set_error(ov_error_error); return -1;
   }
 }
 
@@ -131,36 +123,16 @@ ov_status_t unary(int op, double x, double *result) noexcept {
     if (x < 0.0) return fail(ov_error_inappropriate_arguments);
     *result = std::sqrt(x);
     return ov_error_none;
-  case ov_op_exp:
-    *result = std::exp(x);
-    break;
-  case ov_op_sin:
-    *result = std::sin(x);
-    break;
-  case ov_op_cos:
-    *result = std::cos(x);
-    break;
-  case ov_op_tan:
-    *result = std::tan(x);
-    break;
-  case ov_op_sinh:
-    *result = std::sinh(x);
-    break;
-  case ov_op_cosh:
-    *result = std::cosh(x);
-    break;
-  case ov_op_tanh:
-    *result = std::tanh(x);
-    break;
-  case ov_op_abs:
-    *result = std::fabs(x);
-    break;
-  case ov_op_floor:
-    *result = std::floor(x);
-    break;
-  case ov_op_ceil:
-    *result = std::ceil(x);
-    break;
+  case ov_op_exp: *result = std::exp(x); break;
+  case ov_op_sin: *result = std::sin(x); break;
+  case ov_op_cos: *result = std::cos(x); break;
+  case ov_op_tan: *result = std::tan(x); break;
+  case ov_op_sinh: *result = std::sinh(x); break;
+  case ov_op_cosh: *result = std::cosh(x); break;
+  case ov_op_tanh: *result = std::tanh(x); break;
+  case ov_op_abs: *result = std::fabs(x); break;
+  case ov_op_floor: *result = std::floor(x); break;
+  case ov_op_ceil: *result = std::ceil(x); break;
   default: // negation
     *result = -x;
     break;
@@ -170,21 +142,14 @@ ov_status_t unary(int op, double x, double *result) noexcept {
 
 ov_status_t binary(int op, double x, double y, double *result) noexcept {
   switch (op) {
-  case ov_op_add:
-    *result = x + y;
-    return ov_error_none;
-  case ov_op_subtract:
-    *result = x - y;
-    return ov_error_none;
-  case ov_op_multiply:
-    *result = x * y;
-    return ov_error_none;
+  case ov_op_add: *result = x + y; return ov_error_none;
+  case ov_op_subtract: *result = x - y; return ov_error_none;
+  case ov_op_multiply: *result = x * y; return ov_error_none;
   case ov_op_divide:
     if (y == 0.0) return fail(ov_error_division_by_zero);
     *result = x / y;
     return ov_error_none;
-  case ov_op_power:
-    return power(x, y, result);
+  case ov_op_power: return power(x, y, result);
   default: { // mod: the floored remainder
     if (y == 0.0) return fail(ov_error_inappropriate_arguments);
     double r = std::fmod(x, y);
@@ -209,28 +174,19 @@ ov_status_t resolve_expression_types(Expression *expression) noexcept {
   switch (expression->operator_code) {
   case ov_op_number:
   case ov_op_label:
-  case ov_op_boolean:
-    return ov_error_none;
+  case ov_op_boolean: return ov_error_none;
   case ov_op_node: {
     const Node *node = expression->value.node;
     if (!node->has_states()) return fail(ov_error_error);
     switch (node->subtype) {
-    case ov_subtype_label:
-      expression->value_type = 7;
-      return ov_error_none;
-    case ov_subtype_boolean:
-      expression->value_type = 6;
-      return ov_error_none;
+    case ov_subtype_label: expression->value_type = 7; return ov_error_none;
+    case ov_subtype_boolean: expression->value_type = 6; return ov_error_none;
     case ov_subtype_number:
-    case ov_subtype_interval:
-      expression->value_type = 5;
-      return ov_error_none;
-    default:
-      return fail(ov_error_error);
+    case ov_subtype_interval: expression->value_type = 5; return ov_error_none;
+    default: return fail(ov_error_error);
     }
   }
-  default:
-    break;
+  default: break;
   }
   if (!is_composite_operator(expression->operator_code)) return fail(ov_error_error);
   for (Expression *const *op = expression->value.operands; *op != nullptr; ++op)
@@ -241,9 +197,7 @@ ov_status_t resolve_expression_types(Expression *expression) noexcept {
 ov_status_t evaluate_number(const Expression *e, const Bindings &bindings, double *result) noexcept {
   const int op = e->operator_code;
   switch (op) {
-  case ov_op_number:
-    *result = e->value.number;
-    return ov_error_none;
+  case ov_op_number: *result = e->value.number; return ov_error_none;
   case ov_op_node: {
     const Binding *b = bindings.find(e->value.node);
     if (b == nullptr) return fail(ov_error_error);
@@ -278,8 +232,7 @@ ov_status_t evaluate_number(const Expression *e, const Bindings &bindings, doubl
     if (ov_status_t status = evaluate_number(e->value.operands[1], bindings, &y)) return status;
     return binary(op, x, y, result);
   }
-  default:
-    break;
+  default: break;
   }
   if ((op >= ov_op_log && op <= ov_op_ceil) || op == ov_op_negate) {
     double x = 0.0;
@@ -291,8 +244,7 @@ ov_status_t evaluate_number(const Expression *e, const Bindings &bindings, doubl
 
 int evaluate_boolean(const Expression *e, const Bindings &bindings) noexcept {
   switch (e->operator_code) {
-  case ov_op_boolean:
-    return e->value.boolean;
+  case ov_op_boolean: return e->value.boolean;
   case ov_op_node: {
     const Binding *b = bindings.find(e->value.node);
     if (b == nullptr) {
@@ -329,18 +281,14 @@ int evaluate_boolean(const Expression *e, const Bindings &bindings) noexcept {
   case ov_op_less_than:
   case ov_op_greater_than:
   case ov_op_less_than_or_equals:
-  case ov_op_greater_than_or_equals:
-    return compare_as_numbers(e, bindings);
-  default:
-    set_error(ov_error_error);
-    return -1;
+  case ov_op_greater_than_or_equals: return compare_as_numbers(e, bindings);
+  default: set_error(ov_error_error); return -1;
   }
 }
 
 const char *evaluate_label(const Expression *e, const Bindings &bindings) noexcept {
   switch (e->operator_code) {
-  case ov_op_label:
-    return e->value.label;
+  case ov_op_label: return e->value.label;
   case ov_op_node: {
     const Binding *b = bindings.find(e->value.node);
     if (b == nullptr) break;
@@ -351,8 +299,7 @@ const char *evaluate_label(const Expression *e, const Bindings &bindings) noexce
     if (condition < 0) return nullptr;
     return evaluate_label(e->value.operands[condition != 0 ? 1 : 2], bindings);
   }
-  default:
-    break;
+  default: break;
   }
   set_error(ov_error_error);
   return nullptr;

@@ -87,8 +87,7 @@ ov_status_t bind_parents(Bindings &bindings, std::uint32_t first, std::uint32_t 
       double *scratch = out + 3 * static_cast<std::size_t>(n);
       for (std::uint32_t k = 0; k < s; ++k) {
         b.value = lo + (k + 0.5) * width;
-        if (ov_status_t status = bind_parents(bindings, i + 1, end, k == 0 ? out : scratch, n, leaf))
-          return status;
+        if (ov_status_t status = bind_parents(bindings, i + 1, end, k == 0 ? out : scratch, n, leaf)) return status;
         if (k == 0) continue;
         for (std::uint32_t j = 0; j < n; ++j) {
           out[j] += scratch[j];

@@ -41,14 +41,10 @@ bool slot_fits(Expression *expression, const Node *node) noexcept {
   const int type = base_type(expression->value_type);
   if (node->category != ov_category_chance) return type == ov_value_number;
   switch (type) {
-  case ov_value_number:
-    return node->subtype == ov_subtype_number || node->subtype == ov_subtype_interval;
-  case ov_value_boolean:
-    return node->subtype == ov_subtype_boolean;
-  case ov_value_label:
-    return node->subtype == ov_subtype_label;
-  default:
-    return type == ov_value_distribution;
+  case ov_value_number: return node->subtype == ov_subtype_number || node->subtype == ov_subtype_interval;
+  case ov_value_boolean: return node->subtype == ov_subtype_boolean;
+  case ov_value_label: return node->subtype == ov_subtype_label;
+  default: return type == ov_value_distribution;
   }
 }
 
@@ -198,8 +194,7 @@ ov_status_t generate_node_table(Node *node) noexcept {
   Domain *domain = node->home;
   return guarded_status([&]() -> ov_status_t {
     if (!model->expressions) {
-      if (log_printf(domain, "Model for %s is unspecified\n", node_get_name(node)) != ov_error_none)
-        return ov_error_io;
+      if (log_printf(domain, "Model for %s is unspecified\n", node_get_name(node)) != ov_error_none) return ov_error_io;
       return fail(ov_error_invalid_expression);
     }
     Table *table = node_table(node);
