@@ -5,6 +5,9 @@
 //         tree that parses must print, read back and print to the same text;
 //   2     the three token functions and the format probe over a string;
 //   3     the same over a stream, and the parser on a file's own context.
+// A tree that parses also generates the tables of children of every
+// subtype and of a utility node, whose parents are the named nodes: any
+// failure code is allowed, a crash or a not-a-number stored is not.
 // Besides the sanitizers, the target aborts on any failure code the parser
 // must not give, on a message longer than its buffer, and on a location
 // beyond the input.
@@ -14,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "expr/expression.h"
 #include "expr/expression_parser.h"
@@ -25,15 +29,43 @@ namespace {
 
 using namespace orvel;
 
+// Three states: labels "a" "b" "a", values 0 1 2, or cut points
+// -inf 0 1 inf; two for a boolean node.
+void shape(ov_node_t node, ov_subtype_t subtype) {
+  ov_node_set_subtype(node, subtype);
+  ov_node_set_number_of_states(node, subtype == ov_subtype_boolean ? 2 : 3);
+  if (subtype == ov_subtype_label)
+    for (int s = 0; s < 3; ++s) ov_node_set_state_label(node, s, s == 1 ? "b" : "a");
+  if (subtype == ov_subtype_number)
+    for (int s = 0; s < 3; ++s) ov_node_set_state_value(node, s, s);
+  if (subtype == ov_subtype_interval)
+    for (int s = 0; s < 4; ++s) ov_node_set_state_value(node, s, s == 0 ? -HUGE_VAL : s == 3 ? HUGE_VAL : s - 1);
+}
+
 // The scope of names, made once: nodes with plain names and with the names
-// of operators.
+// of operators, of every subtype, and the children whose tables are
+// generated (the last five nodes made), each with all the named nodes as
+// parents.
 Domain *scope() {
   static Domain *domain = [] {
     Domain *d = ov_new_domain();
+    const ov_subtype_t subtypes[] = {ov_subtype_label, ov_subtype_boolean, ov_subtype_number, ov_subtype_interval,
+                                     ov_subtype_label, ov_subtype_number,  ov_subtype_boolean};
+    std::vector<ov_node_t> named;
+    int i = 0;
     for (const char *name : {"A", "B", "C", "min", "Normal", "x_1", "if"}) {
       ov_node_t node = ov_domain_new_node(d, ov_category_chance, ov_kind_discrete);
       ov_node_set_name(node, name);
+      shape(node, subtypes[i++]);
+      named.push_back(node);
     }
+    for (ov_subtype_t subtype : {ov_subtype_label, ov_subtype_boolean, ov_subtype_number, ov_subtype_interval}) {
+      ov_node_t child = ov_domain_new_node(d, ov_category_chance, ov_kind_discrete);
+      shape(child, subtype);
+      for (ov_node_t parent : named) ov_node_add_parent(child, parent);
+    }
+    ov_node_t utility = ov_domain_new_node(d, ov_category_utility, ov_kind_discrete);
+    for (ov_node_t parent : named) ov_node_add_parent(utility, parent);
     return d;
   }();
   return domain;
@@ -88,6 +120,28 @@ void check_failure_code() {
         "unexpected failure code of the parser");
 }
 
+// Stores the tree in a model of each child, generates its table, and
+// takes the model away again.
+void generate_with(ov_expression_t e) {
+  ov_node_t node = ov_domain_get_first_node(scope());
+  for (int child = 0; child < 5; ++child, node = ov_node_get_next(node)) {
+    ov_model_t model = ov_node_new_model(node, nullptr);
+    check(model != nullptr, "no model");
+    ov_model_set_number_of_samples_per_interval(model, 2);
+    // The model frees what it holds when it goes, so it holds a copy.
+    ov_expression_t copy = ov_expression_clone(e);
+    check(copy != nullptr, "clone failed");
+    if (ov_model_set_expression(model, 0, copy) != ov_error_none)
+      ov_expression_delete(copy);
+    else if (ov_node_generate_table(node) == ov_error_none) {
+      ov_table_t table = ov_node_get_table(node);
+      const ov_number_t *data = ov_table_get_data(table);
+      for (ov_count_t i = 0; i < ov_table_get_size(table); ++i) check(!std::isnan(data[i]), "not a number stored");
+    }
+    ov_model_delete(model);
+  }
+}
+
 void fuzz_parser(const std::string &text) {
   HandlerState state{text.size()};
   ov_expression_t e = ov_domain_string_to_expression(scope(), text.c_str(), handler, &state);
@@ -112,6 +166,7 @@ void fuzz_parser(const std::string &text) {
     std::free(second);
     ov_expression_delete(back);
   }
+  generate_with(e);
   check(ov_expression_delete(e) == ov_error_none, "delete failed");
 }
 

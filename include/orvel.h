@@ -490,10 +490,8 @@ OV_API ov_node_t *ov_domain_get_d_separated_nodes(ov_domain_t domain, ov_node_t 
  * an empty or compiled domain; on failure the domain is as before the call.
  * Conditional Gaussian and influence-diagram inference are not available: a
  * domain with continuous, decision or utility nodes fails with usage (and is
- * rolled back). Table generation from models is not available either: a
- * node whose model is stale (a model not read together with its table)
- * fails with invalid_expression when the model lacks expressions, else with
- * error. */
+ * rolled back). Tables of nodes whose models are stale are generated from
+ * the models first; a failing generation fails the compile with its code. */
 OV_API ov_status_t ov_domain_compile(ov_domain_t domain);
 /* Builds the junction forest without table data; progress (may be NULL)
  * receives the name of each stage. usage if already compiled or built. */
@@ -884,6 +882,29 @@ OV_API ov_count_t ov_model_get_number_of_samples_per_interval(ov_model_t model);
 OV_API ov_status_t ov_model_set_user_data(ov_model_t model, void *data);
 /* The caller's pointer, or NULL. */
 OV_API void *ov_model_get_user_data(ov_model_t model);
+
+/* ------------------------------------------------------------------------
+ * Table generation (src/expr/generate_api.cpp)
+ *
+ * A stale model's node table is computed from the model: for each
+ * configuration of the table's nodes the slot of the model nodes' states is
+ * evaluated with the parents bound to their states (number and interval
+ * parents to their values; a bounded interval parent is sampled at the
+ * midpoints of samples_per_interval equal parts and the results averaged).
+ * Reports and failures are written to the domain's log. Errors:
+ * invalid_expression (no expressions, an empty or ill-typed slot, a value
+ * that is no state of the node), invalid_state_values (state values that do
+ * not increase), inappropriate_arguments, insufficient_state_range,
+ * division_by_zero, negative_probability, computation_failed, io.
+ * ------------------------------------------------------------------------ */
+
+/* Generates the node's table if its model is stale (else does nothing).
+ * usage for a node without a model. */
+OV_API ov_status_t ov_node_generate_table(ov_node_t node);
+/* The same for each node with a model, in node list order; stops at the
+ * first failure. */
+OV_API ov_status_t ov_domain_generate_tables(ov_domain_t domain);
+OV_API ov_status_t ov_class_generate_tables(ov_class_t c);
 
 /* ------------------------------------------------------------------------
  * Classes (src/oo/class_api.cpp)

@@ -209,18 +209,6 @@ Expression *model_get_expression(Model *model, std::int64_t index) noexcept {
   return model->expressions[static_cast<Size>(index)];
 }
 
-ov_status_t generate_tables_of_junction_tree(const JunctionTree *tree) noexcept {
-  for (const Node *node : tree->members) {
-    const Model *model = node->model.get();
-    if (model == nullptr || !model->table_is_stale) continue;
-    if (model->expressions.get() == nullptr) return fail(ov_error_invalid_expression);
-    for (Size i = 0; i < model->size; ++i)
-      if (model->expressions[i] == nullptr) return fail(ov_error_invalid_expression);
-    return fail(ov_error_error);
-  }
-  return ov_error_none;
-}
-
 void model_set_samples_per_interval(Model *model, std::uint32_t count) noexcept {
   model->samples_per_interval = count;
   model_mark_stale(model);

@@ -69,13 +69,9 @@ ov_status_t model_set_expression(Model *model, std::int64_t index, Expression *e
 // Marks the model stale and its node's table as changed (the table mark).
 void model_mark_stale(Model *model) noexcept;
 
-// Brings the tables of the tree's nodes that have a stale model up to date,
-// before an initialisation reads them. Generation from expressions is not
-// built yet, so a stale model is refused rather than its table used as it
-// stands: invalid_expression for a model with no expressions or with an
-// empty slot (what generation reports for them), error for a complete
-// model (no evaluator covers its operators yet). A model whose table was
-// read with it (not stale) passes.
+// Generates the tables of the tree's nodes whose models are stale, in the
+// domain's node order, before an initialisation reads them; stops at the
+// first failure. Defined with table generation.
 ov_status_t generate_tables_of_junction_tree(const JunctionTree *tree) noexcept;
 
 // Whether a list may be the model nodes of `node`: distinct nodes of the
