@@ -1,10 +1,10 @@
-// The expression parser: one function per level of precedence. Each level
-// reads its first operand, then one token; a token that does not belong to
-// the level goes back, and the level returns what it has. Every level holds
-// its partial trees in ExpressionPtr, so a failure anywhere releases all of
-// them on the way out.
+// The expression parser: a recursive-descent grammar run from an explicit
+// stack of frames, one per rule in progress. Each level reads its first
+// operand, then one token; a token that does not belong to the level goes
+// back, and the level returns what it has.
 #include "expr/expression_parser.h"
 
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -18,31 +18,20 @@ namespace orvel {
 
 namespace {
 
-ExpressionPtr parse_comparison(ParseContext *ctx);
-
 ExpressionPtr syntax_error() noexcept {
   set_error(ov_error_syntax);
   return nullptr;
 }
 
-// Counts one level of nesting for as long as it lives.
-class NestingLevel {
-public:
-  explicit NestingLevel(ParseContext *ctx) noexcept : ctx_(ctx) { ++ctx_->expression_depth; }
-  ~NestingLevel() { --ctx_->expression_depth; }
-  NestingLevel(const NestingLevel &) = delete;
-  NestingLevel &operator=(const NestingLevel &) = delete;
-  // False, with the error reported, when the parser is nested too deeply.
-  bool ok() const noexcept {
-    if (ctx_->expression_depth <= expression_nesting_limit) return true;
-    parse_report(ctx_, "expression is nested too deeply");
-    set_error(ov_error_syntax);
-    return false;
-  }
-
-private:
-  ParseContext *ctx_;
-};
+// One more level of nesting; false, with the error reported, when that is
+// one too many.
+bool enter_level(ParseContext *ctx) {
+  ++ctx->expression_depth;
+  if (ctx->expression_depth <= expression_nesting_limit) return true;
+  parse_report(ctx, "expression is nested too deeply");
+  set_error(ov_error_syntax);
+  return false;
+}
 
 // A composite of the given operands. The operands are released if it cannot
 // be built; the error stands.
@@ -59,34 +48,8 @@ ExpressionPtr make_composite(int op, ExpressionPtr first, ExpressionPtr second) 
   return ExpressionPtr(made);
 }
 
-// The operands of a call, after its "(": none, or comparison-level
-// expressions separated by "," up to ")".
-bool parse_arguments(ParseContext *ctx, std::vector<ExpressionPtr> &arguments) {
-  int token = scan_expression_token(ctx);
-  if (token == ')') return true;
-  unget_token(ctx, token);
-  for (;;) {
-    ExpressionPtr argument = parse_comparison(ctx);
-    if (!argument) return false;
-    arguments.push_back(std::move(argument));
-    token = scan_expression_token(ctx);
-    if (token == ',') continue;
-    if (token == ')') return true;
-    parse_report(ctx, "`,' or `)' expected");
-    set_error(ov_error_syntax);
-    return false;
-  }
-}
-
-// A function call: the operator's name has been read, and its "(".
-ExpressionPtr parse_call(ParseContext *ctx) {
-  int op = function_operator_from_name(ctx->text_or_empty());
-  if (op < 0) {
-    parse_reportf(ctx, "unknown operator `%s'", message_name(ctx->text_or_empty()).text);
-    return syntax_error();
-  }
-  std::vector<ExpressionPtr> arguments;
-  if (!parse_arguments(ctx, arguments)) return nullptr;
+// A call of the operator op over the arguments read.
+ExpressionPtr make_call(ParseContext *ctx, int op, std::vector<ExpressionPtr> &arguments) {
   Buffer<Expression *> operands = alloc_array<Expression *>(size_add(static_cast<Size>(arguments.size()), 1));
   if (!operands) return nullptr;
   for (std::size_t i = 0; i < arguments.size(); ++i) operands[i] = arguments[i].get();
@@ -102,134 +65,274 @@ ExpressionPtr parse_call(ParseContext *ctx) {
   return ExpressionPtr(made);
 }
 
-// A name: a function call when "(" follows, otherwise a node of the scope
-// (which hides the constants true and false), or one of those constants.
-ExpressionPtr parse_name(ParseContext *ctx) {
-  const char *name = ctx->text_or_empty();
-  set_error(ov_error_none);
-  Node *node = ctx->domain != nullptr ? domain_find_node(ctx->domain, name) : nullptr;
-  ov_error_t lookup_error = ov_error_code();
-  int constant = std::strcmp(name, "true") == 0 ? 1 : std::strcmp(name, "false") == 0 ? 0 : -1;
+// The grammar, lowest precedence first:
+//   comparison: sum [ op sum ]                       (at most one comparison)
+//   sum:        [ "+" | "-" ] product { ("+" | "-") product }
+//   product:    power { ("*" | "/") power }
+//   power:      primary [ "^" power ]                 (grouping to the right)
+//   primary:    "(" comparison ")" | path | string | number
+//             | name [ "(" [ comparison { "," comparison } ] ")" ]
+// A leading sign covers the whole first product; on a number constant a
+// minus is folded into it.
+//
+// Nesting is unbounded in the text but bounded by expression_nesting_limit,
+// so the rules are run from an explicit stack of frames rather than by
+// recursion: the depth of a parse never depends on the caller's stack. A
+// frame is a rule in progress; `stage' says where it goes on when the rule
+// it started returns its result. Every level holds its partial trees in
+// ExpressionPtr, so a failure anywhere releases all of them.
+enum class Rule : std::uint8_t { comparison, sum, product, power, parenthesis, arguments };
 
-  int token = scan_expression_token(ctx);
-  if (token == '(') return parse_call(ctx);
-  unget_token(ctx, token);
-  if (node != nullptr) return ExpressionPtr(node_expression(node));
-  if (lookup_error != ov_error_none) {
-    set_error(lookup_error);
-    return nullptr;
-  }
-  if (constant >= 0) return ExpressionPtr(boolean_expression(constant));
-  parse_report(ctx, "no such node");
-  return syntax_error();
-}
+struct Frame {
+  explicit Frame(Rule r) : rule(r) {}
+  Rule rule;
+  int stage = 0;
+  int op = 0;           // the operator waiting for its right operand, or the call's
+  bool negate = false;  // a leading minus of a sum
+  bool counted = false; // the frame holds a level of nesting
+  ExpressionPtr left;
+  std::vector<ExpressionPtr> arguments;
+};
 
-ExpressionPtr parse_primary(ParseContext *ctx) {
-  int token = scan_expression_token(ctx);
-  switch (token) {
-  case '(': {
-    ExpressionPtr inner = parse_comparison(ctx);
-    if (!inner) return nullptr;
-    if (scan_expression_token(ctx) != ')') return syntax_error();
-    return inner;
-  }
-  case tok_dotted_name: {
-    if (ctx->domain == nullptr) return syntax_error(); // no scope to resolve in
-    Node *node = resolve_node_path(ctx, ctx->domain, ctx->text.get());
-    if (node == nullptr) return nullptr;
-    return ExpressionPtr(node_expression(node));
-  }
-  case tok_string: return ExpressionPtr(label_expression(ctx->text_or_empty()));
-  case tok_number: return ExpressionPtr(number_expression(ctx->number));
-  case tok_name: return parse_name(ctx);
-  default: return syntax_error();
-  }
-}
+class Parser {
+public:
+  explicit Parser(ParseContext *ctx) : ctx_(ctx), depth_(ctx->expression_depth) {}
+  ~Parser() { ctx_->expression_depth = depth_; }
+  Parser(const Parser &) = delete;
+  Parser &operator=(const Parser &) = delete;
 
-// power: primary [ "^" power ], grouping to the right.
-ExpressionPtr parse_power(ParseContext *ctx) {
-  ExpressionPtr base = parse_primary(ctx);
-  if (!base) return nullptr;
-  int token = scan_expression_token(ctx);
-  if (token != '^') {
-    unget_token(ctx, token);
-    return base;
-  }
-  NestingLevel level(ctx);
-  if (!level.ok()) return nullptr;
-  ExpressionPtr exponent = parse_power(ctx);
-  if (!exponent) return nullptr;
-  return make_composite(ov_op_power, std::move(base), std::move(exponent));
-}
-
-// product: power { ("*" | "/") power }, grouping to the left.
-ExpressionPtr parse_product(ParseContext *ctx) {
-  ExpressionPtr left = parse_power(ctx);
-  if (!left) return nullptr;
-  for (;;) {
-    int token = scan_expression_token(ctx);
-    if (token != '*' && token != '/') {
-      unget_token(ctx, token);
-      return left;
+  ExpressionPtr run() {
+    if (!call(Rule::comparison)) return nullptr;
+    ExpressionPtr result;
+    while (!frames_.empty()) {
+      Step step = resume(frames_.back(), result);
+      if (step == Step::fail) return nullptr;
+      if (step == Step::give) {
+        result = std::move(frames_.back().left);
+        if (frames_.back().counted) --ctx_->expression_depth;
+        frames_.pop_back();
+      }
     }
-    ExpressionPtr right = parse_power(ctx);
-    if (!right) return nullptr;
-    left = make_composite(token == '*' ? ov_op_multiply : ov_op_divide, std::move(left), std::move(right));
-    if (!left) return nullptr;
+    return result;
   }
-}
 
-// sum: [ "+" | "-" ] product { ("+" | "-") product }. A leading sign covers
-// the whole first product; on a number constant a minus is folded into it.
-ExpressionPtr parse_sum(ParseContext *ctx) {
-  int token = scan_expression_token(ctx);
-  bool negate = token == '-';
-  if (token != '+' && token != '-') unget_token(ctx, token);
-  ExpressionPtr left = parse_product(ctx);
-  if (!left) return nullptr;
-  if (negate) {
-    if (left->operator_code == ov_op_number) {
-      left->value.number = -left->value.number;
-    } else {
-      left = make_composite(ov_op_negate, std::move(left), nullptr);
-      if (!left) return nullptr;
+private:
+  // What a frame does next: wait for the rule it started, return its `left'
+  // to the frame below, or fail.
+  enum class Step { wait, give, fail };
+
+  bool call(Rule rule) {
+    frames_.emplace_back(rule);
+    if (rule != Rule::comparison) return true;
+    frames_.back().counted = true;
+    return enter_level(ctx_);
+  }
+
+  Step start(Rule rule) { return call(rule) ? Step::wait : Step::fail; }
+
+  static Step give(Frame &frame, ExpressionPtr value) {
+    if (!value) return Step::fail;
+    frame.left = std::move(value);
+    return Step::give;
+  }
+
+  Step resume(Frame &frame, ExpressionPtr &result) {
+    switch (frame.rule) {
+    case Rule::comparison: return comparison(frame, result);
+    case Rule::sum: return sum(frame, result);
+    case Rule::product: return product(frame, result);
+    case Rule::power: return power(frame, result);
+    case Rule::parenthesis:
+      if (scan_expression_token(ctx_) != ')') return (void)syntax_error(), Step::fail;
+      return give(frame, std::move(result));
+    case Rule::arguments: return arguments(frame, result);
+    }
+    return Step::fail;
+  }
+
+  Step comparison(Frame &frame, ExpressionPtr &result) {
+    switch (frame.stage) {
+    case 0: frame.stage = 1; return start(Rule::sum);
+    case 1: {
+      frame.left = std::move(result);
+      int token = scan_expression_token(ctx_);
+      if (token > tok_eq || token < tok_ge) {
+        unget_token(ctx_, token);
+        return Step::give;
+      }
+      frame.op = -token;
+      frame.stage = 2;
+      return start(Rule::sum);
+    }
+    default: return give(frame, make_composite(frame.op, std::move(frame.left), std::move(result)));
     }
   }
-  for (;;) {
-    token = scan_expression_token(ctx);
+
+  Step sum(Frame &frame, ExpressionPtr &result) {
+    switch (frame.stage) {
+    case 0: {
+      int token = scan_expression_token(ctx_);
+      frame.negate = token == '-';
+      if (token != '+' && token != '-') unget_token(ctx_, token);
+      frame.stage = 1;
+      return start(Rule::product);
+    }
+    case 1:
+      frame.left = std::move(result);
+      if (frame.negate) {
+        if (frame.left->operator_code == ov_op_number) {
+          frame.left->value.number = -frame.left->value.number;
+        } else {
+          frame.left = make_composite(ov_op_negate, std::move(frame.left), nullptr);
+          if (!frame.left) return Step::fail;
+        }
+      }
+      break;
+    default:
+      frame.left = make_composite(frame.op, std::move(frame.left), std::move(result));
+      if (!frame.left) return Step::fail;
+      break;
+    }
+    int token = scan_expression_token(ctx_);
     if (token != '+' && token != '-') {
-      unget_token(ctx, token);
-      return left;
+      unget_token(ctx_, token);
+      return Step::give;
     }
-    ExpressionPtr right = parse_product(ctx);
-    if (!right) return nullptr;
-    left = make_composite(token == '+' ? ov_op_add : ov_op_subtract, std::move(left), std::move(right));
-    if (!left) return nullptr;
+    frame.op = token == '+' ? ov_op_add : ov_op_subtract;
+    frame.stage = 2;
+    return start(Rule::product);
   }
-}
 
-// comparison: sum [ op sum ]. At most one comparison: a second one is left
-// for the caller, who does not expect it.
-ExpressionPtr parse_comparison(ParseContext *ctx) {
-  NestingLevel level(ctx);
-  if (!level.ok()) return nullptr;
-  ExpressionPtr left = parse_sum(ctx);
-  if (!left) return nullptr;
-  int token = scan_expression_token(ctx);
-  if (token > tok_eq || token < tok_ge) {
-    unget_token(ctx, token);
-    return left;
+  Step product(Frame &frame, ExpressionPtr &result) {
+    switch (frame.stage) {
+    case 0: frame.stage = 1; return start(Rule::power);
+    case 1: frame.left = std::move(result); break;
+    default:
+      frame.left = make_composite(frame.op, std::move(frame.left), std::move(result));
+      if (!frame.left) return Step::fail;
+      break;
+    }
+    int token = scan_expression_token(ctx_);
+    if (token != '*' && token != '/') {
+      unget_token(ctx_, token);
+      return Step::give;
+    }
+    frame.op = token == '*' ? ov_op_multiply : ov_op_divide;
+    frame.stage = 2;
+    return start(Rule::power);
   }
-  ExpressionPtr right = parse_sum(ctx);
-  if (!right) return nullptr;
-  return make_composite(-token, std::move(left), std::move(right));
-}
+
+  Step power(Frame &frame, ExpressionPtr &result) {
+    switch (frame.stage) {
+    case 0: return primary(frame);
+    case 1: {
+      frame.left = std::move(result);
+      int token = scan_expression_token(ctx_);
+      if (token != '^') {
+        unget_token(ctx_, token);
+        return Step::give;
+      }
+      frame.counted = true;
+      if (!enter_level(ctx_)) return Step::fail;
+      frame.stage = 2;
+      return start(Rule::power);
+    }
+    default: return give(frame, make_composite(ov_op_power, std::move(frame.left), std::move(result)));
+    }
+  }
+
+  // The primary of a power frame: either read at once (the frame goes on to
+  // look for "^"), or started as a rule of its own whose result comes back
+  // to stage 1.
+  Step primary(Frame &frame) {
+    frame.stage = 1;
+    int token = scan_expression_token(ctx_);
+    switch (token) {
+    case '(': return start(Rule::parenthesis) == Step::wait ? start(Rule::comparison) : Step::fail;
+    case tok_dotted_name: {
+      if (ctx_->domain == nullptr) return (void)syntax_error(), Step::fail; // no scope to resolve in
+      Node *node = resolve_node_path(ctx_, ctx_->domain, ctx_->text.get());
+      if (node == nullptr) return Step::fail;
+      return operand(ExpressionPtr(node_expression(node)));
+    }
+    case tok_string: return operand(ExpressionPtr(label_expression(ctx_->text_or_empty())));
+    case tok_number: return operand(ExpressionPtr(number_expression(ctx_->number)));
+    case tok_name: return name();
+    default: return (void)syntax_error(), Step::fail;
+    }
+  }
+
+  // A primary read at once: handed to the power frame on top as if a rule
+  // had returned it.
+  Step operand(ExpressionPtr value) {
+    if (!value) return Step::fail;
+    frames_.emplace_back(Rule::parenthesis);
+    frames_.back().stage = -1;
+    frames_.back().left = std::move(value);
+    return Step::give;
+  }
+
+  // A name: a function call when "(" follows, otherwise a node of the scope
+  // (which hides the constants true and false), or one of those constants.
+  Step name() {
+    const char *name = ctx_->text_or_empty();
+    set_error(ov_error_none);
+    Node *node = ctx_->domain != nullptr ? domain_find_node(ctx_->domain, name) : nullptr;
+    ov_error_t lookup_error = ov_error_code();
+    int constant = std::strcmp(name, "true") == 0 ? 1 : std::strcmp(name, "false") == 0 ? 0 : -1;
+
+    int token = scan_expression_token(ctx_);
+    if (token == '(') return call_operator();
+    unget_token(ctx_, token);
+    if (node != nullptr) return operand(ExpressionPtr(node_expression(node)));
+    if (lookup_error != ov_error_none) {
+      set_error(lookup_error);
+      return Step::fail;
+    }
+    if (constant >= 0) return operand(ExpressionPtr(boolean_expression(constant)));
+    parse_report(ctx_, "no such node");
+    return (void)syntax_error(), Step::fail;
+  }
+
+  // A function call: the operator's name has been read, and its "(".
+  Step call_operator() {
+    int op = function_operator_from_name(ctx_->text_or_empty());
+    if (op < 0) {
+      parse_reportf(ctx_, "unknown operator `%s'", message_name(ctx_->text_or_empty()).text);
+      return (void)syntax_error(), Step::fail;
+    }
+    frames_.emplace_back(Rule::arguments);
+    Frame &frame = frames_.back();
+    frame.op = op;
+    int token = scan_expression_token(ctx_);
+    if (token == ')') return give(frame, make_call(ctx_, op, frame.arguments));
+    unget_token(ctx_, token);
+    frame.stage = 1;
+    return start(Rule::comparison);
+  }
+
+  // The operands of a call: comparison-level expressions separated by ","
+  // up to ")".
+  Step arguments(Frame &frame, ExpressionPtr &result) {
+    frame.arguments.push_back(std::move(result));
+    int token = scan_expression_token(ctx_);
+    if (token == ',') return start(Rule::comparison);
+    if (token == ')') return give(frame, make_call(ctx_, frame.op, frame.arguments));
+    parse_report(ctx_, "`,' or `)' expected");
+    set_error(ov_error_syntax);
+    return Step::fail;
+  }
+
+  ParseContext *ctx_;
+  std::uint32_t depth_;
+  std::vector<Frame> frames_;
+};
 
 } // namespace
 
 Expression *parse_expression(ParseContext *ctx) noexcept {
   try {
-    return parse_comparison(ctx).release();
+    return Parser(ctx).run().release();
   } catch (const std::bad_alloc &) {
     set_error(ov_error_no_memory);
   } catch (...) {

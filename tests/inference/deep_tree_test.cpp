@@ -12,6 +12,7 @@
 
 #include "compile/net_structure.h"
 #include "expr/expression.h"
+#include "expr/expression_parser.h"
 #include "orvel.h"
 
 using namespace orvel;
@@ -127,6 +128,29 @@ TEST(DeepTree, ExpressionsAtTheHeightLimitCloneAndPrintOnASmallThread) {
     EXPECT_EQ(ov_expression_delete(copy), ov_error_none);
     EXPECT_EQ(ov_expression_delete(tree), ov_error_none);
   });
+}
+
+TEST(DeepTree, TextNestedToTheLimitParsesOnASmallThread) {
+  // Parentheses, calls and powers each nest one level; the whole text is one.
+  const std::uint32_t deepest = expression_nesting_limit - 1;
+  auto nested = [](std::uint32_t levels, const std::string &open, const std::string &close) {
+    std::string text;
+    for (std::uint32_t i = 0; i < levels; ++i) text += open;
+    text += "1";
+    for (std::uint32_t i = 0; i < levels; ++i) text += close;
+    return text;
+  };
+  ov_domain_t domain = ov_new_domain();
+  on_small_stack(small_stack, [&] {
+    for (const auto &[open, close] : {std::pair<std::string, std::string>{"(", ")"}, {"max(", ")"}, {"2^", ""}}) {
+      ov_expression_t parsed = ov_string_to_expression(nested(deepest, open, close).c_str(), domain, nullptr);
+      ASSERT_NE(parsed, nullptr) << open;
+      EXPECT_EQ(ov_expression_delete(parsed), ov_error_none);
+      EXPECT_EQ(ov_string_to_expression(nested(deepest + 1, open, close).c_str(), domain, nullptr), nullptr);
+      EXPECT_EQ(ov_error_code(), ov_error_syntax);
+    }
+  });
+  ov_domain_delete(domain);
 }
 
 } // namespace
