@@ -315,5 +315,24 @@ potential (X | A) { model_nodes = (A); model_data = (Binomial (2, 0.5), Binomial
   ov_domain_delete(d);
 }
 
+// A class generates the tables of its own nodes, as a domain does.
+TEST(GenerateCompile, ClassesGenerateTheirTables) {
+  ov_class_collection_t cc = ov_new_class_collection();
+  ov_class_t c = ov_cc_new_class(cc);
+  ov_node_t x = ov_class_new_node(c, ov_category_chance, ov_kind_discrete);
+  ov_node_set_name(x, "X");
+  ov_node_set_number_of_states(x, 3);
+  ov_node_set_subtype(x, ov_subtype_number);
+  for (int i = 0; i < 3; ++i) ov_node_set_state_value(x, i, i);
+  ov_node_t none[] = {nullptr};
+  ov_model_t m = ov_node_new_model(x, none);
+  ASSERT_EQ(ov_model_set_expression(m, 0, ov_class_string_to_expression(c, "Binomial (2, 0.5)", nullptr, nullptr)),
+            ov_error_none);
+  ASSERT_EQ(ov_class_generate_tables(c), ov_error_none);
+  const ov_number_t *data = ov_table_get_data(ov_node_get_table(x));
+  EXPECT_EQ(std::vector<float>(data, data + 3), (std::vector<float>{0.25f, 0.5f, 0.25f}));
+  ov_cc_delete(cc);
+}
+
 } // namespace
 } // namespace orvel
