@@ -34,6 +34,21 @@ int input_error(const std::string &file, const std::string &problem) {
   return exit_library;
 }
 
+// A failed compile: networks that the library cannot compile yet are named
+// as such, anything else is the library's error.
+int compile_error(ov_domain_t domain, const std::string &file, const std::string &what) {
+  bool decisions = false, continuous = false;
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node)) {
+    ov_category_t category = ov_node_get_category(node);
+    decisions = decisions || category == ov_category_decision || category == ov_category_utility;
+    continuous = continuous || ov_node_get_kind(node) == ov_kind_continuous;
+  }
+  if (decisions)
+    return input_error(file, "an influence diagram (decision or utility nodes): solving these is not built yet");
+  if (continuous) return input_error(file, "continuous nodes: propagating these is not built yet");
+  return library_error(what);
+}
+
 int usage_error(const std::string &message) {
   std::fprintf(stderr, "orvel: %s\n(try 'orvel --help')\n", message.c_str());
   return exit_usage;
@@ -371,7 +386,8 @@ int prepare(const Options &options, DomainHolder &holder) {
   if (holder.domain == nullptr) return library_error("loading " + options.network);
   if (ov_domain_get_first_node(holder.domain) == nullptr)
     return input_error(options.network, "no nodes in the network");
-  if (ov_domain_compile(holder.domain) != ov_error_none) return library_error("compiling " + options.network);
+  if (ov_domain_compile(holder.domain) != ov_error_none)
+    return compile_error(holder.domain, options.network, "compiling " + options.network);
   // Table memory makes re-initialisation a copy, as after evidence that
   // turns out inconsistent; where it cannot be had, propagation does without.
   ov_domain_save_to_memory(holder.domain);
@@ -596,7 +612,7 @@ int command_compile(const Options &options) {
   if (ov_domain_triangulate(domain, method->second) != ov_error_none)
     status = library_error("triangulating");
   else if (ov_domain_compile(domain) != ov_error_none)
-    status = library_error("compiling");
+    status = compile_error(domain, options.network, "compiling");
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (log != nullptr) {
     ov_domain_set_log_file(domain, nullptr);

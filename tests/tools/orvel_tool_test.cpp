@@ -240,6 +240,7 @@ TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
       {"marginal " + comment + " A", 2, "comment.net: no nodes in the network\n"},
       {"compile " + testing::TempDir(), 2, ": is a directory\n"},
       {"compile " + net + " --method best", 1, "unknown method"},
+      {"beliefs " + example("oil_wildcatter.net"), 2, "influence diagram (decision or utility nodes)"},
   };
   for (const Case &c : cases) {
     ToolRun run = run_tool(c.arguments);
