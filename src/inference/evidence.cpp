@@ -141,19 +141,30 @@ ov_status_t node_enter_value(Node *node, double value) {
   });
 }
 
-ov_status_t node_retract_findings(Node *node) {
+namespace {
+
+// Retraction without the error slot. A finding that is all 1.0 already is
+// left alone: the store would change nothing, the count included.
+void retract_finding(Node *node) {
   if (node->is_discrete()) {
-    if (node->entered_finding.empty()) return set_error(ov_error_none);
-    return bracket(node, [&] { std::fill(node->entered_finding.begin(), node->entered_finding.end(), 1.0f); });
+    if (std::all_of(node->entered_finding.begin(), node->entered_finding.end(), is_neutral)) return;
+    bracket(node, [&] { std::fill(node->entered_finding.begin(), node->entered_finding.end(), 1.0f); });
+  } else if (node->value_entered) {
+    bracket(node, [&] { node->value_entered = false; });
   }
-  if (!node->value_entered) return set_error(ov_error_none);
-  return bracket(node, [&] { node->value_entered = false; });
+}
+
+} // namespace
+
+ov_status_t node_retract_findings(Node *node) {
+  retract_finding(node);
+  return set_error(ov_error_none);
 }
 
 void domain_retract_findings(Domain *domain) {
   for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it) {
     Node *node = it->get();
-    if (node->category == ov_category_chance || node->category == ov_category_decision) node_retract_findings(node);
+    if (node->category == ov_category_chance || node->category == ov_category_decision) retract_finding(node);
   }
   set_error(ov_error_none);
 }

@@ -65,6 +65,7 @@ ov_status_t propagate_body(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
       if (std::isinf(cell)) return fail(ov_error_overflow);
   const Run run{tree, equilibrium, mode};
   const bool same = tree->equilibrium == equilibrium;
+  bool joined = false; // the evidence walks joined the active cliques
   if (mode == ov_mode_normal) {
     for (Clique *c : tree->cliques) c->active = !same;
     const bool whole = tree->evidence_mode == ov_mode_fast_retraction && was_fast;
@@ -85,6 +86,7 @@ ov_status_t propagate_body(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
     for (Node *node : tree->hard_nodes) node->mark = 0;
     tree->hard_nodes.clear();
     clique = start;
+    joined = true;
   } else {
     for (Clique *c : tree->cliques) c->active = !same;
     if (same)
@@ -96,7 +98,7 @@ ov_status_t propagate_body(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
       node->instantiated_state = single_state(propagated(node), node->state_count);
     }
   }
-  if (collect_and_distribute(run, clique) != ov_error_none ||
+  if (collect_and_distribute(run, clique, joined) != ov_error_none ||
       compute_marginals(tree, true, equilibrium, mode) != ov_error_none)
     return ov_error_code();
   tree->equilibrium = equilibrium;
@@ -105,8 +107,11 @@ ov_status_t propagate_body(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
   tree->evidence_propagated = tree->likelihood_propagated = tree->cg_evidence_propagated = false;
   for (Node *node : tree->members) {
     if (node->is_discrete()) {
-      if (evidence_propagated(node)) tree->evidence_propagated = true;
-      if (likelihood_propagated(node)) tree->likelihood_propagated = true;
+      // A likelihood is evidence: a node without evidence needs no second look.
+      if (evidence_propagated(node)) {
+        tree->evidence_propagated = true;
+        if (!tree->likelihood_propagated && likelihood_propagated(node)) tree->likelihood_propagated = true;
+      }
     } else if (node->value_propagated) {
       tree->evidence_propagated = tree->cg_evidence_propagated = true;
     }

@@ -100,8 +100,10 @@ struct Run {
 // Passes messages outwards from `root` over every link of the tree.
 ov_status_t distribute(const Run &run, Clique *root);
 // A collect to the root (`clique`, or the one select_root gives, or the
-// tree's root), the normalisation there, and a distribute.
-ov_status_t collect_and_distribute(const Run &run, Clique *clique);
+// tree's root), the normalisation there, and a distribute. With `joined`,
+// every clique on a path between active cliques is active already and
+// `clique`, if given, is one of them, so the active set needs no second walk.
+ov_status_t collect_and_distribute(const Run &run, Clique *clique, bool joined);
 
 // ---------------------------------------------------------------- marginals
 

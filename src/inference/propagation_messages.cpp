@@ -146,11 +146,14 @@ double clique_total(Clique *c, ov_equilibrium_t equilibrium, ov_evidence_mode_t 
 
 } // namespace
 
-ov_status_t collect_and_distribute(const Run &run, Clique *clique) {
+ov_status_t collect_and_distribute(const Run &run, Clique *clique, bool joined) {
   JunctionTree *tree = run.tree;
   if (clique != nullptr) clique->active = true;
-  Clique *root = select_root(tree);
-  if (clique != nullptr) root = clique;
+  Clique *root = clique;
+  if (!joined || root == nullptr) {
+    Clique *selected = select_root(tree);
+    if (root == nullptr) root = selected;
+  }
   if (root == nullptr) root = tree->root;
   if (collect(run, root) != ov_error_none) return ov_error_code();
   const double z = clique_total(root, run.equilibrium, run.mode);

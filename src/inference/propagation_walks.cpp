@@ -1,6 +1,7 @@
 // Walks of the junction tree: choosing the root and applying hard findings.
 #include "inference/propagation_engine.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "compile/compiled_forest.h"
@@ -16,6 +17,9 @@ namespace {
 WalkStack &walk_stack(const JunctionTree *tree) noexcept { return tree->domain->forest->walk_stack; }
 
 Clique *first_active(JunctionTree *tree) noexcept {
+  // Most often none is: a look down the list spares the walk.
+  if (std::none_of(tree->cliques.begin(), tree->cliques.end(), [](const Clique *c) { return c->active; }))
+    return nullptr;
   Clique *found = nullptr;
   walk_tree(walk_stack(tree), tree->root, [&](WalkStep &step) {
     if (!step.clique->active) return WalkVisit::into;
@@ -62,47 +66,50 @@ Clique *select_root(JunctionTree *tree) noexcept {
 
 namespace {
 
-// The clique nearest to `start` (by links) that holds the node; the first
-// found depth first among those at the least distance.
-Clique *find_nearest(JunctionTree *tree, Clique *start, const Node *node) noexcept {
-  Clique *best = nullptr;
-  std::size_t best_depth = SIZE_MAX;
-  WalkStack &stack = walk_stack(tree);
-  walk_tree(stack, start, [&](WalkStep &step) {
-    const std::size_t depth = stack.size() - 1;
-    if (depth >= best_depth) return WalkVisit::skip;
-    if (!is_member(step.clique, node)) return WalkVisit::into;
-    best = step.clique;
-    best_depth = depth;
-    return WalkVisit::skip;
-  });
-  return best;
-}
-
-// The first clique depth first from the root that holds the nodes.
-Clique *find_holding(JunctionTree *tree, Node *const *nodes, std::size_t count) noexcept {
+// The first clique depth first from the root that holds the longest tail of
+// `nodes`: all of them if one clique holds them, else all but the first, and
+// so on; null if no clique holds the last.
+Clique *find_holding(JunctionTree *tree, const std::vector<Node *> &nodes) noexcept {
   Clique *found = nullptr;
+  std::size_t found_count = 0;
   walk_tree(walk_stack(tree), tree->root, [&](WalkStep &step) {
-    for (std::size_t i = 0; i < count; ++i)
-      if (!is_member(step.clique, nodes[i])) return WalkVisit::into;
-    found = step.clique;
-    return WalkVisit::stop;
+    std::size_t count = 0;
+    while (count < nodes.size() && is_member(step.clique, nodes[nodes.size() - 1 - count])) ++count;
+    if (count > found_count) {
+      found = step.clique;
+      found_count = count;
+    }
+    return found_count == nodes.size() ? WalkVisit::stop : WalkVisit::into;
   });
   return found;
+}
+
+// Activates, for each marked node, the clique nearest to `start` (by links)
+// that holds it. The cliques holding a node are connected, so the first of
+// them met depth first from `start` is the nearest: one walk serves every
+// node. A node found is marked 2 until the walk ends.
+void activate_nearest(JunctionTree *tree, Clique *start, const std::vector<Node *> &nodes) noexcept {
+  std::size_t left = nodes.size();
+  walk_tree(walk_stack(tree), start, [&](WalkStep &step) {
+    Clique *c = step.clique;
+    for (Node *node : c->table->nodes)
+      if (node->mark == 1) {
+        node->mark = 2;
+        c->active = true;
+        --left;
+      }
+    return left == 0 ? WalkVisit::stop : WalkVisit::into;
+  });
+  for (Node *node : nodes) node->mark = 1;
 }
 
 } // namespace
 
 Clique *select_for_hard_evidence(JunctionTree *tree, const std::vector<Node *> &nodes) noexcept {
   Clique *start = first_active(tree);
-  if (start == nullptr && !nodes.empty()) {
-    // As many of the nodes as possible, taken from the end of the list.
-    for (std::size_t count = nodes.size(); count > 0 && start == nullptr; --count)
-      start = find_holding(tree, nodes.data() + (nodes.size() - count), count);
-  }
+  if (start == nullptr && !nodes.empty()) start = find_holding(tree, nodes);
   if (start == nullptr) return nullptr;
-  for (Node *node : nodes)
-    if (Clique *nearest = find_nearest(tree, start, node)) nearest->active = true;
+  if (!nodes.empty()) activate_nearest(tree, start, nodes);
   return spread_active(tree, start);
 }
 
