@@ -9,11 +9,9 @@
 //
 // Oracles, besides the sanitizers: a failure leaves a code and the
 // collection as it was (empty); a success leaves none. A collection that
-// reads is saved as NET text; that text must read back into a new
-// collection without a loader, and saving that must give the same text.
-// Collections with numbers that the text cannot carry (not finite, or
-// negative in a discrete chance table) are left out of the round trip.
-#include <cmath>
+// reads is saved as NET text, or refused with format when the text cannot
+// carry it; saved text must read back into a new collection without a
+// loader, and after one reading saving is a fixed point.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -21,9 +19,7 @@
 #include <string>
 #include <unistd.h>
 
-#include "model/domain.h"
 #include "orvel.h"
-#include "table/table.h"
 
 namespace {
 
@@ -105,46 +101,39 @@ std::uint32_t member_count(ov_class_collection_t collection) {
   return n;
 }
 
-// Whether a class holds a number that the text form cannot carry.
-bool has_unwritable_number(ov_domain_t domain) {
-  for (const auto &table : domain->tables) {
-    if (table->data != nullptr)
-      for (orvel::Size i = 0; i < table->size; ++i)
-        if (!std::isfinite(table->data[i])) return true;
-    if (table->cg_data != nullptr)
-      for (orvel::Size i = 0; i < table->size * table->cg_stride; ++i)
-        if (!std::isfinite(table->cg_data[i])) return true;
+// Saves `collection' to `path' and reads it back without a loader
+// (everything an instance needs is in the file); null when it does not save.
+ov_class_collection_t save_and_read(ov_class_collection_t collection, const std::string &path) {
+  // What the text form cannot carry (a number that is not finite, say) is
+  // refused with format, and only with format.
+  if (ov_cc_save_as_net(collection, path.c_str()) != ov_error_none) {
+    check(ov_error_code() == ov_error_format, "a collection that read does not save");
+    return nullptr;
   }
-  for (ov_node_t n = ov_domain_get_first_node(domain); n != nullptr; n = ov_node_get_next(n)) {
-    if (ov_node_get_category(n) != ov_category_chance || ov_node_get_kind(n) != ov_kind_discrete) continue;
-    ov_table_t table = ov_node_get_table(n);
-    const ov_number_t *data = table != nullptr ? ov_table_get_data(table) : nullptr;
-    if (data == nullptr) continue;
-    for (ov_count_t i = 0; i < ov_table_get_size(table); ++i)
-      if (data[i] < 0) return true;
-  }
-  return false;
-}
-
-// Saves the collection, reads the text back without a loader (everything
-// an instance needs is in the file) and saves again: the same text.
-void round_trip(ov_class_collection_t collection) {
-  for (ov_class_t *c = ov_cc_get_members(collection); *c != nullptr; ++c)
-    if (has_unwritable_number(orvel::as_domain(*c))) return;
-  const std::string first = path_of("saved1.net"), second = path_of("saved2.net");
-  check(ov_cc_save_as_net(collection, first.c_str()) == ov_error_none, "a collection that read does not save");
   ov_class_collection_t again = ov_new_class_collection();
-  const ov_status_t read = ov_net_parse_classes(first.c_str(), again, nullptr, handler, nullptr);
-  if (read != ov_error_none) {
+  if (ov_net_parse_classes(path.c_str(), again, nullptr, handler, nullptr) != ov_error_none) {
     std::fprintf(stderr, "saved text that does not read back (%s):\n%s\n", ov_error_name(ov_error_code()),
-                 read_text(first).c_str());
+                 read_text(path).c_str());
     check(false, "saved classes do not read back");
   }
   check(member_count(again) == member_count(collection), "saved classes read back as another number");
-  check(ov_cc_save_as_net(again, second.c_str()) == ov_error_none, "read-back classes do not save");
-  const std::string a = read_text(first), b = read_text(second);
-  if (a != b) std::fprintf(stderr, "first save:\n%s\nsecond save:\n%s\n", a.c_str(), b.c_str());
-  check(a == b, "saving the read-back classes gives other text");
+  return again;
+}
+
+// Saved text reads back, and after one reading the text is a fixed point.
+// (Not the first text: a chance node without table is written as an empty
+// potential, and reading that gives it a table of initial contents.)
+void round_trip(ov_class_collection_t collection) {
+  const std::string first = path_of("saved1.net"), second = path_of("saved2.net"), third = path_of("saved3.net");
+  ov_class_collection_t again = save_and_read(collection, first);
+  if (again == nullptr) return;
+  ov_class_collection_t twice = save_and_read(again, second);
+  check(twice != nullptr, "read-back classes do not save");
+  check(ov_cc_save_as_net(twice, third.c_str()) == ov_error_none, "classes read back twice do not save");
+  const std::string b = read_text(second), c = read_text(third);
+  if (b != c) std::fprintf(stderr, "second save:\n%s\nthird save:\n%s\n", b.c_str(), c.c_str());
+  check(b == c, "saving the read-back classes gives other text");
+  ov_cc_delete(twice);
   ov_cc_delete(again);
 }
 
