@@ -158,23 +158,28 @@ ov_status_t propagate_tree(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
     return tree->changed_evidence_count == 0 && tree->equilibrium == equilibrium && evidence_mode_is(tree, mode);
   };
   if (nothing_to_do()) return set_error(ov_error_none);
-  for (Clique *c : tree->cliques) {
-    for (Node *member : c->table->nodes) member->conflict_clique = nullptr;
-    c->factor = 1.0;
-  }
-  tree->evidence_factor = tree->step_constant = 1.0;
-  tree->step_log_constant = 0.0;
   const bool was_fast = tree->evidence_mode == ov_mode_fast_retraction && tree->evidence_propagated;
+  bool initialized = false; // an initialisation resets the factors and conflict cliques itself
   if (mode == ov_mode_normal) {
     if (!was_fast) {
       for (Node *node : tree->members)
         if (finding_retracted(node)) {
           if (jt_initialize(tree, false) != ov_error_none) return ov_error_code();
+          initialized = true;
           break;
         }
     }
   } else if (!was_fast && tree->evidence_propagated) {
     if (jt_initialize(tree, false) != ov_error_none) return ov_error_code();
+    initialized = true;
+  }
+  if (!initialized) {
+    for (Clique *c : tree->cliques) {
+      for (Node *member : c->table->nodes) member->conflict_clique = nullptr;
+      c->factor = 1.0;
+    }
+    tree->evidence_factor = tree->step_constant = 1.0;
+    tree->step_log_constant = 0.0;
   }
   if (nothing_to_do()) return set_error(ov_error_none);
   ov_status_t status;

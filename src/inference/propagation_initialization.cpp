@@ -119,9 +119,29 @@ void reset_evidence_state(JunctionTree *tree) noexcept {
 
 namespace {
 
+// The walk buffers, the scratch vector and the initial beliefs that the
+// tree's propagations use, sized once with its lists.
+void size_tree_buffers(JunctionTree *tree) {
+  Domain *domain = tree->domain;
+  CompiledForest &forest = *domain->forest;
+  tree->hard_nodes.reserve(tree->members.size());
+  forest.walk_stack.reserve(tree->cliques.size());
+  std::size_t widest = 0;
+  for (Clique *clique : tree->cliques) widest = std::max<std::size_t>(widest, clique->table->nodes.size());
+  if (forest.walk_strides.size() < 5 * widest) forest.walk_strides.resize(5 * widest);
+  // The scratch vector of marginals, for the largest separator and marginal.
+  Size largest = 1;
+  for (Clique *clique : tree->cliques)
+    for (CliqueLink &link : clique->links) largest = std::max(largest, link.separator->size);
+  if (ensure_scratch(domain, largest) == nullptr) throw std::bad_alloc();
+  for (Node *node : tree->members)
+    if (node->is_discrete()) node->initial_belief.resize(node->state_count);
+}
+
 // The node, clique and component lists of every tree of the forest, in one
 // pass over the domain, so that a tree's initialisation visits only its own
-// nodes.
+// nodes, and the buffers they need. The lists and the sizes stay as they
+// are until the forest is compiled again.
 void make_tree_lists(Domain *domain) {
   CompiledForest &forest = *domain->forest;
   for (auto &tree : forest.junction_trees) {
@@ -144,6 +164,7 @@ void make_tree_lists(Domain *domain) {
     if (component->normalizer_clique != nullptr)
       component->normalizer_clique->junction_tree->normalized_components.push_back(component.get());
   }
+  for (auto &tree : forest.junction_trees) size_tree_buffers(tree.get());
   for (auto &tree : forest.junction_trees) tree->lists_made = true;
 }
 
@@ -151,21 +172,7 @@ void make_tree_lists(Domain *domain) {
 
 // The tree's node and clique lists and the domain's walk buffers; made once.
 void prepare_tree(JunctionTree *tree) {
-  Domain *domain = tree->domain;
-  if (!tree->lists_made) make_tree_lists(domain);
-  CompiledForest &forest = *domain->forest;
-  tree->hard_nodes.reserve(tree->members.size());
-  forest.walk_stack.reserve(tree->cliques.size());
-  std::size_t widest = 0;
-  for (Clique *clique : tree->cliques) widest = std::max<std::size_t>(widest, clique->table->nodes.size());
-  if (forest.walk_strides.size() < 5 * widest) forest.walk_strides.resize(5 * widest);
-  // The scratch vector of marginals, for the largest separator and marginal.
-  Size largest = 1;
-  for (Clique *clique : tree->cliques)
-    for (CliqueLink &link : clique->links) largest = std::max(largest, link.separator->size);
-  if (ensure_scratch(domain, largest) == nullptr) throw std::bad_alloc();
-  for (Node *node : tree->members)
-    if (node->is_discrete()) node->initial_belief.resize(node->state_count);
+  if (!tree->lists_made) make_tree_lists(tree->domain);
 }
 
 void restore_tables(JunctionTree *tree) noexcept {

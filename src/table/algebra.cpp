@@ -266,21 +266,33 @@ ov_status_t table_normalize_runs(Table *table, Size run_length, bool strict) {
   if (table_allocate(table) != ov_error_none) return ov_error_code();
   ov_number_t *data = table->data.get();
   const Size size = table->size;
-  for (Size i = 0; i < size; ++i)
-    if (data[i] < 0) return fail(ov_error_negative_probability);
   auto run_sum = [&](Size start) {
     double sum = 0.0;
     for (Size k = 0; k < run_length; ++k) sum += data[start + k];
     return sum;
   };
-  // A run that holds an infinite number has no distribution to scale to:
-  // scaling would turn it into not-a-number.
-  if (strict)
+  // A negative number anywhere is reported before a run that cannot be
+  // scaled, so the strict check sums the runs in the same pass and keeps
+  // the first run's fault until every number has been seen. A run that
+  // holds an infinite number has no distribution to scale to: scaling
+  // would turn it into not-a-number.
+  if (strict) {
+    ov_error_t run_fault = ov_error_none;
     for (Size start = 0; start < size; start += run_length) {
-      const double sum = run_sum(start);
-      if (!(sum > 0.0)) return fail(ov_error_zero_sum);
-      if (!std::isfinite(sum)) return fail(ov_error_overflow);
+      double sum = 0.0;
+      for (Size k = 0; k < run_length; ++k) {
+        const ov_number_t value = data[start + k];
+        if (value < 0) return fail(ov_error_negative_probability);
+        sum += value;
+      }
+      if (run_fault == ov_error_none && !(sum > 0.0)) run_fault = ov_error_zero_sum;
+      if (run_fault == ov_error_none && !std::isfinite(sum)) run_fault = ov_error_overflow;
     }
+    if (run_fault != ov_error_none) return fail(run_fault);
+  } else {
+    for (Size i = 0; i < size; ++i)
+      if (data[i] < 0) return fail(ov_error_negative_probability);
+  }
   for (Size start = 0; start < size; start += run_length) {
     const double sum = run_sum(start);
     if (sum > 0.0 && std::isfinite(sum)) {
