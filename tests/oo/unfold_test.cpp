@@ -291,6 +291,7 @@ TEST_F(UnfoldTest, RefusalsLeaveTheClassAsItWas) {
   ASSERT_EQ(ov_node_set_state_label(skill, 1, "high"), ov_error_none);
   ov_node_t result = make_output(part, "Result", {"bad", "good"});
   ASSERT_EQ(ov_node_add_parent(result, skill), ov_error_none);
+  ASSERT_EQ(ov_node_set_attribute(result, "unit", "cars"), ov_error_none);
 
   // Containing itself, directly or through others, is refused when made.
   ASSERT_NE(ov_class_new_instance(outer, whole), nullptr);
@@ -330,6 +331,8 @@ TEST_F(UnfoldTest, RefusalsLeaveTheClassAsItWas) {
   EXPECT_EQ(source_key(nodes[0]), "W/P/Result");
   EXPECT_EQ(source_key(nodes[1]), "W/Training");
   EXPECT_EQ(entries(ov_node_get_parents(nodes[0])), std::vector<ov_node_t>{nodes[1]});
+  EXPECT_STREQ(ov_node_get_attribute(nodes[0], "unit"), "cars");
+  EXPECT_STREQ(ov_node_get_state_label(nodes[1], 1), "high");
   EXPECT_EQ(ov_domain_delete(domain), ov_error_none);
 
   // Classes are deleted through their collection only.
