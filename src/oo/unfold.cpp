@@ -85,9 +85,9 @@ ov_status_t unfold_links(Node *node, const NodeMap &map) {
   std::uint32_t first_continuous = 0;
   while (first_continuous < node->parents.size() && node->parents[first_continuous]->is_discrete()) ++first_continuous;
   for (std::uint32_t i = first_continuous; i < node->parents.size(); ++i)
-    if (add_parent(copy, mapped(map, node->parents[i])) != ov_error_none) return ov_error_code();
+    if (add_parent(copy, mapped(map, node->parents[i]), false) != ov_error_none) return ov_error_code();
   for (std::uint32_t i = first_continuous; i-- > 0;)
-    if (add_parent(copy, mapped(map, node->parents[i])) != ov_error_none) return ov_error_code();
+    if (add_parent(copy, mapped(map, node->parents[i]), false) != ov_error_none) return ov_error_code();
 
   struct Slot {
     const Table *from;
@@ -126,7 +126,7 @@ ov_status_t unfold_bindings(Node *instance, const NodeMap &inner, const NodeMap 
     Node *real = mapped(map, actual);
     if (formal == nullptr || real == nullptr || !interchangeable(formal, real)) return fail(ov_error_illegal_binding);
     while (!formal->children.empty()) {
-      if (switch_parent(formal->children[0], formal, real) != ov_error_none) {
+      if (switch_parent(formal->children[0], formal, real, false) != ov_error_none) {
         const ov_status_t code = ov_error_code();
         return fail(code == ov_error_usage ? ov_error_illegal_binding : static_cast<ov_error_t>(code));
       }
@@ -170,6 +170,26 @@ ov_status_t unfold_into(Domain *cls, Domain *target, std::vector<Node *> &path, 
   return set_error(ov_error_none);
 }
 
+// Whether the links of a domain form no directed cycle: the nodes are taken
+// off in the order of a topological sort, and all of them must go.
+bool domain_is_acyclic(const Domain *domain) {
+  std::vector<std::uint32_t> waiting(domain->node_count());
+  std::vector<Node *> ready;
+  for (const auto &node : domain->nodes) {
+    waiting[node->number - 1] = node->parents.size();
+    if (node->parents.empty()) ready.push_back(node.get());
+  }
+  std::size_t done = 0;
+  while (!ready.empty()) {
+    Node *node = ready.back();
+    ready.pop_back();
+    ++done;
+    for (Node *child : node->children)
+      if (--waiting[child->number - 1] == 0) ready.push_back(child);
+  }
+  return done == domain->node_count();
+}
+
 } // namespace
 
 Domain *class_create_domain(Domain *cls) {
@@ -179,7 +199,10 @@ Domain *class_create_domain(Domain *cls) {
   domain->node_height = cls->node_height;
   std::vector<Node *> path;
   NodeMap map;
-  if (unfold_into(cls, domain.get(), path, map) != ov_error_none) {
+  // Edges are added without a cycle test each, which would make unfolding
+  // quadratic in the size of the domain; the result is tested once.
+  if (unfold_into(cls, domain.get(), path, map) != ov_error_none ||
+      (!domain_is_acyclic(domain.get()) && fail(ov_error_cyclic_network) != ov_error_none)) {
     const ov_error_t code = static_cast<ov_error_t>(ov_error_code());
     domain_delete(domain.release());
     set_error(code);

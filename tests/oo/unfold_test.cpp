@@ -335,6 +335,27 @@ TEST_F(UnfoldTest, RefusalsLeaveTheClassAsItWas) {
   EXPECT_STREQ(ov_node_get_state_label(nodes[1], 1), "high");
   EXPECT_EQ(ov_domain_delete(domain), ov_error_none);
 
+  // Bindings that close a cycle, or give a child one parent twice.
+  ov_class_t pair = make_class("Pair"), user = make_class("User");
+  ov_node_t x1 = make_input(pair, "X1"), x2 = make_input(pair, "X2");
+  ov_node_t y = make_output(pair, "Y");
+  ASSERT_EQ(ov_node_add_parent(y, x1), ov_error_none);
+  ASSERT_EQ(ov_node_add_parent(y, x2), ov_error_none);
+  ov_node_t use = ov_class_new_instance(user, pair);
+  ov_node_t z = make_node(user, "Z");
+  ASSERT_EQ(ov_node_add_parent(z, ov_node_get_output(use, y)), ov_error_none);
+  ASSERT_EQ(ov_node_set_input(use, x1, z), ov_error_none);
+  const std::uint32_t user_count = node_count(user);
+  EXPECT_EQ(ov_class_create_domain(user), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_cyclic_network);
+  ov_node_t w = make_node(user, "W");
+  ASSERT_EQ(ov_node_set_input(use, x1, w), ov_error_none);
+  ASSERT_EQ(ov_node_set_input(use, x2, w), ov_error_none);
+  EXPECT_EQ(ov_class_create_domain(user), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_illegal_binding);
+  EXPECT_EQ(node_count(user), user_count + 1);
+  EXPECT_EQ(entries(ov_node_get_parents(y)).size(), 2u);
+
   // Classes are deleted through their collection only.
   EXPECT_EQ(ov_domain_delete(as_domain(part)), ov_error_usage);
   EXPECT_EQ(ov_node_get_source(training), nullptr);
