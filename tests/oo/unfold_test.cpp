@@ -362,5 +362,40 @@ TEST_F(UnfoldTest, RefusalsLeaveTheClassAsItWas) {
   EXPECT_EQ(ov_error_code(), ov_error_usage);
 }
 
+// A model is copied, and its parent input is replaced by the node bound to
+// it: the unfolded table is Binomial (2, A / 2) over A's states 0, 1, 2.
+TEST_F(UnfoldTest, ModelsFollowTheirBoundInputs) {
+  auto numbered = [](ov_node_t node) {
+    ASSERT_EQ(ov_node_set_number_of_states(node, 3), ov_error_none);
+    ASSERT_EQ(ov_node_set_subtype(node, ov_subtype_number), ov_error_none);
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(ov_node_set_state_value(node, i, i), ov_error_none);
+  };
+  ov_class_t part = make_class("Part"), whole = make_class("Whole");
+  ov_node_t k = make_input(part, "K");
+  numbered(k);
+  ov_node_t r = make_output(part, "R");
+  numbered(r);
+  ASSERT_EQ(ov_node_add_parent(r, k), ov_error_none);
+  ov_node_t none[] = {nullptr};
+  ov_model_t model = ov_node_new_model(r, none);
+  ASSERT_EQ(
+      ov_model_set_expression(model, 0, ov_class_string_to_expression(part, "Binomial (2, K / 2)", nullptr, nullptr)),
+      ov_error_none);
+  ov_node_t a = make_node(whole, "A");
+  numbered(a);
+  ov_node_t instance = ov_class_new_instance(whole, part);
+  ASSERT_EQ(ov_node_set_input(instance, k, a), ov_error_none);
+
+  ov_domain_t domain = ov_class_create_domain(whole);
+  ASSERT_NE(domain, nullptr);
+  std::vector<ov_node_t> nodes = domain_nodes(domain);
+  ASSERT_EQ(nodes.size(), 2u);
+  EXPECT_EQ(source_key(nodes[1]), "A");
+  ASSERT_EQ(ov_domain_generate_tables(domain), ov_error_none);
+  const ov_number_t *data = ov_table_get_data(ov_node_get_table(nodes[0]));
+  EXPECT_EQ(std::vector<float>(data, data + 9), (std::vector<float>{1, 0, 0, 0.25f, 0.5f, 0.25f, 0, 0, 1}));
+  EXPECT_EQ(ov_domain_delete(domain), ov_error_none);
+}
+
 } // namespace
 } // namespace orvel::test
