@@ -295,7 +295,8 @@ OV_API ov_string_t ov_get_package_name(void);
 
 /* A new empty domain, owned by the caller (free with ov_domain_delete). */
 OV_API ov_domain_t ov_new_domain(void);
-/* Deletes a domain with its nodes and every table still on it. */
+/* Deletes a domain with its nodes and every table still on it; usage for a
+ * class, which goes through ov_class_delete. */
 OV_API ov_status_t ov_domain_delete(ov_domain_t domain);
 /* Releases the junction forest and the triangulation. */
 OV_API ov_status_t ov_domain_uncompile(ov_domain_t domain);
@@ -929,6 +930,17 @@ OV_API ov_status_t ov_cc_set_user_data(ov_class_collection_t collection, void *d
 OV_API void *ov_cc_get_user_data(ov_class_collection_t collection);
 /* Deletes a class; usage while it has instances. */
 OV_API ov_status_t ov_class_delete(ov_class_t cls);
+/* A new domain, owned by the caller, that unfolds the class: every instance
+ * is expanded recursively into nodes of the domain; a bound input gives way
+ * to the node bound to it (its children take that node as parent), an
+ * unbound input stays as a parentless node, and output clones are replaced
+ * by the nodes they stand for. Tables, models, attributes and edge
+ * constraints are copied; the new nodes have no names until asked, and
+ * ov_node_get_source leads back to the class nodes. illegal_binding for a
+ * binding between nodes with different states, cyclic_network for a cycle
+ * through bindings. The class is left unchanged, and a failure leaves no
+ * domain behind. */
+OV_API ov_domain_t ov_class_create_domain(ov_class_t cls);
 /* The collection of a class. */
 OV_API ov_class_collection_t ov_class_get_class_collection(ov_class_t cls);
 /* The name of a class; an unnamed class is named "C1", "C2", ... first. */

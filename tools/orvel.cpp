@@ -3,6 +3,7 @@
 // uses only the public C interface.
 #include <orvel.h>
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -62,6 +63,10 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "                           print the joint marginal of the named nodes\n"
                               "  compile NET [options]    compile and print a summary of the junction forest\n"
                               "  convert IN OUT           read a NET file and write it in the block format\n"
+                              "\n"
+                              "A NET file of classes stands for its main class, unfolded: the last class\n"
+                              "in the file, or the one named with --class NAME. Its nodes are named by\n"
+                              "their path, such as First_Fixed for node Fixed of instance First.\n"
                               "\n"
                               "'orvel COMMAND --help' describes each command.\n"
                               "exit status: 0 success, 1 usage error, 2 library error or a file that\n"
@@ -207,18 +212,6 @@ int check_input(const std::string &file) {
   return exit_ok;
 }
 
-ov_domain_t load_network(const std::string &file) {
-  return ov_net_parse_domain(file.c_str(), report_parse_error, const_cast<char *>(file.c_str()));
-}
-
-// Deletes the domain when it goes out of scope.
-struct DomainHolder {
-  ov_domain_t domain = nullptr;
-  ~DomainHolder() {
-    if (domain != nullptr) ov_domain_delete(domain);
-  }
-};
-
 // Evidence as given on the command line, kept for the report.
 struct Evidence {
   enum Kind { state, likelihood, value } kind;
@@ -239,7 +232,88 @@ struct Options {
   bool help = false;
   std::string method = "fill-in-weight";
   std::string log_file;
+  std::string class_name; // the class to unfold, in a file of classes
 };
+
+// Deletes the domain, and the classes it was unfolded from, when it goes out
+// of scope.
+struct DomainHolder {
+  ov_domain_t domain = nullptr;
+  ov_class_collection_t classes = nullptr;
+  int reported = 0; // the exit status of a failure already reported
+  ~DomainHolder() {
+    if (domain != nullptr) ov_domain_delete(domain);
+    if (classes != nullptr) ov_cc_delete(classes);
+  }
+};
+
+// Whether the first word of the file, past blanks and % comments, is
+// "class".
+bool is_class_file(const std::string &file) {
+  std::FILE *in = std::fopen(file.c_str(), "r");
+  if (in == nullptr) return false;
+  int c;
+  for (;;) {
+    c = std::fgetc(in);
+    if (c == '%') {
+      while (c != '\n' && c != EOF) c = std::fgetc(in);
+    } else if (c == EOF || !std::isspace(c)) {
+      break;
+    }
+  }
+  std::string word;
+  while (c != EOF && (std::isalnum(c) || c == '_') && word.size() < 6) {
+    word += static_cast<char>(c);
+    c = std::fgetc(in);
+  }
+  std::fclose(in);
+  return word == "class" && (c == EOF || !(std::isalnum(c) || c == '_'));
+}
+
+// Each node of a domain unfolded from a class is named after its path of
+// instances and class node, such as First_Fixed, where that name is free.
+void name_by_source(ov_domain_t domain) {
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node)) {
+    std::string name;
+    for (ov_node_t *source = ov_node_get_source(node); source != nullptr && *source != nullptr; ++source) {
+      ov_string_t part = ov_node_get_name(*source);
+      if (part == nullptr) break;
+      name += (name.empty() ? "" : "_") + std::string(part);
+    }
+    if (!name.empty() && ov_domain_get_node_by_name(domain, name.c_str()) == nullptr)
+      ov_node_set_name(node, name.c_str());
+  }
+}
+
+// Reads a network: a domain file as it is, a class file unfolded from its
+// main class (the last one, or the one named).
+ov_domain_t load_network(const Options &options, DomainHolder &holder) {
+  const std::string &file = options.network;
+  if (!is_class_file(file)) {
+    if (!options.class_name.empty()) {
+      holder.reported = input_error(file, "--class needs a file of classes");
+      return nullptr;
+    }
+    return ov_net_parse_domain(file.c_str(), report_parse_error, const_cast<char *>(file.c_str()));
+  }
+  holder.classes = ov_new_class_collection();
+  if (holder.classes == nullptr || ov_net_parse_classes(file.c_str(), holder.classes, nullptr, report_parse_error,
+                                                        const_cast<char *>(file.c_str())) != ov_error_none)
+    return nullptr;
+  ov_class_t *members = ov_cc_get_members(holder.classes);
+  ov_class_t main = nullptr;
+  if (!options.class_name.empty()) {
+    main = ov_cc_get_class_by_name(holder.classes, options.class_name.c_str());
+    if (main == nullptr) holder.reported = input_error(file, "no class named " + options.class_name);
+  } else {
+    for (; members != nullptr && *members != nullptr; ++members) main = *members;
+    if (main == nullptr) holder.reported = input_error(file, "no classes in the file");
+  }
+  if (main == nullptr) return nullptr;
+  ov_domain_t domain = ov_class_create_domain(main);
+  if (domain != nullptr) name_by_source(domain);
+  return domain;
+}
 
 // Reads the options common to the commands; false with a message on error.
 bool parse_options(int argc, char **argv, int first, Options &options, std::string &error, bool allow_evidence,
@@ -305,6 +379,10 @@ bool parse_options(int argc, char **argv, int first, Options &options, std::stri
       const char *file = value_of("--log");
       if (file == nullptr) return false;
       options.log_file = file;
+    } else if (arg == "--class") {
+      const char *name = value_of("--class");
+      if (name == nullptr) return false;
+      options.class_name = name;
     } else if (!arg.empty() && arg[0] == '-' && arg != "-") {
       error = "unknown option '" + arg + "'";
       return false;
@@ -382,8 +460,8 @@ bool select_nodes(ov_domain_t domain, const std::vector<std::string> &names, std
 
 // Loads, compiles, enters evidence and propagates; an exit status.
 int prepare(const Options &options, DomainHolder &holder) {
-  holder.domain = load_network(options.network);
-  if (holder.domain == nullptr) return library_error("loading " + options.network);
+  holder.domain = load_network(options, holder);
+  if (holder.domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + options.network);
   if (ov_domain_get_first_node(holder.domain) == nullptr)
     return input_error(options.network, "no nodes in the network");
   if (ov_domain_compile(holder.domain) != ov_error_none)
@@ -593,8 +671,8 @@ int command_compile(const Options &options) {
   if (!options.log_file.empty() && same_file(options.log_file, options.network))
     return usage_error("the log file " + options.log_file + " is the network " + options.network);
   DomainHolder holder;
-  holder.domain = load_network(options.network);
-  if (holder.domain == nullptr) return library_error("loading " + options.network);
+  holder.domain = load_network(options, holder);
+  if (holder.domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + options.network);
   ov_domain_t domain = holder.domain;
   if (ov_domain_get_first_node(domain) == nullptr) return input_error(options.network, "no nodes in the network");
 
@@ -712,8 +790,8 @@ int command_convert(const Options &options) {
   if (same_file(target, options.network))
     return usage_error("the output " + target + " is the input " + options.network);
   DomainHolder holder;
-  holder.domain = load_network(options.network);
-  if (holder.domain == nullptr) return library_error("loading " + options.network);
+  holder.domain = load_network(options, holder);
+  if (holder.domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + options.network);
   return save_replacing(holder.domain, target);
 }
 

@@ -12,7 +12,9 @@ ov_domain_t ov_new_domain(void) {
 }
 
 ov_status_t ov_domain_delete(ov_domain_t domain) {
-  if (check_usage(domain == nullptr)) return ov_error_usage;
+  // A class goes through its collection (ov_class_delete), which keeps the
+  // member list and the instances in order.
+  if (check_usage(domain == nullptr || domain->is_class())) return ov_error_usage;
   domain_delete(domain);
   return ov_error_none;
 }

@@ -33,14 +33,17 @@ bool constraint_pair_valid(const Node *a, const Node *b) noexcept;
 // Makes `parent` a parent of `child`: usage for an illegal link,
 // cyclic_network for a cycle. The child's tables are widened so that they
 // ignore the new parent; on a memory failure they are narrowed back.
-ov_status_t add_parent(Node *child, Node *parent);
+// Without `check_cycle` the caller tests the whole graph for cycles itself
+// once it is done, as unfolding does.
+ov_status_t add_parent(Node *child, Node *parent, bool check_cycle = true);
 // Removes `parent` from the parents of `child` (which must hold it); the
 // child's tables keep the slice of the parent's state 0.
 ov_status_t remove_parent(Node *child, Node *parent);
 // Puts `new_parent` in the place of `old_parent` among the parents of
 // `child`, keeping every table number: usage unless the two are
-// interchangeable, cyclic_network for a cycle.
-ov_status_t switch_parent(Node *child, Node *old_parent, Node *new_parent);
+// interchangeable, cyclic_network for a cycle (tested only with
+// `check_cycle`, as for add_parent).
+ov_status_t switch_parent(Node *child, Node *old_parent, Node *new_parent, bool check_cycle = true);
 // Whether two nodes can stand in for each other as parents: same category
 // and kind and, for discrete nodes, the same states.
 bool interchangeable(const Node *a, const Node *b) noexcept;

@@ -95,9 +95,9 @@ bool parent_link_allowed(const Node *child, const Node *parent) noexcept {
   return !child->home->class_info.inputs.contains(child);
 }
 
-ov_status_t add_parent(Node *child, Node *parent) {
+ov_status_t add_parent(Node *child, Node *parent, bool check_cycle) {
   if (!parent_link_allowed(child, parent)) return fail(ov_error_usage);
-  if (is_descendant(child, parent)) return fail(ov_error_cyclic_network);
+  if (check_cycle && is_descendant(child, parent)) return fail(ov_error_cyclic_network);
   child->parents.reserve_one();
   parent->children.reserve_one();
 
@@ -165,9 +165,9 @@ bool switch_allowed(const Node *child, const Node *old_parent, const Node *new_p
   return interchangeable(old_parent, new_parent);
 }
 
-ov_status_t switch_parent(Node *child, Node *old_parent, Node *new_parent) {
+ov_status_t switch_parent(Node *child, Node *old_parent, Node *new_parent, bool check_cycle) {
   if (!switch_allowed(child, old_parent, new_parent)) return fail(ov_error_usage);
-  if (is_descendant(child, new_parent)) return fail(ov_error_cyclic_network);
+  if (check_cycle && is_descendant(child, new_parent)) return fail(ov_error_cyclic_network);
   new_parent->children.reserve_one();
 
   child->parents[static_cast<std::uint32_t>(child->parents.index_of(old_parent))] = new_parent;

@@ -96,6 +96,15 @@ ov_status_t node_remove_from_inputs(Node *node) noexcept;
 // instance.
 ov_status_t node_remove_from_outputs(Node *node);
 
+// ---------------------------------------------------------------- unfolding
+
+// A new plain domain with one node for each node of each instance at every
+// depth; bound inputs give way to the nodes bound to them, output clones to
+// the nodes they stand for. Each node's source lists the instance nodes
+// passed on the way down and then the class node. The class is left as it
+// was; on failure nothing is left behind and null is returned.
+Domain *class_create_domain(Domain *cls);
+
 // ---------------------------------------------------------------- bindings
 
 // The position of `input` among the inputs of the instance's class, or -1.

@@ -72,6 +72,12 @@ ov_status_t ov_class_delete(ov_class_t cls) {
   return ov_error_none;
 }
 
+ov_domain_t ov_class_create_domain(ov_class_t cls) {
+  Domain *domain = class_of(cls);
+  if (check_usage(domain == nullptr)) return nullptr;
+  return guarded<ov_domain_t>(nullptr, [&] { return class_create_domain(domain); });
+}
+
 ov_class_collection_t ov_class_get_class_collection(ov_class_t cls) {
   Domain *domain = class_of(cls);
   if (check_usage(domain == nullptr)) return nullptr;

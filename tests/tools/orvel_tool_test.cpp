@@ -324,3 +324,44 @@ TEST(OrvelTool, JsonStringsForAnyBytes) {
 } // namespace
 
 #endif
+
+namespace {
+
+// A file of classes is unfolded from its main class; its nodes are named by
+// path. The garage's numbers worked by hand: a mechanic fixes with
+// probability 0.3 * 0.4 + 0.7 * 0.9 = 0.75, and the car goes unserved only
+// if both fail: 0.3 * 0.6^2 + 0.7 * 0.1^2 = 0.115.
+TEST(OrvelTool, ClassFilesAreUnfolded) {
+  const std::string garage = example("garage.net");
+  ToolRun run = run_tool("beliefs --json " + garage);
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::vector<double> served = json_numbers(run.out, "Served", "beliefs");
+  ASSERT_EQ(served.size(), 2u);
+  EXPECT_NEAR(served[0], 0.115, 1e-6);
+  std::vector<double> fixed = json_numbers(run.out, "Second_Fixed", "beliefs");
+  ASSERT_EQ(fixed.size(), 2u);
+  EXPECT_NEAR(fixed[1], 0.75, 1e-6);
+
+  // Given that the first failed: P(low) = 0.18 / 0.25, P(unserved) = 0.115 / 0.25.
+  run = run_tool("beliefs --json --class Garage -e First_Fixed=no " + garage);
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NEAR(json_numbers(run.out, "Training", "beliefs")[0], 0.72, 1e-6);
+  EXPECT_NEAR(json_numbers(run.out, "Served", "beliefs")[0], 0.46, 1e-6);
+
+  // Converted to a domain file, it reads back with the same answers.
+  const std::string flat = testing::TempDir() + "garage_flat_" + std::to_string(getpid()) + ".net";
+  ASSERT_EQ(run_tool("convert " + garage + " " + flat).status, 0);
+  EXPECT_EQ(read_file(flat).find("class"), std::string::npos);
+  run = run_tool("beliefs --json " + flat);
+  EXPECT_NEAR(json_numbers(run.out, "Served", "beliefs")[0], 0.115, 1e-6);
+  std::remove(flat.c_str());
+
+  run = run_tool("compile --class Mechanic " + garage);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_NE(run.out.find("nodes: 2\n"), std::string::npos);
+  run = run_tool("beliefs --class Nobody " + garage);
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err, "orvel: " + garage + ": no class named Nobody\n");
+}
+
+} // namespace
