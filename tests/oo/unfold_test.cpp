@@ -22,47 +22,47 @@ struct Ref {
   int index = 0;
 };
 
-struct NodeSpec {
+struct NodePlan {
   int states = 2;
   std::vector<Ref> parents;
   std::vector<float> table;
 };
 
-struct InstanceSpec {
+struct InstancePlan {
   int cls = 0;
   std::vector<std::optional<Ref>> bindings; // one per input of its class
 };
 
 // Inputs are nodes 0 .. inputs-1; then come the instances, then the other
 // nodes, whose parents are earlier nodes or instance outputs.
-struct ClassSpec {
+struct ClassPlan {
   int inputs = 0;
-  std::vector<NodeSpec> nodes;
-  std::vector<InstanceSpec> instances;
+  std::vector<NodePlan> nodes;
+  std::vector<InstancePlan> instances;
   std::vector<int> outputs;
 };
 
-std::vector<ClassSpec> random_hierarchy(std::mt19937 &random) {
+std::vector<ClassPlan> random_hierarchy(std::mt19937 &random) {
   auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
   // Classes by level: 0 is the top, level 3 instantiates nothing.
   std::vector<std::vector<int>> levels(4);
-  std::vector<ClassSpec> classes;
+  std::vector<ClassPlan> classes;
   for (int level = 3; level >= 0; --level) {
     const int count = level == 0 ? 1 : 1 + pick(2);
     for (int c = 0; c < count; ++c) {
-      ClassSpec spec;
-      spec.inputs = level == 0 ? 0 : 1 + pick(2);
+      ClassPlan plan;
+      plan.inputs = level == 0 ? 0 : 1 + pick(2);
       // The states of a node and the refs that can feed it, in order.
       std::vector<std::pair<Ref, int>> available;
-      for (int i = 0; i < spec.inputs; ++i) {
-        spec.nodes.push_back({2 + pick(2), {}, {}});
-        available.push_back({Ref{-1, i}, spec.nodes.back().states});
+      for (int i = 0; i < plan.inputs; ++i) {
+        plan.nodes.push_back({2 + pick(2), {}, {}});
+        available.push_back({Ref{-1, i}, plan.nodes.back().states});
       }
       const int instance_count = level == 3 ? 0 : 1 + pick(3);
       for (int k = 0; k < instance_count; ++k) {
         const auto &choices = levels[level + 1];
-        InstanceSpec instance{choices[pick(static_cast<int>(choices.size()))], {}};
-        const ClassSpec &inner = classes[instance.cls];
+        InstancePlan instance{choices[pick(static_cast<int>(choices.size()))], {}};
+        const ClassPlan &inner = classes[instance.cls];
         for (int i = 0; i < inner.inputs; ++i) {
           // Each node is bound at most once, so that no child gets one
           // parent twice through bindings.
@@ -79,11 +79,11 @@ std::vector<ClassSpec> random_hierarchy(std::mt19937 &random) {
         }
         for (int o = 0; o < static_cast<int>(inner.outputs.size()); ++o)
           available.push_back({Ref{k, o}, inner.nodes[inner.outputs[o]].states});
-        spec.instances.push_back(instance);
+        plan.instances.push_back(instance);
       }
       const int plain = 2 + pick(3);
       for (int i = 0; i < plain; ++i) {
-        NodeSpec node{2 + pick(2), {}, {}};
+        NodePlan node{2 + pick(2), {}, {}};
         std::size_t size = node.states;
         for (auto &[ref, states] : available)
           if (states > 0 && node.parents.size() < 3 && pick(10) < 3) {
@@ -92,17 +92,17 @@ std::vector<ClassSpec> random_hierarchy(std::mt19937 &random) {
           }
         for (std::size_t j = 0; j < size; ++j)
           node.table.push_back(0.05f + static_cast<float>(random() % 1000) / 1000.0f);
-        available.push_back({Ref{-1, static_cast<int>(spec.nodes.size())}, node.states});
-        spec.nodes.push_back(node);
+        available.push_back({Ref{-1, static_cast<int>(plan.nodes.size())}, node.states});
+        plan.nodes.push_back(node);
       }
-      for (int i = spec.inputs; i < static_cast<int>(spec.nodes.size()); ++i)
-        if (pick(2) == 0 || i + 1 == static_cast<int>(spec.nodes.size())) spec.outputs.push_back(i);
+      for (int i = plan.inputs; i < static_cast<int>(plan.nodes.size()); ++i)
+        if (pick(2) == 0 || i + 1 == static_cast<int>(plan.nodes.size())) plan.outputs.push_back(i);
       // Unbound inputs keep a table of their own.
-      for (int i = 0; i < spec.inputs; ++i)
-        for (int s = 0; s < spec.nodes[i].states; ++s)
-          spec.nodes[i].table.push_back(0.05f + static_cast<float>(random() % 1000) / 1000.0f);
+      for (int i = 0; i < plan.inputs; ++i)
+        for (int s = 0; s < plan.nodes[i].states; ++s)
+          plan.nodes[i].table.push_back(0.05f + static_cast<float>(random() % 1000) / 1000.0f);
       levels[level].push_back(static_cast<int>(classes.size()));
-      classes.push_back(spec);
+      classes.push_back(plan);
     }
   }
   return classes;
@@ -124,54 +124,54 @@ void fill_table(ov_node_t node, const std::vector<float> &values) {
 }
 
 // Builds a class through the interface; the classes it instantiates exist.
-void build_class(const ClassSpec &spec, ov_class_t cls, const std::vector<ov_class_t> &made,
-                 const std::vector<ClassSpec> &specs) {
+void build_class(const ClassPlan &plan, ov_class_t cls, const std::vector<ov_class_t> &made,
+                 const std::vector<ClassPlan> &plans) {
   std::vector<ov_node_t> nodes, instances;
   auto resolve = [&](Ref ref) {
     if (ref.instance < 0) return nodes[static_cast<std::size_t>(ref.index)];
-    const ClassSpec &inner = specs[static_cast<std::size_t>(spec.instances[ref.instance].cls)];
-    ov_class_t inner_class = made[static_cast<std::size_t>(spec.instances[ref.instance].cls)];
+    const ClassPlan &inner = plans[static_cast<std::size_t>(plan.instances[ref.instance].cls)];
+    ov_class_t inner_class = made[static_cast<std::size_t>(plan.instances[ref.instance].cls)];
     ov_node_t output = ov_class_get_outputs(inner_class)[ref.index];
     (void)inner;
     return ov_node_get_output(instances[static_cast<std::size_t>(ref.instance)], output);
   };
-  for (int i = 0; i < spec.inputs; ++i) {
+  for (int i = 0; i < plan.inputs; ++i) {
     ov_node_t node = named_node(cls, node_name(i));
     ASSERT_EQ(ov_node_add_to_inputs(node), ov_error_none);
-    ASSERT_EQ(ov_node_set_number_of_states(node, spec.nodes[i].states), ov_error_none);
-    fill_table(node, spec.nodes[i].table);
+    ASSERT_EQ(ov_node_set_number_of_states(node, plan.nodes[i].states), ov_error_none);
+    fill_table(node, plan.nodes[i].table);
     nodes.push_back(node);
   }
-  for (std::size_t k = 0; k < spec.instances.size(); ++k) {
-    ov_class_t inner = made[static_cast<std::size_t>(spec.instances[k].cls)];
+  for (std::size_t k = 0; k < plan.instances.size(); ++k) {
+    ov_class_t inner = made[static_cast<std::size_t>(plan.instances[k].cls)];
     ov_node_t instance = ov_class_new_instance(cls, inner);
     ASSERT_NE(instance, nullptr);
     ASSERT_EQ(ov_node_set_name(instance, instance_name(static_cast<int>(k)).c_str()), ov_error_none);
     instances.push_back(instance);
-    for (std::size_t i = 0; i < spec.instances[k].bindings.size(); ++i) {
-      if (spec.instances[k].bindings[i]) {
-        ASSERT_EQ(ov_node_set_input(instance, ov_class_get_inputs(inner)[i], resolve(*spec.instances[k].bindings[i])),
+    for (std::size_t i = 0; i < plan.instances[k].bindings.size(); ++i) {
+      if (plan.instances[k].bindings[i]) {
+        ASSERT_EQ(ov_node_set_input(instance, ov_class_get_inputs(inner)[i], resolve(*plan.instances[k].bindings[i])),
                   ov_error_none);
       }
     }
   }
-  for (std::size_t i = static_cast<std::size_t>(spec.inputs); i < spec.nodes.size(); ++i) {
+  for (std::size_t i = static_cast<std::size_t>(plan.inputs); i < plan.nodes.size(); ++i) {
     ov_node_t node = named_node(cls, node_name(static_cast<int>(i)));
-    ASSERT_EQ(ov_node_set_number_of_states(node, spec.nodes[i].states), ov_error_none);
-    for (Ref ref : spec.nodes[i].parents) ASSERT_EQ(ov_node_add_parent(node, resolve(ref)), ov_error_none);
-    fill_table(node, spec.nodes[i].table);
+    ASSERT_EQ(ov_node_set_number_of_states(node, plan.nodes[i].states), ov_error_none);
+    for (Ref ref : plan.nodes[i].parents) ASSERT_EQ(ov_node_add_parent(node, resolve(ref)), ov_error_none);
+    fill_table(node, plan.nodes[i].table);
     nodes.push_back(node);
   }
-  for (int o : spec.outputs) ASSERT_EQ(ov_node_add_to_outputs(nodes[static_cast<std::size_t>(o)]), ov_error_none);
+  for (int o : plan.outputs) ASSERT_EQ(ov_node_add_to_outputs(nodes[static_cast<std::size_t>(o)]), ov_error_none);
 }
 
 // The flat network of a class, built without classes: one node per node of
 // each instance, named in `keys` by its path; a bound input is the node
 // bound to it. Returns the nodes standing for the outputs.
-std::vector<ov_node_t> flatten(const std::vector<ClassSpec> &specs, int c, const std::string &path,
+std::vector<ov_node_t> flatten(const std::vector<ClassPlan> &plans, int c, const std::string &path,
                                const std::vector<ov_node_t> &bound, ov_domain_t flat,
                                std::map<ov_node_t, std::string> &keys) {
-  const ClassSpec &spec = specs[static_cast<std::size_t>(c)];
+  const ClassPlan &plan = plans[static_cast<std::size_t>(c)];
   std::vector<ov_node_t> nodes;
   std::vector<std::vector<ov_node_t>> outputs;
   auto resolve = [&](Ref ref) {
@@ -180,32 +180,32 @@ std::vector<ov_node_t> flatten(const std::vector<ClassSpec> &specs, int c, const
   };
   auto make = [&](std::size_t i) {
     ov_node_t node = ov_domain_new_node(flat, ov_category_chance, ov_kind_discrete);
-    EXPECT_EQ(ov_node_set_number_of_states(node, spec.nodes[i].states), ov_error_none);
+    EXPECT_EQ(ov_node_set_number_of_states(node, plan.nodes[i].states), ov_error_none);
     keys[node] = path + node_name(static_cast<int>(i));
     return node;
   };
-  for (std::size_t i = 0; i < static_cast<std::size_t>(spec.inputs); ++i) {
+  for (std::size_t i = 0; i < static_cast<std::size_t>(plan.inputs); ++i) {
     if (bound[i] != nullptr) {
       nodes.push_back(bound[i]);
     } else {
       nodes.push_back(make(i));
-      fill_table(nodes.back(), spec.nodes[i].table);
+      fill_table(nodes.back(), plan.nodes[i].table);
     }
   }
-  for (std::size_t k = 0; k < spec.instances.size(); ++k) {
+  for (std::size_t k = 0; k < plan.instances.size(); ++k) {
     std::vector<ov_node_t> actual;
-    for (const auto &binding : spec.instances[k].bindings) actual.push_back(binding ? resolve(*binding) : nullptr);
+    for (const auto &binding : plan.instances[k].bindings) actual.push_back(binding ? resolve(*binding) : nullptr);
     outputs.push_back(
-        flatten(specs, spec.instances[k].cls, path + instance_name(static_cast<int>(k)) + "/", actual, flat, keys));
+        flatten(plans, plan.instances[k].cls, path + instance_name(static_cast<int>(k)) + "/", actual, flat, keys));
   }
-  for (std::size_t i = static_cast<std::size_t>(spec.inputs); i < spec.nodes.size(); ++i) {
+  for (std::size_t i = static_cast<std::size_t>(plan.inputs); i < plan.nodes.size(); ++i) {
     ov_node_t node = make(i);
-    for (Ref ref : spec.nodes[i].parents) EXPECT_EQ(ov_node_add_parent(node, resolve(ref)), ov_error_none);
-    fill_table(node, spec.nodes[i].table);
+    for (Ref ref : plan.nodes[i].parents) EXPECT_EQ(ov_node_add_parent(node, resolve(ref)), ov_error_none);
+    fill_table(node, plan.nodes[i].table);
     nodes.push_back(node);
   }
   std::vector<ov_node_t> result;
-  for (int o : spec.outputs) result.push_back(nodes[static_cast<std::size_t>(o)]);
+  for (int o : plan.outputs) result.push_back(nodes[static_cast<std::size_t>(o)]);
   return result;
 }
 
@@ -230,11 +230,11 @@ TEST_F(UnfoldTest, RandomHierarchiesEqualTheirFlatNetworks) {
   for (unsigned seed = 1; seed <= 12; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
-    std::vector<ClassSpec> specs = random_hierarchy(random);
+    std::vector<ClassPlan> plans = random_hierarchy(random);
     std::vector<ov_class_t> made;
-    for (std::size_t c = 0; c < specs.size(); ++c) {
+    for (std::size_t c = 0; c < plans.size(); ++c) {
       made.push_back(make_class(("C" + std::to_string(seed) + "_" + std::to_string(c)).c_str()));
-      build_class(specs[c], made.back(), made, specs);
+      build_class(plans[c], made.back(), made, plans);
       if (HasFatalFailure()) return;
     }
     ov_class_t top = made.back();
@@ -245,7 +245,7 @@ TEST_F(UnfoldTest, RandomHierarchiesEqualTheirFlatNetworks) {
     EXPECT_EQ(node_count(top), class_nodes);
     ov_domain_t flat = ov_new_domain();
     std::map<ov_node_t, std::string> flat_keys;
-    flatten(specs, static_cast<int>(specs.size()) - 1, "", {}, flat, flat_keys);
+    flatten(plans, static_cast<int>(plans.size()) - 1, "", {}, flat, flat_keys);
 
     // The same nodes, by path, with the same parents in the same order.
     std::map<std::string, ov_node_t> by_key;
