@@ -716,6 +716,45 @@ OV_API ov_double_t ov_node_get_sampled_value(ov_node_t node);
 OV_API ov_double_t ov_domain_get_probability_of_random_selection(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
+ * Cases (src/learn/case_api.cpp)
+ * ------------------------------------------------------------------------ */
+
+/* A domain holds numbered cases: a state (discrete) or value (continuous)
+ * per chance and decision node, any of which may be absent, and a count
+ * (weight, 1 until set). Learning and the case files read them from here. */
+
+/* Sets the number of cases; new cases are absent everywhere with count 1,
+ * and lowering the number drops the cases above it. */
+OV_API ov_status_t ov_domain_set_number_of_cases(ov_domain_t domain, ov_count_t count);
+/* Adds one case; its index (the previous number of cases), or -1. */
+OV_API ov_index_t ov_domain_new_case(ov_domain_t domain);
+OV_API ov_count_t ov_domain_get_number_of_cases(ov_domain_t domain);
+/* The count of a case: any number >= 0 (0 is legal; NaN is usage). */
+OV_API ov_status_t ov_domain_set_case_count(ov_domain_t domain, ov_index_t index, ov_number_t count);
+/* The count of a case, or -1.0. */
+OV_API ov_number_t ov_domain_get_case_count(ov_domain_t domain, ov_index_t index);
+/* The state of a discrete chance or decision node in a case; usage for a
+ * state outside the node's, case_state_too_large above 32767. */
+OV_API ov_status_t ov_node_set_case_state(ov_node_t node, ov_index_t index, ov_index_t state);
+/* The value of a continuous chance node in a case. */
+OV_API ov_status_t ov_node_set_case_value(ov_node_t node, ov_index_t index, ov_double_t value);
+/* Makes the node's entry of a case absent. */
+OV_API ov_status_t ov_node_unset_case(ov_node_t node, ov_index_t index);
+/* The state in a case, or -1: no_value when absent (a stored state at or
+ * above the node's present state count reads as absent). */
+OV_API ov_index_t ov_node_get_case_state(ov_node_t node, ov_index_t index);
+/* The value in a case, or -1.0: no_value when absent. */
+OV_API ov_double_t ov_node_get_case_value(ov_node_t node, ov_index_t index);
+/* 1 when the node has a state or value in the case, 0 when absent, -1. */
+OV_API int ov_node_case_is_set(ov_node_t node, ov_index_t index);
+/* Makes a case the evidence: selects the state or enters the value of each
+ * chance and decision node present in the case and retracts the findings
+ * of every other, newest node first; stops at the first failing node (the
+ * nodes before it keep their new evidence). A value the engine refuses is
+ * skipped. */
+OV_API ov_status_t ov_domain_enter_case(ov_domain_t domain, ov_index_t index);
+
+/* ------------------------------------------------------------------------
  * Tables (src/table/table_api.cpp)
  * ------------------------------------------------------------------------ */
 

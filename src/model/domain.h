@@ -77,6 +77,11 @@ struct ov_domain_s {
   orvel::CompiledForestPtr forest;
 
   orvel::LearningSettings learning;
+  // Cases: numbered records of observed values, with a weight (count) each;
+  // the values are on the nodes. Every per-case array that exists has
+  // case_capacity entries. No weights: every count is 1.
+  std::uint32_t case_count = 0, case_capacity = 0;
+  std::vector<ov_number_t> case_weights;
   orvel::RandomStatePtr random; // never null; seeded with the default seed at creation
 
   void *user_data = nullptr;

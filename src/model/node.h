@@ -85,6 +85,13 @@ struct ov_node_s {
   // on the way down from the top class, then the class node itself.
   std::unique_ptr<orvel::NodeList> source;
 
+  // Case values of a chance or decision node, made at the domain's case
+  // capacity on the first write. A state of -1, or one at or above the
+  // state count, is absent.
+  std::vector<std::int16_t> case_states;
+  std::vector<double> case_values;
+  std::vector<std::uint8_t> case_value_is_set;
+
   // Discrete nodes.
   std::uint32_t state_count = 1;
   std::shared_ptr<orvel::StateLabels> state_labels; // null until a label is set
