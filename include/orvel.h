@@ -755,6 +755,23 @@ OV_API int ov_node_case_is_set(ov_node_t node, ov_index_t index);
 OV_API ov_status_t ov_domain_enter_case(ov_domain_t domain, ov_index_t index);
 
 /* ------------------------------------------------------------------------
+ * Structure learning (src/learn/structure_api.cpp)
+ * ------------------------------------------------------------------------ */
+
+/* Learns the edges of a domain of discrete chance nodes without edges from
+ * its cases: G² tests of independence given at most three other nodes (at
+ * the domain's significance level; each test uses the cases complete for
+ * its own nodes), colliders, derived directions, then the remaining
+ * undirected edges directed where they add fewer parameters. Edge
+ * constraints override the data. Each step is written to the domain's log.
+ * usage for other nodes, existing edges or chain components; a domain
+ * without case data learns nothing and succeeds. */
+OV_API ov_status_t ov_domain_learn_structure(ov_domain_t domain);
+/* After structure learning: the p-value of the marginal test of two nodes
+ * (1 when they were not tested), or -1.0 (usage) when there was no run. */
+OV_API ov_double_t ov_node_get_data_independency(ov_node_t a, ov_node_t b);
+
+/* ------------------------------------------------------------------------
  * Tables (src/table/table_api.cpp)
  * ------------------------------------------------------------------------ */
 
