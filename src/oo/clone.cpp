@@ -117,6 +117,8 @@ ov_status_t clone_into(const Domain *from, Domain *to) {
   to->grain_size = from->grain_size;
   to->concurrency_level = from->concurrency_level;
   to->learning = from->learning;
+  // Sized by the first propagation, so that later ones need not allocate.
+  to->scratch_values.resize(from->scratch_values.size());
   random_state_assign(to->random.get(), from->random.get());
   copy_attributes(from->attributes, to->attributes);
 
