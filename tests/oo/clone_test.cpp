@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "orvel.h"
@@ -135,6 +136,33 @@ TEST(DomainClone, CompiledCloneIsWhereItsSourceIs) {
     EXPECT_EQ(fingerprint(copy), expected);
     ov_domain_delete(copy);
   }
+}
+
+TEST(DomainClone, ClonesAnswerOnThreadsAsTheSourceDoes) {
+  // Each thread takes its own clone through its own evidence; the source
+  // then takes the same evidence, one after the other, and must agree.
+  ov_domain_t source = parse(network("hepar2.net"));
+  ASSERT_EQ(ov_domain_compile(source), ov_error_none);
+  std::vector<ov_domain_t> clones;
+  for (int i = 0; i < 4; ++i) clones.push_back(ov_domain_clone(source));
+  std::vector<std::string> results(clones.size());
+  std::vector<std::thread> threads;
+  for (std::size_t i = 0; i < clones.size(); ++i)
+    threads.emplace_back([&, i] {
+      std::mt19937 rng(static_cast<unsigned>(i));
+      enter_evidence(clones[i], rng, 5);
+      results[i] = fingerprint(clones[i]);
+    });
+  for (std::thread &t : threads) t.join();
+  for (std::size_t i = 0; i < clones.size(); ++i) {
+    ov_domain_t again = ov_domain_clone(source);
+    std::mt19937 rng(static_cast<unsigned>(i));
+    enter_evidence(again, rng, 5);
+    EXPECT_EQ(results[i], fingerprint(again)) << i;
+    ov_domain_delete(again);
+    ov_domain_delete(clones[i]);
+  }
+  ov_domain_delete(source);
 }
 
 // One random step on a domain: evidence, retraction, propagation, a table
