@@ -138,6 +138,21 @@ TEST(DomainClone, CompiledCloneIsWhereItsSourceIs) {
   }
 }
 
+TEST(DomainClone, TriangulatedCloneCompilesAsItsSource) {
+  // A triangulation without table data is copied as it stands.
+  ov_domain_t source = parse(network("insurance.net"));
+  ASSERT_EQ(ov_domain_triangulate(source, ov_tm_fill_in_size), ov_error_none);
+  ov_domain_t copy = ov_domain_clone(source);
+  ASSERT_NE(copy, nullptr);
+  EXPECT_TRUE(ov_domain_is_triangulated(copy));
+  ASSERT_EQ(ov_domain_compile(source), ov_error_none);
+  ASSERT_EQ(ov_domain_compile(copy), ov_error_none);
+  EXPECT_EQ(ov_domain_get_jt_cost(copy), ov_domain_get_jt_cost(source));
+  EXPECT_EQ(fingerprint(copy), fingerprint(source));
+  ov_domain_delete(source);
+  ov_domain_delete(copy);
+}
+
 TEST(DomainClone, ClonesAnswerOnThreadsAsTheSourceDoes) {
   // Each thread takes its own clone through its own evidence; the source
   // then takes the same evidence, one after the other, and must agree.
