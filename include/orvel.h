@@ -964,6 +964,49 @@ OV_API ov_status_t ov_domain_generate_tables(ov_domain_t domain);
 OV_API ov_status_t ov_class_generate_tables(ov_class_t c);
 
 /* ------------------------------------------------------------------------
+ * Copies of domains and nodes (src/oo/clone_api.cpp)
+ * ------------------------------------------------------------------------ */
+
+/* A new domain, owned by the caller, that is a deep and independent copy of
+ * `domain`, exactly where the source stands:
+ * - the nodes in the same list order, with their names, labels, positions,
+ *   categories, kinds, subtypes, states (labels and values), parents and
+ *   children in the same order, edge constraints, attributes and sources
+ *   (ov_node_get_source leads to the same class nodes);
+ * - every table bit for bit, in the same list order: node tables,
+ *   experience and fading tables, chain components with their potentials;
+ *   models with their expressions;
+ * - the settings: log file (shared, not owned), concurrency level and grain
+ *   size, learning settings, node size, file name, attributes, and the
+ *   state of the random number generator, so that both draw the same
+ *   sequence until one is seeded again;
+ * - the triangulation and, for a compiled domain, the junction forest
+ *   itself (the same cliques, trees and numbers, with their tables and any
+ *   saved table memory): the copy is compiled without triangulating or
+ *   propagating again;
+ * - the evidence: entered findings and values, propagated findings, the
+ *   equilibrium, evidence mode and normalising constants of each tree, and
+ *   simulated states. Every query gives the same numbers, bit for bit, as on
+ *   the source, and so does every later propagation of the same evidence.
+ * Not copied: user data (of the domain, nodes, tables, cliques, trees and
+ * models, which refers to the source's objects), and tables that queries
+ * handed to the caller. The two domains share nothing but the log file: an
+ * edit, finding or propagation on one never reaches the other, and they may
+ * be used on different threads at once. usage for NULL and for a class
+ * handle (ov_class_create_domain makes a domain of a class). A failure
+ * (no_memory) leaves nothing behind. */
+OV_API ov_domain_t ov_domain_clone(ov_domain_t domain);
+/* A new node in the node's domain (or class) with the node's category, kind,
+ * subtype, states (count, labels and values), label, position and
+ * attributes, the same parents in the same order, a copy of its table (with
+ * the new node in the node's place) and of its model. It has no name until
+ * asked (ov_node_get_name then names it as any new node), no children, no
+ * edge constraints, no evidence, no experience or fading table and no user
+ * data. The domain is uncompiled, as by any structural edit. usage for NULL,
+ * an instance node and an output clone. */
+OV_API ov_node_t ov_node_clone(ov_node_t node);
+
+/* ------------------------------------------------------------------------
  * Classes (src/oo/class_api.cpp)
  * ------------------------------------------------------------------------ */
 

@@ -130,7 +130,7 @@ const std::vector<Case> &cases() {
       C(ov_attribute_get_value, nullptr, {}), C(ov_attribute_get_next, nullptr, {}), C(ov_cc_new_class, nullptr, {}),
       C(ov_cc_add_domain, 1, {}, {}), C(ov_cc_delete, 1, {}), C(ov_cc_get_members, nullptr, {}),
       C(ov_cc_get_class_by_name, nullptr, {}, "a"), C(ov_cc_set_user_data, 1, {}, &w),
-      C(ov_cc_get_user_data, nullptr, {}), C(ov_class_delete, 1, {}), C(ov_class_create_domain, nullptr, {}), C(ov_class_get_class_collection, nullptr, {}),
+      C(ov_cc_get_user_data, nullptr, {}), C(ov_class_delete, 1, {}), C(ov_class_create_domain, nullptr, {}), C(ov_domain_clone, nullptr, {}), C(ov_node_clone, nullptr, {}), C(ov_class_get_class_collection, nullptr, {}),
       C(ov_class_get_name, nullptr, {}), C(ov_class_set_name, 1, {}, "a"), C(ov_class_get_inputs, nullptr, {}),
       C(ov_class_get_outputs, nullptr, {}), C(ov_class_get_instances, nullptr, {}),
       C(ov_class_new_instance, nullptr, {}, {}), C(ov_node_add_to_inputs, 1, {}), C(ov_node_add_to_outputs, 1, {}),
