@@ -987,10 +987,12 @@ OV_API ov_status_t ov_class_generate_tables(ov_class_t c);
  * - the evidence: entered findings and values, propagated findings, the
  *   equilibrium, evidence mode and normalising constants of each tree, and
  *   simulated states. Every query gives the same numbers, bit for bit, as on
- *   the source, and so does every later propagation of the same evidence.
+ *   the source, and so does every later propagation of the same evidence;
+ * - the cases with their counts.
  * Not copied: user data (of the domain, nodes, tables, cliques, trees and
- * models, which refers to the source's objects), and tables that queries
- * handed to the caller. The two domains share nothing but the log file: an
+ * models, which refers to the source's objects), tables that queries
+ * handed to the caller, and the test records of structure learning
+ * (ov_node_get_data_independency is usage on the copy). The two domains share nothing but the log file: an
  * edit, finding or propagation on one never reaches the other, and they may
  * be used on different threads at once. usage for NULL and for a class
  * handle (ov_class_create_domain makes a domain of a class). A failure

@@ -117,6 +117,9 @@ void copy_node(const Node *from, Node *to, const std::vector<Node *> &map) {
   to->entered_value = from->entered_value;
   to->simulated_value = from->simulated_value;
   to->simulated_value_set = from->simulated_value_set;
+  to->case_states = from->case_states;
+  to->case_values = from->case_values;
+  to->case_value_is_set = from->case_value_is_set;
 }
 
 ov_status_t clone_into(const Domain *from, Domain *to) {
@@ -127,6 +130,9 @@ ov_status_t clone_into(const Domain *from, Domain *to) {
   to->grain_size = from->grain_size;
   to->concurrency_level = from->concurrency_level;
   to->learning = from->learning;
+  to->case_count = from->case_count;
+  to->case_capacity = from->case_capacity;
+  to->case_weights = from->case_weights;
   // Sized by the first propagation, so that later ones need not allocate.
   to->scratch_values.resize(from->scratch_values.size());
   random_state_assign(to->random.get(), from->random.get());

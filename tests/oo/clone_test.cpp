@@ -253,6 +253,9 @@ TEST(DomainClone, SettingsModelsAndRefusals) {
   ov_domain_set_attribute(source, "owner", "me");
   ov_domain_seed_random(source, 99);
   ov_domain_get_uniform_deviate(source);
+  ASSERT_EQ(ov_domain_set_number_of_cases(source, 3), 0);
+  ASSERT_EQ(ov_node_set_case_state(ov_domain_get_node_by_name(source, "A"), 1, 1), 0);
+  ASSERT_EQ(ov_domain_set_case_count(source, 2, 2.5f), 0);
   ov_domain_t copy = ov_domain_clone(source);
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(ov_domain_get_concurrency_level(copy), 3);
@@ -262,6 +265,10 @@ TEST(DomainClone, SettingsModelsAndRefusals) {
   ov_node_t b = ov_domain_get_node_by_name(copy, "B");
   EXPECT_STREQ(ov_node_get_label(b), "count");
   EXPECT_EQ(ov_node_get_state_value(b, 2), 2.0);
+  ASSERT_EQ(ov_domain_get_number_of_cases(copy), 3);
+  EXPECT_EQ(ov_node_get_case_state(ov_domain_get_node_by_name(copy, "A"), 1), 1);
+  EXPECT_EQ(ov_node_case_is_set(ov_domain_get_node_by_name(copy, "A"), 0), 0);
+  EXPECT_EQ(ov_domain_get_case_count(copy, 2), 2.5f);
   // The model follows the copy's own A: the source can go first.
   ov_domain_delete(source);
   ASSERT_EQ(ov_domain_compile(copy), ov_error_none);
