@@ -798,15 +798,13 @@ int command_convert(const Options &options) {
   return save_replacing(holder.domain, target);
 }
 
-
-const char *const simulate_help =
-    "usage: orvel simulate NET -n N -o DATA [--missing FRACTION] [--seed S]\n"
-    "\n"
-    "Draws N cases from the tables of the network (one with decision nodes is\n"
-    "refused) and writes them to the data file DATA: a header of node names, then\n"
-    "one case a line, fields separated by ','. --missing blanks each entry with\n"
-    "probability FRACTION (written '*'); --seed S (default 310952) seeds both the\n"
-    "simulation and the blanking, so that the same arguments give the same file.\n";
+const char *const simulate_help = "usage: orvel simulate NET -n N -o DATA [--missing FRACTION] [--seed S]\n"
+                                  "\n"
+                                  "Draws N cases from the tables of the network (one with decision nodes is\n"
+                                  "refused) and writes them to the data file DATA: a header of node names, then\n"
+                                  "one case a line, fields separated by ','. --missing blanks each entry with\n"
+                                  "probability FRACTION (written '*'); --seed S (default 310952) seeds both the\n"
+                                  "simulation and the blanking, so that the same arguments give the same file.\n";
 
 int command_simulate(int argc, char **argv) {
   std::string network, output;

@@ -180,28 +180,28 @@ void format_case_number(char *text, std::size_t size, double value) {
   std::snprintf(text, size, "%.17G", value);
 }
 
-bool write_state_text(std::FILE *stream, const Node *node, std::uint32_t state) {
+std::string state_text(const Node *node, std::uint32_t state) {
   switch (node->subtype) {
-  case ov_subtype_boolean: return std::fputs(state == 0 ? "false" : "true", stream) >= 0;
+  case ov_subtype_boolean: return state == 0 ? "false" : "true";
   case ov_subtype_number:
     if (values_increase(node)) {
       char text[64];
       format_case_number(text, sizeof text, state_value(node, state));
-      return std::fputs(text, stream) >= 0;
+      return text;
     }
     break;
   case ov_subtype_label: {
     const char *label = state_label(node, state);
     if (label[0] != 0 && node_state_from_label(node, label) == state) {
-      std::string escaped(escape_string(label, nullptr), '\0');
-      escape_string(label, escaped.data());
-      return std::fprintf(stream, "\"%s\"", escaped.c_str()) >= 0;
+      std::string quoted(escape_string(label, nullptr) + 2, '"');
+      escape_string(label, quoted.data() + 1);
+      return quoted;
     }
     break;
   }
   default: break;
   }
-  return std::fprintf(stream, "#%u", state) >= 0;
+  return "#" + std::to_string(state);
 }
 
 // ---------------------------------------------------------------- case files
@@ -227,7 +227,8 @@ ov_status_t parse_case_items(ParseContext &ctx, Domain *domain) {
       parse_reportf(&ctx, "`%c' expected", ':');
       return fail(ov_error_parse);
     }
-    if (parse_case_value(&ctx, node, -1, ctx.line) == ValueRead::failed) return static_cast<ov_status_t>(ov_error_code());
+    if (parse_case_value(&ctx, node, -1, ctx.line) == ValueRead::failed)
+      return static_cast<ov_status_t>(ov_error_code());
   }
   if (ctx.error_count > 0) return fail(ov_error_parse);
   return ov_error_none;
@@ -278,7 +279,7 @@ ov_status_t case_file_save(Domain *domain, const char *file_name) {
       format_case_number(number, sizeof number, node->entered_value);
       ok = ok && std::fputs(number, stream) >= 0;
     } else if (!likelihood_entered(node) && entered_state(node) >= 0) {
-      ok = ok && write_state_text(stream, node, static_cast<std::uint32_t>(entered_state(node)));
+      ok = ok && std::fputs(state_text(node, static_cast<std::uint32_t>(entered_state(node))).c_str(), stream) >= 0;
     } else {
       ok = ok && std::fputc('(', stream) != EOF;
       for (std::uint32_t state = 0; state < node->state_count && ok; ++state) {

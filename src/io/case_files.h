@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 #include "io/scanner.h"
 #include "model/forward.h"
@@ -47,7 +48,8 @@ ov_status_t case_api_fail(ParseContext *ctx);
 // A number written so that it reads back the same: "%G" where that is exact,
 // else with as many digits as it takes. Holds the "C" locale (caller).
 void format_case_number(char *text, std::size_t size, double value);
-// Writes the state text of a state of a discrete node.
-bool write_state_text(std::FILE *stream, const Node *node, std::uint32_t state);
+// How a state of a discrete node is written: its label as a string, true or
+// false, its value, or "#" and its index where nothing else names it.
+std::string state_text(const Node *node, std::uint32_t state);
 
 } // namespace orvel

@@ -4,6 +4,7 @@
 // missing value. The end of a line is seen only through the scanner's line
 // count, so a case cannot span lines.
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "api/boundary.h"
@@ -164,26 +165,35 @@ ov_status_t data_file_parse(Domain *domain, const char *file_name, ov_parse_erro
 
 namespace {
 
-bool write_entry(std::FILE *stream, Node *node, ov_index_t index, const char *missing) {
+// The columns of a data file: each node with the texts of its states,
+// made once for the whole file.
+struct Column {
+  Node *node;
+  std::vector<std::string> states;
+};
+
+bool write_entry(std::FILE *stream, const Column &column, ov_index_t index, const char *missing) {
+  Node *node = column.node;
   if (ov_node_case_is_set(node, index) != 1) return std::fputs(missing, stream) >= 0;
   if (node->is_discrete()) {
-    return write_state_text(stream, node, static_cast<std::uint32_t>(ov_node_get_case_state(node, index)));
+    const auto state = static_cast<std::size_t>(ov_node_get_case_state(node, index));
+    return std::fputs(column.states[state].c_str(), stream) >= 0;
   }
   char number[64];
   format_case_number(number, sizeof number, ov_node_get_case_value(node, index));
   return std::fputs(number, stream) >= 0;
 }
 
-bool write_case(std::FILE *stream, Domain *domain, Node *const *nodes, ov_index_t index, bool counts,
+bool write_case(std::FILE *stream, Domain *domain, const std::vector<Column> &columns, ov_index_t index, bool counts,
                 const char *separator, const char *missing) {
-  char number[64];
   if (counts) {
+    char number[64];
     format_case_number(number, sizeof number, ov_domain_get_case_count(domain, index));
-    if (std::fprintf(stream, "%s%s", number, separator) < 0) return false;
+    if (std::fputs(number, stream) < 0 || std::fputs(separator, stream) < 0) return false;
   }
-  for (std::size_t k = 0; nodes[k] != nullptr; ++k) {
+  for (std::size_t k = 0; k < columns.size(); ++k) {
     if (k > 0 && std::fputs(separator, stream) < 0) return false;
-    if (!write_entry(stream, nodes[k], index, missing)) return false;
+    if (!write_entry(stream, columns[k], index, missing)) return false;
   }
   return std::fputc('\n', stream) != EOF;
 }
@@ -195,10 +205,15 @@ ov_status_t data_file_save(Domain *domain, const char *file_name, Node *const *n
   LocaleGuard guard;
   if (!guard.ok()) return static_cast<ov_status_t>(ov_error_code());
   std::vector<const char *> names;
+  std::vector<Column> columns;
   for (std::size_t k = 0; nodes[k] != nullptr; ++k) {
     const char *name = node_get_name(nodes[k]);
     if (name == nullptr) return static_cast<ov_status_t>(ov_error_code());
     names.push_back(name);
+    Column &column = columns.emplace_back(Column{nodes[k], {}});
+    if (nodes[k]->is_discrete())
+      for (std::uint32_t state = 0; state < nodes[k]->state_count; ++state)
+        column.states.push_back(state_text(nodes[k], state));
   }
   std::FILE *stream = std::fopen(file_name, "w");
   if (stream == nullptr) return fail(ov_error_io);
@@ -208,10 +223,10 @@ ov_status_t data_file_save(Domain *domain, const char *file_name, Node *const *n
   ok = ok && std::fputs("\n\n", stream) >= 0;
   if (cases == nullptr) {
     for (ov_index_t index = 0; index < domain->case_count && ok; ++index)
-      ok = write_case(stream, domain, nodes, index, counts, separator, missing);
+      ok = write_case(stream, domain, columns, index, counts, separator, missing);
   } else {
     for (const ov_index_t *index = cases; *index >= 0 && ok; ++index)
-      ok = write_case(stream, domain, nodes, *index, counts, separator, missing);
+      ok = write_case(stream, domain, columns, *index, counts, separator, missing);
   }
   const bool closed = std::fclose(stream) == 0;
   if (!ok || !closed) return fail(ov_error_io);

@@ -121,16 +121,15 @@ TEST(DataFile, WrittenCasesReadBackEqual) {
     const char *separator, *missing;
     std::vector<ov_index_t> listed;
   };
-  const Variant variants[] = {
-      {1, ", ", "*", {}}, {0, " ", "?", {}}, {1, ",", "?", {}}, {0, "\t", "*", {7, 3, 3, 299}}};
+  const Variant variants[] = {{1, ", ", "*", {}}, {0, " ", "?", {}}, {1, ",", "?", {}}, {0, "\t", "*", {7, 3, 3, 299}}};
   const std::string path = temp_path("round.dat");
   for (const Variant &v : variants) {
     SCOPED_TRACE(std::string("separator '") + v.separator + "', missing '" + v.missing + "'");
     std::vector<ov_node_t> nodes = written.nodes();
     std::vector<ov_index_t> listed = v.listed;
     listed.push_back(-1);
-    ASSERT_EQ(ov_domain_save_cases(written.domain, path.c_str(), nodes.data(), v.listed.empty() ? nullptr : listed.data(),
-                                   v.counts, v.separator, v.missing),
+    ASSERT_EQ(ov_domain_save_cases(written.domain, path.c_str(), nodes.data(),
+                                   v.listed.empty() ? nullptr : listed.data(), v.counts, v.separator, v.missing),
               ov_error_none);
     Net read;
     std::vector<Message> messages;
