@@ -98,7 +98,7 @@ void examine_data(ov_domain_t domain) {
     check(ov_domain_get_number_of_cases(domain) == 0, "a failed read left cases");
     return;
   }
-  if (ov_domain_save_cases(domain, scratch(1).c_str(), case_nodes(domain), nullptr, 1, ",", "") != ov_error_none)
+  if (ov_domain_save_cases(domain, scratch(1).c_str(), case_nodes(domain), nullptr, 1, ", ", "*") != ov_error_none)
     return;
   ov_domain_t again = ov_net_parse_from_string(network, nullptr);
   check(ov_domain_parse_cases(again, scratch(1).c_str(), handler, nullptr) == ov_error_none,
