@@ -32,12 +32,13 @@ extern "C" {
 
 ov_status_t ov_domain_parse_case(ov_domain_t domain, ov_string_t file_name, ov_parse_error_handler_t handler,
                                  void *data) {
-  if (check_usage(domain == nullptr || file_name == nullptr)) return ov_error_usage;
+  // Findings belong to domains; a class has none.
+  if (check_usage(domain == nullptr || domain->is_class() || file_name == nullptr)) return ov_error_usage;
   return guarded_status([&] { return case_file_parse(domain, file_name, handler, data); });
 }
 
 ov_status_t ov_domain_save_case(ov_domain_t domain, ov_string_t file_name) {
-  if (check_usage(domain == nullptr || file_name == nullptr)) return ov_error_usage;
+  if (check_usage(domain == nullptr || domain->is_class() || file_name == nullptr)) return ov_error_usage;
   return guarded_status([&] { return case_file_save(domain, file_name); });
 }
 
