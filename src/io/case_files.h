@@ -1,5 +1,10 @@
 // Case files (the findings of one case) and data files (many cases, one a
 // line, kept in the domain's case storage): their readers and writers.
+//
+// Case storage lives in learn/, above this layer, so these files store and
+// read cases through the exported case calls (ov_node_set_case_state and
+// the like), which also give the readers their "API error" on a refusal;
+// findings go through the evidence layer below.
 #pragma once
 
 #include <cstdint>
