@@ -772,6 +772,36 @@ OV_API ov_status_t ov_domain_learn_structure(ov_domain_t domain);
 OV_API ov_double_t ov_node_get_data_independency(ov_node_t a, ov_node_t b);
 
 /* ------------------------------------------------------------------------
+ * Case and data files (src/io/case_file_api.cpp)
+ *
+ * A case file holds findings, one "name: value" item each; a data file holds
+ * cases: a header line of node names (after '#' when each case starts with
+ * its count), then one case a line, fields separated by blanks or one ','.
+ * An empty field, '*' or '?' is a missing value. Messages go to the handler
+ * with the line; soft errors fail the read at its end. io when a file will
+ * not open or close. */
+
+/* Retracts all findings and enters the case of a file; on failure all
+ * findings are retracted again. */
+OV_API ov_status_t ov_domain_parse_case(ov_domain_t domain, ov_string_t file_name, ov_parse_error_handler_t handler,
+                                        void *data);
+/* Writes the findings of the chance and decision nodes as a case file. */
+OV_API ov_status_t ov_domain_save_case(ov_domain_t domain, ov_string_t file_name);
+/* Appends the cases of a data file; on failure the number of cases is set
+ * back to what it was. */
+OV_API ov_status_t ov_domain_parse_cases(ov_domain_t domain, ov_string_t file_name, ov_parse_error_handler_t handler,
+                                         void *data);
+/* Writes the cases listed in `cases` (ending at a negative index; NULL for
+ * all) of the chance and decision nodes of the NULL-terminated, non-empty
+ * `nodes` as a data file, with counts when include_counts is 1; fields are
+ * joined by `separator` and a missing value is written as `missing`. An
+ * empty `missing` reads back only between fields: at the end of a line the
+ * reader takes the case for one with too few data items. */
+OV_API ov_status_t ov_domain_save_cases(ov_domain_t domain, ov_string_t file_name, ov_node_t *nodes,
+                                        const ov_index_t *cases, int include_counts, ov_string_t separator,
+                                        ov_string_t missing);
+
+/* ------------------------------------------------------------------------
  * Tables (src/table/table_api.cpp)
  * ------------------------------------------------------------------------ */
 

@@ -157,6 +157,9 @@ const std::vector<Case> &cases() {
       C(ov_net_parse, nullptr, {}, {}), C(ov_net_parse_from_string, nullptr, {}, {}),
       C(ov_net_parse_classes, 1, {}, {}, {}, {}, {}), C(ov_domain_parse_nodes, nullptr, {}, "nodes.txt", {}, {}),
       C(ov_class_parse_nodes, nullptr, {}, "nodes.txt", {}, {}),
+      C(ov_domain_parse_case, 1, {}, "unused.case", {}, {}), C(ov_domain_save_case, 1, {}, "unused.case"),
+      C(ov_domain_parse_cases, 1, {}, "unused.dat", {}, {}),
+      C(ov_domain_save_cases, 1, {}, "unused.dat", no_nodes, {}, 0, ",", "*"),
   };
   // clang-format on
   return all;
