@@ -150,6 +150,8 @@ const std::vector<Case> &cases() {
       C(ov_net_parse, nullptr, {}, {}), C(ov_net_parse_from_string, nullptr, {}, {}),
       C(ov_net_parse_classes, 1, {}, {}, {}, {}, {}), C(ov_domain_parse_nodes, nullptr, {}, "nodes.txt", {}, {}),
       C(ov_class_parse_nodes, nullptr, {}, "nodes.txt", {}, {}),
+      C(ov_domain_save_as_kb, 1, {}, "unused.kb", {}), C(ov_domain_save, 1, {}, "unused.kb", 0),
+      C(ov_kb_load_domain, nullptr, {}, {}), C(ov_load_domain, nullptr, {}),
   };
   // clang-format on
   return all;
