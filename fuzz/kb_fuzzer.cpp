@@ -29,10 +29,8 @@ bool expected_failure(ov_error_t code) {
   case ov_error_io:
   case ov_error_no_memory:
   case ov_error_compressed:
-  case ov_error_invalid_password:
-    return true;
-  default:
-    return false;
+  case ov_error_invalid_password: return true;
+  default: return false;
   }
 }
 
