@@ -102,6 +102,12 @@ struct KbReader {
     return true;
   }
 
+  // A link that the graph refuses (a cycle, a kind of parent the node may
+  // not have, a node twice) is bad data.
+  bool link_parent(Node *child, Node *parent) {
+    const ov_status_t code = add_parent(child, parent);
+    return code == ov_error_none || code == ov_error_no_memory ? failed_code(code) : format();
+  }
   bool header();
   bool node_record();
   bool password_block();
@@ -159,7 +165,12 @@ bool KbReader::node_record() {
   std::string name, label;
   bool has_name = false, has_label = false;
   if (!in.string(name, has_name) || !in.string(label, has_label)) return false;
-  if (has_name && !failed_code(node_set_name(node, name.c_str()))) return false;
+  if (has_name) {
+    // A name that is not a name, or one that another node holds, is bad data.
+    const ov_status_t code = node_set_name(node, name.c_str());
+    if (code == ov_error_invalid_name || code == ov_error_usage) return format();
+    if (!failed_code(code)) return false;
+  }
   node->label = label;
   if (!in.integer32(node->position_x) || !in.integer32(node->position_y)) return false;
   if (!attributes([&](const char *k, const char *v) { return attribute_set(node->attributes, k, v, false); }))
@@ -395,10 +406,10 @@ bool KbReader::node_links(std::uint32_t index) {
   // add_parent puts a discrete parent first and a continuous one last.
   for (auto it = parents.end(); it != parents.begin();) {
     Node *parent = *--it;
-    if (parent->is_discrete() && !failed_code(add_parent(node, parent))) return false;
+    if (parent->is_discrete() && !link_parent(node, parent)) return false;
   }
   for (Node *parent : parents)
-    if (!parent->is_discrete() && !failed_code(add_parent(node, parent))) return false;
+    if (!parent->is_discrete() && !link_parent(node, parent)) return false;
   if (node->parents.size() != parents.size() || !std::equal(parents.begin(), parents.end(), node->parents.begin()))
     return format();
   const bool chance = node->category == ov_category_chance;
@@ -407,7 +418,8 @@ bool KbReader::node_links(std::uint32_t index) {
   const bool discrete_chance = chance && node->is_discrete();
   std::uint32_t r = 0;
   if (chance || utility) {
-    if (!ref(r, table_count, true) || !take_table(*this, r, node->table, node)) return false;
+    // A node gets its table at first need, and a compile needs it.
+    if (!ref(r, table_count, state != 2) || !take_table(*this, r, node->table, node)) return false;
     if (node->table != nullptr) {
       // The family, in an order that a node's table may take.
       node->table = nullptr;
@@ -446,9 +458,12 @@ bool KbReader::node_links(std::uint32_t index) {
       NodeList model_nodes;
       if (!node_ref_list(model_nodes)) return false;
       if (!valid_model_nodes(node, model_nodes.data())) return format();
+      // One byte at least for each expression, before the slots are made.
+      Size slots = 1;
+      for (const Node *m : model_nodes) slots = size_multiply(slots, m->state_count);
+      if (!in.has(slots, 1)) return false;
       Model *model = model_create(node, model_nodes.data());
       if (model == nullptr || !failed_code(model_make_array(model))) return failed_code(ov_error_code());
-      if (!in.has(model->size, 1)) return false;
       for (Size i = 0; i < model->size; ++i) {
         ExpressionPtr e;
         if (!expression(e, 1)) return false;
@@ -539,6 +554,22 @@ bool KbReader::finish() {
     };
     std::sort(made_order.begin(), made_order.end(),
               [&](std::uint32_t a, std::uint32_t b) { return serial_of(a) < serial_of(b); });
+    // They must be the cliques of the triangulation: made from it once to
+    // compare, then released again with the triangulation kept.
+    const auto node_numbers = [](const NodeList &list) {
+      std::vector<std::uint32_t> numbers;
+      for (const Node *node : list) numbers.push_back(node->number);
+      std::sort(numbers.begin(), numbers.end());
+      return numbers;
+    };
+    if (!failed_code(build_cliques(domain))) return false;
+    std::vector<std::vector<std::uint32_t>> expected, stored;
+    for (auto &clique : domain->forest->cliques) expected.push_back(node_numbers(clique->table->nodes));
+    release_forest(domain, false);
+    for (std::uint32_t i = 0; i < clique_count; ++i) stored.push_back(node_numbers(tables[serial_of(i) - 1].nodes));
+    std::sort(expected.begin(), expected.end());
+    std::sort(stored.begin(), stored.end());
+    if (expected != stored) return format();
     std::vector<std::unique_ptr<Clique>> made;
     for (std::uint32_t i : made_order) {
       const TableRecord &record = tables[serial_of(i) - 1];

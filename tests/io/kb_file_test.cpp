@@ -215,4 +215,41 @@ TEST(KbFile, DamagedFilesFailWithTheirCodes) {
   EXPECT_EQ(with(at, {3}), ov_error_format);
 }
 
+// A compiled network with findings, cut short anywhere or with any one
+// byte changed: the load fails with a code that bad data gives, or gives a
+// domain that writes the same bytes again.
+TEST(KbFile, DamagedCompiledFilesFailOrLoadConsistently) {
+  ov_domain_t d = ov_net_parse_domain(ORVEL_NETWORKS "/asia.net", nullptr, nullptr);
+  ASSERT_EQ(ov_domain_compile(d), ov_error_none);
+  ASSERT_EQ(ov_node_select_state(ov_domain_get_first_node(d), 0), ov_error_none);
+  std::vector<std::uint8_t> good;
+  ASSERT_EQ(orvel::kb_write_bytes(d, nullptr, 2, good), ov_error_none);
+  ov_domain_delete(d);
+  const auto acceptable = [](ov_error_t code) {
+    return code == ov_error_io || code == ov_error_format || code == ov_error_bad_file ||
+           code == ov_error_bad_version || code == ov_error_compressed || code == ov_error_invalid_password;
+  };
+  for (std::size_t n = 0; n < good.size(); ++n) {
+    const ov_error_t code = load_error(std::vector<std::uint8_t>(good.begin(), good.begin() + n));
+    EXPECT_TRUE(code == ov_error_io || code == ov_error_format) << "cut at " << n << ": " << ov_error_name(code);
+    for (int delta : {1, 255}) {
+      auto bytes = good;
+      bytes[n] = static_cast<std::uint8_t>(bytes[n] + delta);
+      ov_domain_t e = orvel::kb_read_bytes(bytes.data(), bytes.size(), nullptr);
+      if (e == nullptr) {
+        EXPECT_TRUE(acceptable(ov_error_code())) << "byte " << n << ": " << ov_error_name(ov_error_code());
+        continue;
+      }
+      std::vector<std::uint8_t> first, second;
+      ASSERT_EQ(orvel::kb_write_bytes(e, nullptr, 2, first), ov_error_none);
+      ov_domain_t again = orvel::kb_read_bytes(first.data(), first.size(), nullptr);
+      ASSERT_NE(again, nullptr) << "byte " << n << ": " << ov_error_name(ov_error_code());
+      ASSERT_EQ(orvel::kb_write_bytes(again, nullptr, 2, second), ov_error_none);
+      EXPECT_EQ(first, second) << "byte " << n;
+      ov_domain_delete(again);
+      ov_domain_delete(e);
+    }
+  }
+}
+
 } // namespace

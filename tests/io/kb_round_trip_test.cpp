@@ -1,7 +1,9 @@
-// KB files: every shared network saved and loaded in both byte orders,
-// uncompiled, compiled, and compiled with findings propagated. The loaded
-// domain writes the same bytes as the original (every field of the file)
-// and gives bit-identical beliefs.
+// KB files: every shared network saved and loaded, uncompiled (in both byte
+// orders), compiled (big-endian) and compiled with findings propagated
+// (little-endian); a compiled load costs a first propagation, so each
+// compiled state goes through one order. The loaded domain writes the same
+// bytes as the original (every field of the file) and gives bit-identical
+// beliefs.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -38,15 +40,20 @@ std::vector<std::uint32_t> belief_bits(ov_domain_t domain) {
 }
 
 // Findings on a few nodes that cannot make the evidence impossible: the
-// likeliest state of one node, and likelihoods on others.
+// likeliest state of two nodes (one with a weight), and likelihoods on
+// others.
 void enter_findings(ov_domain_t domain) {
   int k = 0;
   for (ov_node_t n = ov_domain_get_first_node(domain); n != nullptr && k < 4; n = ov_node_get_next(n), ++k) {
-    if (k == 0) {
+    if (k <= 1) {
       ov_count_t best = 0;
       for (ov_count_t s = 1; s < ov_node_get_number_of_states(n); ++s)
         if (ov_node_get_belief(n, s) > ov_node_get_belief(n, best)) best = s;
       ASSERT_EQ(ov_node_select_state(n, best), ov_error_none);
+      // The second one keeps its state with a weight.
+      if (k == 1) {
+        ASSERT_EQ(ov_node_enter_finding(n, best, 0.5f), ov_error_none);
+      }
     } else {
       ASSERT_EQ(ov_node_enter_finding(n, 0, 0.25f), ov_error_none);
     }
@@ -54,10 +61,10 @@ void enter_findings(ov_domain_t domain) {
   ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
 }
 
-void check_round_trip(ov_domain_t original, const std::string &what, bool propagate) {
+void check_round_trip(ov_domain_t original, const std::string &what, bool propagate, std::vector<int> orders) {
   const int native = orvel::kb_native_order();
   const auto expected = kb_bytes(original, native);
-  for (int order : {1, 2}) {
+  for (int order : orders) {
     const auto bytes = kb_bytes(original, order);
     ov_domain_t loaded = orvel::kb_read_bytes(bytes.data(), bytes.size(), nullptr);
     ASSERT_NE(loaded, nullptr) << what << " order " << order << ": " << ov_error_name(ov_error_code());
@@ -79,11 +86,11 @@ TEST(KbRoundTrip, EverySharedNetworkInEveryStateAndByteOrder) {
     const std::string file = entry.path().string();
     ov_domain_t d = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
     ASSERT_NE(d, nullptr) << file;
-    check_round_trip(d, file + " uncompiled", false);
+    check_round_trip(d, file + " uncompiled", false, {1, 2});
     ASSERT_EQ(ov_domain_compile(d), ov_error_none) << file;
-    check_round_trip(d, file + " compiled", false);
+    check_round_trip(d, file + " compiled", false, {1});
     enter_findings(d);
-    check_round_trip(d, file + " with findings", true);
+    check_round_trip(d, file + " with findings", true, {2});
     ov_domain_delete(d);
     ++networks;
   }
