@@ -43,6 +43,18 @@ struct KbWriter {
     }
     out.null_string();
   }
+  // The tables in the order of the file: the plain ones first, then those
+  // of the forest, each in list order. Node tables made at first need by a
+  // compile stand among the forest's on the list; in the file they stand
+  // where a reader makes them.
+  std::vector<const Table *> written_tables() const {
+    std::vector<const Table *> list;
+    for (auto &table : domain->tables)
+      if (table->role == role_plain) list.push_back(table.get());
+    for (auto &table : domain->tables)
+      if (table->role != role_plain && table->role != role_returned) list.push_back(table.get());
+    return list;
+  }
   void header(int version, int state);
   void node_record(const Node *node);
   void table_record(const Table *table);
@@ -64,8 +76,7 @@ void KbWriter::header(int version, int state) {
   const CompiledForest &forest = *domain->forest;
   out.count(domain->node_count());
   std::uint32_t tables = 0;
-  for (auto &table : domain->tables)
-    if (table->role != role_returned) table_serials[table->serial] = ++tables;
+  for (const Table *table : written_tables()) table_serials[table->serial] = ++tables;
   out.count(tables);
   out.count(compiled ? static_cast<std::uint32_t>(forest.kernel_plans.size()) : 0);
   out.count(compiled ? static_cast<std::uint32_t>(forest.cliques.size()) : 0);
@@ -220,8 +231,7 @@ ov_status_t kb_write_bytes(Domain *domain, const char *password, int byte_order,
     w.out.count(static_cast<std::uint32_t>(block.size()));
     w.out.items(block.data(), 1, block.size());
   }
-  for (auto &table : domain->tables)
-    if (table->role != role_returned) w.table_record(table.get());
+  for (const Table *table : w.written_tables()) w.table_record(table);
   const CompiledForest &forest = *domain->forest;
   if (w.compiled) {
     for (auto &plan : forest.kernel_plans) {

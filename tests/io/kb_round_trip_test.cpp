@@ -97,4 +97,22 @@ TEST(KbRoundTrip, EverySharedNetworkInEveryStateAndByteOrder) {
   EXPECT_GE(networks, 18);
 }
 
+// A chain graph: the potential over two children keeps its place among the
+// tables, and the normaliser is made again.
+TEST(KbRoundTrip, ChainGraph) {
+  ov_domain_t d = ov_net_parse_from_string("node A { states = (\"a\" \"b\"); }\n"
+                                           "node B { states = (\"a\" \"b\"); }\n"
+                                           "node C { states = (\"a\" \"b\"); }\n"
+                                           "potential (A) { data = (0.5 0.5); }\n"
+                                           "potential (B C | A) { data = (((1 2) (3 4)) ((5 6) (7 8))); }\n",
+                                           nullptr);
+  ASSERT_NE(d, nullptr);
+  check_round_trip(d, "chain uncompiled", false, {1, 2});
+  ASSERT_EQ(ov_domain_compile(d), ov_error_none);
+  check_round_trip(d, "chain compiled", false, {1});
+  enter_findings(d);
+  check_round_trip(d, "chain with findings", true, {2});
+  ov_domain_delete(d);
+}
+
 } // namespace
