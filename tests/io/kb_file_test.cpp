@@ -42,6 +42,8 @@ struct Bytes {
   Bytes &i32(std::int32_t x) { return raw(&x, 4); }
   Bytes &f32(float x) { return raw(&x, 4); }
   Bytes &f64(double x) { return raw(&x, 8); }
+  bool wide = false; // numbers of 8 bytes
+  Bytes &num(float x) { return wide ? f64(x) : f32(x); }
 };
 
 // Operator bytes of "number" and "add" in each version, from the tables of
@@ -52,9 +54,10 @@ int add_byte(int version) { return version <= 7 ? 79 : version == 8 ? 88 : 93; }
 // A and B (B has parent A). A: labels yes/no, position (10, 20), state 0
 // selected. B: numbered states 0..2, a likelihood, a model over A with
 // Binomial (2, 0.5) and Binomial (2, 0.25 + 0.25).
-std::vector<std::uint8_t> small_file(int version, const char *password = nullptr) {
+std::vector<std::uint8_t> small_file(int version, const char *password = nullptr, bool wide = false) {
   Bytes b;
-  b.byte(125).byte(0).byte(version).byte(2).byte(4).count(4).byte(8).byte(1).byte(2).byte(4);
+  b.wide = wide;
+  b.byte(125).byte(0).byte(version).byte(2).byte(4).count(wide ? 8 : 4).byte(8).byte(1).byte(2).byte(4);
   b.count(2).count(2).count(0).count(0).count(0).byte(0).byte(0).count(50).count(30);
   b.str("owner").str("me").null();
   // Node A.
@@ -63,7 +66,7 @@ std::vector<std::uint8_t> small_file(int version, const char *password = nullptr
   // Node B.
   b.byte(7).byte(0).str("B").str("").i32(-5).i32(0).null();
   b.count(3).byte(32).byte(0).byte(1).f64(0).f64(1).f64(2).f64(3);
-  b.byte(3).f32(0.5f).f32(1.0f).f32(0.25f);
+  b.byte(3).num(0.5f).num(1.0f).num(0.25f);
   if (version == 10) {
     const std::uint8_t salt[8] = {1, 2, 3, 4, 5, 6, 7, 8};
     const auto block = orvel::kb_password_block(password, salt);
@@ -71,9 +74,9 @@ std::vector<std::uint8_t> small_file(int version, const char *password = nullptr
     b.raw(block.data(), static_cast<int>(block.size()));
   }
   // Tables: A's, then B's over (A, B).
-  b.count(1).count(1).byte(0).byte(0).f32(0.25f).f32(0.75f);
+  b.count(1).count(1).byte(0).byte(0).num(0.25f).num(0.75f);
   b.count(2).count(1).count(2).byte(0).byte(0);
-  for (float x : {0.25f, 0.5f, 0.25f, 0.5f, 0.0f, 0.5f}) b.f32(x);
+  for (float x : {0.25f, 0.5f, 0.25f, 0.5f, 0.0f, 0.5f}) b.num(x);
   b.byte(0); // no chain components
   // Links of A, then of B.
   b.count(0).count(1).count(2).count(1).count(0).count(0).byte(0);
@@ -142,6 +145,14 @@ TEST(KbFile, TheWriterGivesTheHandMadeBytesThroughGzip) {
   std::vector<std::uint8_t> again;
   ASSERT_EQ(orvel::kb_write_bytes(e, nullptr, 2, again), ov_error_none);
   EXPECT_EQ(again, bytes);
+  // Numbers of 8 bytes are narrowed to the same domain.
+  const auto wide = small_file(9, nullptr, true);
+  ov_domain_t w = orvel::kb_read_bytes(wide.data(), wide.size(), nullptr);
+  ASSERT_NE(w, nullptr) << ov_error_name(ov_error_code());
+  again.clear();
+  ASSERT_EQ(orvel::kb_write_bytes(w, nullptr, 2, again), ov_error_none);
+  EXPECT_EQ(again, bytes);
+  ov_domain_delete(w);
   EXPECT_EQ(ov_domain_save(d, nullptr, 3), ov_error_usage);
   ov_domain_delete(d);
   ov_domain_delete(e);
