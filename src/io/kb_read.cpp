@@ -168,7 +168,7 @@ bool KbReader::node_record() {
   if (has_name) {
     // A name that is not a name, or one that another node holds, is bad data.
     const ov_status_t code = node_set_name(node, name.c_str());
-    if (code == ov_error_invalid_name || code == ov_error_usage) return format();
+    if (code == ov_error_invalid_name || code == ov_error_twice || code == ov_error_usage) return format();
     if (!failed_code(code)) return false;
   }
   node->label = label;
