@@ -1140,6 +1140,22 @@ OV_API ov_status_t ov_class_save_as_net(ov_class_t cls, ov_string_t file_name);
  * the classes it instantiates; their file names become file_name. */
 OV_API ov_status_t ov_cc_save_as_net(ov_class_collection_t collection, ov_string_t file_name);
 
+/* KB files: a domain with its triangulation, junction forest and findings,
+ * as a gzip stream. With a password the file is version 10 and loads only
+ * with that password (invalid_password otherwise); without one, version 9.
+ * The file is written little-endian. The domain's file name becomes
+ * file_name. */
+OV_API ov_status_t ov_domain_save_as_kb(ov_domain_t domain, ov_string_t file_name, ov_string_t password);
+/* Saves without a password in byte order 1 (big-endian) or 2 (little-endian;
+ * 0 means 2); a NULL name means the domain's file name. */
+OV_API ov_status_t ov_domain_save(ov_domain_t domain, ov_string_t file_name, int byte_order);
+/* Loads a KB file of version 6 to 10; a compiled domain comes back compiled,
+ * with its findings entered. NULL on failure: bad_file, bad_version, format,
+ * compressed, invalid_password, io, no_memory. */
+OV_API ov_domain_t ov_kb_load_domain(ov_string_t file_name, ov_string_t password);
+/* ov_kb_load_domain without a password. */
+OV_API ov_domain_t ov_load_domain(ov_string_t file_name);
+
 /* reading: a source that cannot be read to its end (a directory, a failing
  * device or stream) fails the read with io and the message "could not read
  * input"; it is never taken for a shorter text. */

@@ -63,7 +63,7 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "  marginal NET A,B,... [options]\n"
                               "                           print the joint marginal of the named nodes\n"
                               "  compile NET [options]    compile and print a summary of the junction forest\n"
-                              "  convert IN OUT           read a NET file and write it in the block format\n"
+                              "  convert IN OUT           read a NET or KB file and write it (KB for a name ending .kb)\n"
                               "  simulate NET -n N -o DATA [--missing FRACTION] [--seed S]\n"
                               "                           write N cases drawn from the network to a data file\n"
                               "\n"
@@ -109,8 +109,9 @@ const char *const compile_help =
 
 const char *const convert_help = "usage: orvel convert IN OUT\n"
                                  "\n"
-                                 "Reads a NET file (block format or the old node format) and writes it to OUT in the\n"
-                                 "block format.\n";
+                                 "Reads a NET file (block format or the old node format) or a KB file (a name ending\n"
+                                 ".kb) and writes it to OUT: a KB file, with the compiled state and findings, if OUT\n"
+                                 "ends in .kb, else a NET file in the block format.\n";
 
 std::vector<std::string> split(const std::string &text, char separator) {
   std::vector<std::string> parts;
@@ -290,8 +291,25 @@ void name_by_source(ov_domain_t domain) {
 
 // Reads a network: a domain file as it is, a class file unfolded from its
 // main class (the last one, or the one named).
+// Whether a file name ends in ".kb": such files are KB files, read and
+// written in the binary format.
+bool is_kb_name(const std::string &file) { return file.size() > 3 && file.compare(file.size() - 3, 3, ".kb") == 0; }
+
+// Writes a domain as a KB file or a NET file, by the name it is written for.
+ov_status_t save_by_name(ov_domain_t domain, const std::string &path, const std::string &target) {
+  return is_kb_name(target) ? ov_domain_save_as_kb(domain, path.c_str(), nullptr)
+                            : ov_domain_save_as_net(domain, path.c_str());
+}
+
 ov_domain_t load_network(const Options &options, DomainHolder &holder) {
   const std::string &file = options.network;
+  if (is_kb_name(file)) {
+    if (!options.class_name.empty()) {
+      holder.reported = input_error(file, "--class needs a file of classes");
+      return nullptr;
+    }
+    return ov_load_domain(file.c_str());
+  }
   if (!is_class_file(file)) {
     if (!options.class_name.empty()) {
       holder.reported = input_error(file, "--class needs a file of classes");
@@ -467,7 +485,8 @@ int prepare(const Options &options, DomainHolder &holder) {
   if (holder.domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + options.network);
   if (ov_domain_get_first_node(holder.domain) == nullptr)
     return input_error(options.network, "no nodes in the network");
-  if (ov_domain_compile(holder.domain) != ov_error_none)
+  // A KB file may hold the domain compiled already.
+  if (ov_domain_is_compiled(holder.domain) != 1 && ov_domain_compile(holder.domain) != ov_error_none)
     return compile_error(holder.domain, options.network, "compiling " + options.network);
   // Table memory makes re-initialisation a copy, as after evidence that
   // turns out inconsistent; where it cannot be had, propagation does without.
@@ -688,6 +707,8 @@ int command_compile(const Options &options) {
     }
     ov_domain_set_log_file(domain, log);
   }
+  // A KB file may hold a compiled domain: this command compiles afresh.
+  ov_domain_uncompile(domain);
   auto start = std::chrono::steady_clock::now();
   int status = exit_ok;
   if (ov_domain_triangulate(domain, method->second) != ov_error_none)
@@ -751,7 +772,7 @@ int save_replacing(ov_domain_t domain, const std::string &target) {
   }
   const bool exists = stat(path.c_str(), &st) == 0;
   if (exists && !S_ISREG(st.st_mode)) {
-    if (ov_domain_save_as_net(domain, path.c_str()) != ov_error_none) return library_error("writing " + target);
+    if (save_by_name(domain, path, target) != ov_error_none) return library_error("writing " + target);
     return exit_ok;
   }
   const std::string::size_type slash = path.rfind('/');
@@ -774,7 +795,7 @@ int save_replacing(ov_domain_t domain, const std::string &target) {
     unlink(temporary.c_str());
     return input_error(target, std::string("cannot set the permissions of a new file: ") + std::strerror(saved_errno));
   }
-  if (ov_domain_save_as_net(domain, temporary.c_str()) != ov_error_none) {
+  if (save_by_name(domain, temporary, target) != ov_error_none) {
     const int status = library_error("writing " + target);
     unlink(temporary.c_str());
     return status;

@@ -2,6 +2,7 @@
 #include "inference/propagation_engine.h"
 
 #include <algorithm>
+#include <cmath>
 #include <new>
 
 #include "compile/compiled_forest.h"
@@ -21,6 +22,24 @@ ov_status_t normalize_node_table(Table *table, bool strict) {
     return ov_error_none;
   }
   const Size row = table->discrete_count == 0 ? 1 : table->nodes[table->discrete_count - 1]->state_count;
+  // A table whose rows already sum to one within single precision is left
+  // as it is, so that normalising is idempotent: a table saved after a
+  // compile and loaded again gives the same potentials.
+  if (table->data && table->size != size_overflow && table->size % row == 0) {
+    bool normalized = true;
+    for (Size start = 0; normalized && start < table->size; start += row) {
+      double sum = 0.0;
+      for (Size k = 0; k < row; ++k) {
+        const ov_number_t value = table->data[start + k];
+        if (!(value >= 0.0f)) normalized = false;
+        sum += value;
+      }
+      // Scaling rounds each number by at most half a unit in the last
+      // place, so a scaled row sums to one within 2^-24 and is left alone.
+      if (!(std::fabs(sum - 1.0) <= 0x1p-23)) normalized = false;
+    }
+    if (normalized) return ov_error_none;
+  }
   return table_normalize_runs(table, row, strict);
 }
 

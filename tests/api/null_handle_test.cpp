@@ -160,6 +160,8 @@ const std::vector<Case> &cases() {
       C(ov_domain_parse_case, 1, {}, "unused.case", {}, {}), C(ov_domain_save_case, 1, {}, "unused.case"),
       C(ov_domain_parse_cases, 1, {}, "unused.dat", {}, {}),
       C(ov_domain_save_cases, 1, {}, "unused.dat", no_nodes, {}, 0, ",", "*"),
+      C(ov_domain_save_as_kb, 1, {}, "unused.kb", {}), C(ov_domain_save, 1, {}, "unused.kb", 0),
+      C(ov_kb_load_domain, nullptr, {}, {}), C(ov_load_domain, nullptr, {}),
   };
   // clang-format on
   return all;

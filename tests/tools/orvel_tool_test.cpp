@@ -207,6 +207,15 @@ TEST(OrvelTool, CompileSummaryAndConvert) {
   ToolRun b = run_tool("beliefs " + out + " -e WetGrass=no --json");
   ASSERT_EQ(b.status, 0) << b.err;
   EXPECT_EQ(json_numbers(a.out, "Rain", "beliefs"), json_numbers(b.out, "Rain", "beliefs"));
+  // By extension: to a KB file and back to NET, with the same beliefs.
+  const std::string kb = testing::TempDir() + "sprinkler_copy.kb", back = testing::TempDir() + "sprinkler_back.net";
+  ASSERT_EQ(run_tool("convert " + out + " " + kb).status, 0);
+  ASSERT_EQ(run_tool("convert " + kb + " " + back).status, 0);
+  for (const std::string &file : {kb, back}) {
+    ToolRun c = run_tool("beliefs " + file + " -e WetGrass=no --json");
+    ASSERT_EQ(c.status, 0) << c.err;
+    EXPECT_EQ(json_numbers(a.out, "Rain", "beliefs"), json_numbers(c.out, "Rain", "beliefs")) << file;
+  }
   for (const char *command : {"beliefs", "marginal", "compile", "convert"}) {
     ToolRun help = run_tool(std::string(command) + " --help");
     EXPECT_EQ(help.status, 0);
