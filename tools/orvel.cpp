@@ -62,7 +62,10 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "  marginal NET A,B,... [options]\n"
                               "                           print the joint marginal of the named nodes\n"
                               "  compile NET [options]    compile and print a summary of the junction forest\n"
-                              "  convert IN OUT           read a NET file and write it in the block format\n"
+                              "  convert IN OUT           read a network and write it in OUT's format\n"
+                              "\n"
+                              "Files ending in .bif, .xml or .xmlbif, and .uai are BIF, XMLBIF and UAI;\n"
+                              "any other file is NET.\n"
                               "\n"
                               "A NET file of classes stands for its main class, unfolded: the last class\n"
                               "in the file, or the one named with --class NAME. Its nodes are named by\n"
@@ -106,8 +109,8 @@ const char *const compile_help =
 
 const char *const convert_help = "usage: orvel convert IN OUT\n"
                                  "\n"
-                                 "Reads a NET file (block format or the old node format) and writes it to OUT in the\n"
-                                 "block format.\n";
+                                 "Reads a network file and writes it to OUT: BIF, XMLBIF or UAI for a name\n"
+                                 "ending in .bif, .xml or .xmlbif, or .uai, else NET in the block format.\n";
 
 std::vector<std::string> split(const std::string &text, char separator) {
   std::vector<std::string> parts;
@@ -285,16 +288,55 @@ void name_by_source(ov_domain_t domain) {
   }
 }
 
+// Network files go by their extension: .bif, .xml or .xmlbif and .uai name
+// the exchange formats, any other file is NET. Messages of the exchange
+// readers carry their file, line and column.
+enum class FileFormat { net, bif, xmlbif, uai };
+
+FileFormat format_of(const std::string &file) {
+  const std::string::size_type dot = file.rfind('.');
+  std::string extension = dot == std::string::npos ? "" : file.substr(dot + 1);
+  for (char &c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (extension == "bif") return FileFormat::bif;
+  if (extension == "xml" || extension == "xmlbif") return FileFormat::xmlbif;
+  if (extension == "uai") return FileFormat::uai;
+  return FileFormat::net;
+}
+
+void report_located_error(uint32_t, ov_string_t message, void *) { std::fprintf(stderr, "%s\n", message); }
+
+ov_domain_t parse_domain_file(const std::string &file) {
+  switch (format_of(file)) {
+  case FileFormat::bif: return ov_bif_parse_domain(file.c_str(), report_located_error, nullptr);
+  case FileFormat::xmlbif: return ov_xmlbif_parse_domain(file.c_str(), report_located_error, nullptr);
+  case FileFormat::uai: return ov_uai_parse_domain(file.c_str(), report_located_error, nullptr);
+  default: return ov_net_parse_domain(file.c_str(), report_parse_error, const_cast<char *>(file.c_str()));
+  }
+}
+
+// Writes a domain to `path` in the format of the file name `target`; what
+// an exchange format cannot hold is said on stderr through the domain's log.
+ov_status_t save_domain_file(ov_domain_t domain, const std::string &path, const std::string &target) {
+  const FileFormat format = format_of(target);
+  if (format != FileFormat::net) ov_domain_set_log_file(domain, stderr);
+  switch (format) {
+  case FileFormat::bif: return ov_domain_save_as_bif(domain, path.c_str());
+  case FileFormat::xmlbif: return ov_domain_save_as_xmlbif(domain, path.c_str());
+  case FileFormat::uai: return ov_domain_save_as_uai(domain, path.c_str());
+  default: return ov_domain_save_as_net(domain, path.c_str());
+  }
+}
+
 // Reads a network: a domain file as it is, a class file unfolded from its
 // main class (the last one, or the one named).
 ov_domain_t load_network(const Options &options, DomainHolder &holder) {
   const std::string &file = options.network;
-  if (!is_class_file(file)) {
+  if (format_of(file) != FileFormat::net || !is_class_file(file)) {
     if (!options.class_name.empty()) {
       holder.reported = input_error(file, "--class needs a file of classes");
       return nullptr;
     }
-    return ov_net_parse_domain(file.c_str(), report_parse_error, const_cast<char *>(file.c_str()));
+    return parse_domain_file(file);
   }
   holder.classes = ov_new_class_collection();
   if (holder.classes == nullptr || ov_net_parse_classes(file.c_str(), holder.classes, nullptr, report_parse_error,
@@ -748,7 +790,7 @@ int save_replacing(ov_domain_t domain, const std::string &target) {
   }
   const bool exists = stat(path.c_str(), &st) == 0;
   if (exists && !S_ISREG(st.st_mode)) {
-    if (ov_domain_save_as_net(domain, path.c_str()) != ov_error_none) return library_error("writing " + target);
+    if (save_domain_file(domain, path, target) != ov_error_none) return library_error("writing " + target);
     return exit_ok;
   }
   const std::string::size_type slash = path.rfind('/');
@@ -771,7 +813,7 @@ int save_replacing(ov_domain_t domain, const std::string &target) {
     unlink(temporary.c_str());
     return input_error(target, std::string("cannot set the permissions of a new file: ") + std::strerror(saved_errno));
   }
-  if (ov_domain_save_as_net(domain, temporary.c_str()) != ov_error_none) {
+  if (save_domain_file(domain, temporary, target) != ov_error_none) {
     const int status = library_error("writing " + target);
     unlink(temporary.c_str());
     return status;
