@@ -1,7 +1,6 @@
 // The pieces shared by the BIF, XMLBIF and UAI readers and writers.
 #include "io/exchange.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdarg>
@@ -10,6 +9,7 @@
 
 #include "api/error.h"
 #include "api/memory.h"
+#include "io/net_parser.h"
 #include "io/scanner.h"
 #include "model/domain.h"
 
@@ -118,6 +118,8 @@ ov_status_t add_parents_in_order(Node *child, const std::vector<Node *> &parents
   return fail(ov_error_none);
 }
 
+void finish_read_domain(Domain *domain) noexcept { domain_finish_lists(domain); }
+
 void discard_read_domain(Domain *domain) noexcept {
   const ov_error_t code = ov_error_code();
   ov_domain_delete(domain);
@@ -127,8 +129,6 @@ void discard_read_domain(Domain *domain) noexcept {
 std::vector<Node *> domain_nodes(Domain *domain) {
   std::vector<Node *> nodes;
   for (ov_node_t n = ov_domain_get_first_node(domain); n != nullptr; n = ov_node_get_next(n)) nodes.push_back(n);
-  // The domain lists its newest node first.
-  std::reverse(nodes.begin(), nodes.end());
   return nodes;
 }
 

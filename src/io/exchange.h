@@ -79,6 +79,10 @@ std::size_t table_offset(const TableLayout &layout, std::size_t row, std::uint32
 // the code is recorded and `failed` is the parent that could not be added.
 ov_status_t add_parents_in_order(Node *child, const std::vector<Node *> &parents, std::size_t &failed);
 
+// Puts the nodes of a domain read from a file in the file's order, as
+// NET files are read.
+void finish_read_domain(Domain *domain) noexcept;
+
 // Deletes a domain whose reading failed, keeping the recorded code.
 void discard_read_domain(Domain *domain) noexcept;
 
@@ -87,7 +91,7 @@ void discard_read_domain(Domain *domain) noexcept;
 // written to the domain's log ("FORMAT cannot hold ...").
 bool check_discrete_network(Domain *domain, const char *format_name);
 
-// The nodes of a domain, oldest first.
+// The nodes of a domain in the order of its files (the first node first).
 std::vector<Node *> domain_nodes(Domain *domain);
 
 } // namespace orvel

@@ -183,6 +183,7 @@ Domain *uai_parse(const char *file_name, const char *text, ov_parse_error_handle
       discard_read_domain(domain);
       return nullptr;
     }
+    finish_read_domain(domain);
     set_error(ov_error_none);
     return domain;
   });

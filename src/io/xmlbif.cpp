@@ -463,6 +463,7 @@ Domain *xmlbif_parse(const char *file_name, const char *text, ov_parse_error_han
       discard_read_domain(domain);
       return nullptr;
     }
+    finish_read_domain(domain);
     set_error(ov_error_none);
     return domain;
   });
