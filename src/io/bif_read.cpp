@@ -60,6 +60,8 @@ bool unquote(std::string_view s, std::string &out) {
   return true;
 }
 
+constexpr std::uint64_t max_default_cells = std::uint64_t{1} << 24;
+
 struct NodeInfo {
   Node *node = nullptr;
   std::unordered_map<std::string, std::uint32_t> labels;
@@ -414,6 +416,15 @@ private:
       parent_tokens.push_back(tok);
       tok = next();
       if (is(tok, ',')) tok = next();
+    }
+    // A table listed in full takes two bytes a cell at least; one completed
+    // by a default row may be larger, up to max_default_cells.
+    const std::uint64_t cells = table_cells(child->node, parent_nodes);
+    if (cells > max_default_cells && cells > src_.text.size() / 2) {
+      source_report(src_, open.line, open.column, "the table of `%s' is too large (%llu cells)",
+                    child_name.substr(0, 200).c_str(), static_cast<unsigned long long>(cells));
+      set_error(ov_error_size_too_large);
+      return false;
     }
     std::size_t failed = 0;
     if (add_parents_in_order(child->node, parent_nodes, failed) != ov_error_none) {

@@ -106,6 +106,16 @@ std::size_t table_offset(const TableLayout &layout, std::size_t row, std::uint32
   return offset;
 }
 
+std::uint64_t table_cells(Node *child, const std::vector<Node *> &parents) {
+  constexpr std::uint64_t limit = std::uint64_t{1} << 63;
+  auto cells = static_cast<std::uint64_t>(ov_node_get_number_of_states(child));
+  for (Node *p : parents) {
+    const auto states = static_cast<std::uint64_t>(ov_node_get_number_of_states(p));
+    cells = cells > limit / states ? limit : cells * states;
+  }
+  return cells;
+}
+
 ov_status_t add_parents_in_order(Node *child, const std::vector<Node *> &parents, std::size_t &failed) {
   for (std::size_t i = parents.size(); i-- > 0;) {
     failed = i;

@@ -74,6 +74,9 @@ TableLayout table_layout(Node *node);
 // the last parent fastest) and child state `state`.
 std::size_t table_offset(const TableLayout &layout, std::size_t row, std::uint32_t state);
 
+// The cells of the table of `child` over `parents`, saturating at 2^63.
+std::uint64_t table_cells(Node *child, const std::vector<Node *> &parents);
+
 // Makes `parents` the parents of `child` in this order (a discrete parent
 // added goes first in the list, so they are added last first). On failure
 // the code is recorded and `failed` is the parent that could not be added.

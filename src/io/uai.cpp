@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "api/boundary.h"
@@ -67,6 +68,16 @@ bool api_failed(TextSource &src) {
   return false;
 }
 
+// A name or label made of a letter and a number.
+struct Numbered {
+  char text[24];
+};
+Numbered numbered(char letter, std::uint64_t n) {
+  Numbered name;
+  std::snprintf(name.text, sizeof name.text, "%c%llu", letter, static_cast<unsigned long long>(n));
+  return name;
+}
+
 constexpr std::uint64_t max_variables = 1u << 24;
 
 bool read_network(TextSource &src, Domain *domain) {
@@ -79,6 +90,7 @@ bool read_network(TextSource &src, Domain *domain) {
   std::uint64_t count = 0;
   if (!read_count(src, max_variables, "number of variables", count)) return false;
   std::vector<Node *> nodes;
+  std::uint64_t state_budget = src.text.size() / 2;
   for (std::uint64_t i = 0; i < count; ++i) {
     std::uint64_t states = 0;
     Word at;
@@ -87,12 +99,19 @@ bool read_network(TextSource &src, Domain *domain) {
       source_report(src, at.line, at.column, "variable %llu has no states", static_cast<unsigned long long>(i));
       return false;
     }
+    // Each state is a number of the variable's table, two bytes at least.
+    if (states > state_budget) {
+      source_report(src, at.line, at.column, "variable %llu has more states than the file has numbers",
+                    static_cast<unsigned long long>(i));
+      return false;
+    }
+    state_budget -= states;
     Node *node = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
-    if (node == nullptr || ov_node_set_name(node, ("v" + std::to_string(i)).c_str()) != ov_error_none ||
+    if (node == nullptr || ov_node_set_name(node, numbered('v', i).text) != ov_error_none ||
         ov_node_set_number_of_states(node, static_cast<ov_count_t>(states)) != ov_error_none)
       return api_failed(src);
     for (std::uint64_t s = 0; s < states; ++s)
-      if (ov_node_set_state_label(node, static_cast<ov_index_t>(s), ("s" + std::to_string(s)).c_str()) != ov_error_none)
+      if (ov_node_set_state_label(node, static_cast<ov_index_t>(s), numbered('s', s).text) != ov_error_none)
         return api_failed(src);
     nodes.push_back(node);
   }
@@ -125,6 +144,11 @@ bool read_network(TextSource &src, Domain *domain) {
     has_function[index] = 1;
     child_of[f] = child;
     scope.pop_back();
+    if (table_cells(child, scope) > src.text.size() / 2) {
+      source_report(src, at.line, at.column, "the table of variable %zu has more entries than the file has numbers",
+                    index);
+      return false;
+    }
     std::size_t failed = 0;
     if (add_parents_in_order(child, scope, failed) != ov_error_none) {
       const ov_error_t code = ov_error_code();
@@ -192,28 +216,39 @@ Domain *uai_parse(const char *file_name, const char *text, ov_parse_error_handle
 ov_status_t uai_save_file(Domain *domain, const char *file_name) {
   if (!check_discrete_network(domain, "UAI")) return ov_error_code();
   const std::vector<Node *> nodes = domain_nodes(domain);
-  auto index_of = [&](Node *n) {
-    for (std::size_t i = 0; i < nodes.size(); ++i)
-      if (nodes[i] == n) return i;
-    return std::size_t{0};
-  };
-  std::string out = "BAYES\n" + std::to_string(nodes.size()) + "\n";
-  for (std::size_t i = 0; i < nodes.size(); ++i)
-    out += std::to_string(ov_node_get_number_of_states(nodes[i])) + (i + 1 < nodes.size() ? " " : "\n");
-  out += std::to_string(nodes.size()) + "\n";
+  std::unordered_map<Node *, std::size_t> index_of;
+  for (std::size_t i = 0; i < nodes.size(); ++i) index_of.emplace(nodes[i], i);
+  std::string out = "BAYES\n";
+  out += std::to_string(nodes.size());
+  out += '\n';
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    out += std::to_string(ov_node_get_number_of_states(nodes[i]));
+    out += i + 1 < nodes.size() ? ' ' : '\n';
+  }
+  out += std::to_string(nodes.size());
+  out += '\n';
   std::vector<TableLayout> layouts;
   for (Node *node : nodes) {
     layouts.push_back(table_layout(node));
     out += std::to_string(layouts.back().parents.size() + 1);
-    for (Node *p : layouts.back().parents) out += " " + std::to_string(index_of(p));
-    out += " " + std::to_string(index_of(node)) + "\n";
+    for (Node *p : layouts.back().parents) {
+      out += ' ';
+      out += std::to_string(index_of[p]);
+    }
+    out += ' ';
+    out += std::to_string(index_of[node]);
+    out += '\n';
   }
   for (const TableLayout &layout : layouts) {
-    out += "\n" + std::to_string(layout.size) + "\n";
+    out += '\n';
+    out += std::to_string(layout.size);
+    out += '\n';
     for (std::size_t row = 0; row < layout.rows; ++row) {
-      for (std::uint32_t s = 0; s < layout.child_states; ++s)
-        out += (s > 0 ? " " : "") + float_text(layout.data[table_offset(layout, row, s)]);
-      out += "\n";
+      for (std::uint32_t s = 0; s < layout.child_states; ++s) {
+        if (s > 0) out += ' ';
+        out += float_text(layout.data[table_offset(layout, row, s)]);
+      }
+      out += '\n';
     }
   }
   std::FILE *file = std::fopen(file_name, "wb");

@@ -241,6 +241,30 @@ bool store_properties(TextSource &src, Domain *domain, Node *node,
   return true;
 }
 
+// The numbers of a definition's table.
+bool table_numbers(TextSource &src, const Definition &d, std::vector<double> &numbers) {
+  const Place &p = d.place;
+  if (!d.has_table)
+    return source_report(src, p.line, p.column, "the definition of `%s' has no <TABLE>",
+                         d.child.substr(0, 200).c_str()),
+           false;
+  std::string_view rest = d.table;
+  for (;;) {
+    rest = trim(rest);
+    if (rest.empty()) return true;
+    std::size_t end = 0;
+    while (end < rest.size() && std::strchr(" \t\r\n", rest[end]) == nullptr) ++end;
+    double value = 0;
+    if (!parse_number(rest.substr(0, end), value))
+      return source_report(src, p.line, p.column, "the table of `%s' holds `%s', not a number",
+                           d.child.substr(0, 200).c_str(),
+                           std::string(rest.substr(0, std::min<std::size_t>(end, 64))).c_str()),
+             false;
+    numbers.push_back(value);
+    rest.remove_prefix(end);
+  }
+}
+
 bool build(XmlReader &reader, Domain *domain) {
   TextSource &src = reader.src;
   std::unordered_map<std::string, std::pair<Node *, bool>> nodes; // node, has a definition
@@ -291,6 +315,13 @@ bool build(XmlReader &reader, Domain *domain) {
         return source_report(src, p.line, p.column, "variable `%s' is not declared", g.substr(0, 200).c_str()), false;
       parents.push_back(parent->second.first);
     }
+    std::vector<double> numbers;
+    if (!table_numbers(src, d, numbers)) return false;
+    const std::uint64_t cells = table_cells(node, parents);
+    if (numbers.size() != cells)
+      return source_report(src, p.line, p.column, "the table of `%s' has %zu numbers, %llu expected",
+                           d.child.substr(0, 200).c_str(), numbers.size(), static_cast<unsigned long long>(cells)),
+             false;
     std::size_t failed = 0;
     if (add_parents_in_order(node, parents, failed) != ov_error_none) {
       const ov_error_t code = ov_error_code();
@@ -300,35 +331,10 @@ bool build(XmlReader &reader, Domain *domain) {
       set_error(code == ov_error_cyclic_network ? code : ov_error_parse);
       return false;
     }
-    if (!d.has_table)
-      return source_report(src, p.line, p.column, "the definition of `%s' has no <TABLE>",
-                           d.child.substr(0, 200).c_str()),
-             false;
     const TableLayout layout = table_layout(node);
-    std::size_t k = 0;
-    std::string_view rest = d.table;
-    for (;;) {
-      rest = trim(rest);
-      if (rest.empty()) break;
-      std::size_t end = 0;
-      while (end < rest.size() && std::strchr(" \t\r\n", rest[end]) == nullptr) ++end;
-      double value = 0;
-      if (!parse_number(rest.substr(0, end), value))
-        return source_report(src, p.line, p.column, "the table of `%s' holds `%s', not a number",
-                             d.child.substr(0, 200).c_str(),
-                             std::string(rest.substr(0, std::min<std::size_t>(end, 64))).c_str()),
-               false;
-      if (k < layout.size)
-        layout
-            .data[table_offset(layout, k / layout.child_states, static_cast<std::uint32_t>(k % layout.child_states))] =
-            static_cast<float>(value);
-      ++k;
-      rest.remove_prefix(end);
-    }
-    if (k != layout.size)
-      return source_report(src, p.line, p.column, "the table of `%s' has %zu numbers, %zu expected",
-                           d.child.substr(0, 200).c_str(), k, layout.size),
-             false;
+    for (std::size_t k = 0; k < layout.size; ++k)
+      layout.data[table_offset(layout, k / layout.child_states, static_cast<std::uint32_t>(k % layout.child_states))] =
+          static_cast<float>(numbers[k]);
     if (!store_properties(src, domain, node, d.properties, p)) return false;
   }
   for (const Variable &v : reader.variables)
@@ -428,8 +434,10 @@ std::string xmlbif_text(Domain *domain) {
     for (Node *p : layout.parents) out += "  <GIVEN>" + escaped(ov_node_get_name(p)) + "</GIVEN>\n";
     out += "  <TABLE>";
     for (std::size_t row = 0; row < layout.rows; ++row)
-      for (std::uint32_t s = 0; s < layout.child_states; ++s)
-        out += ((row | s) != 0 ? " " : "") + float_text(layout.data[table_offset(layout, row, s)]);
+      for (std::uint32_t s = 0; s < layout.child_states; ++s) {
+        if ((row | s) != 0) out += ' ';
+        out += float_text(layout.data[table_offset(layout, row, s)]);
+      }
     out += "</TABLE>\n</DEFINITION>\n";
   }
   return out + "</NETWORK>\n</BIF>\n";

@@ -103,6 +103,12 @@ TEST(Uai, BadInputIsReportedWithItsPlace) {
       {"BAYES 1 2 1 1 1 2 0.5 0.5", "<string>:1:15: variable index expected, found `1'", ov_error_parse},
       {"BAYES 2 2 2 2 2 1 0 2 0 1 4 1 0 0 1 4 1 0 0 1", "<string>:1:25: a cycle in the scope of variable 1",
        ov_error_cyclic_network},
+      {"BAYES 1 288888883 1 1 0 1 1", "<string>:1:9: variable 0 has more states than the file has numbers",
+       ov_error_parse},
+      {"BAYES 3 2 9 9 3 1 0 1 1 3 1 0 2 2 0.5 0.5",
+       "<string>:1:31: the table of variable 2 has more entries than "
+       "the file has numbers",
+       ov_error_parse},
       {"BAYES 1 2 1 1 0 2 0.5 0.5 7", "<string>:1:27: the end of the input expected, found `7'", ov_error_parse},
   };
   for (const auto &c : cases) {
