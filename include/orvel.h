@@ -1050,7 +1050,9 @@ OV_API ov_node_t *ov_class_parse_nodes(ov_class_t cls, ov_string_t file_name, ov
  * ("label") or position ("position = (x, y)") of a node, and other keys
  * become attributes of the node, or of the domain in the network block. The
  * writer writes labels that are not plain words as strings and refuses
- * states without labels or with a label twice. */
+ * states without labels or with a label twice. A table of more than 2^24
+ * cells that the file is too short to list (two bytes a cell) is refused
+ * with size_too_large, whatever "default" would fill. */
 OV_API ov_domain_t ov_bif_parse_domain(ov_string_t file_name, ov_parse_error_handler_t handler, void *data);
 OV_API ov_domain_t ov_bif_parse_from_string(ov_string_t text, ov_parse_error_handler_t handler, void *data);
 OV_API ov_status_t ov_domain_save_as_bif(ov_domain_t domain, ov_string_t file_name);
