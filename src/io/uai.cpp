@@ -88,12 +88,16 @@ bool read_network(TextSource &src, Domain *domain) {
   }
   if (kind.text != "BAYES") return report_expected(src, kind, "`BAYES'"), false;
   std::uint64_t count = 0;
-  if (!read_count(src, max_variables, "number of variables", count)) return false;
+  Word at;
+  if (!read_count(src, max_variables, "number of variables", count, &at)) return false;
+  if (count == 0) {
+    source_report(src, at.line, at.column, "no variables");
+    return false;
+  }
   std::vector<Node *> nodes;
   std::uint64_t state_budget = src.text.size() / 2;
   for (std::uint64_t i = 0; i < count; ++i) {
     std::uint64_t states = 0;
-    Word at;
     if (!read_count(src, 0x7fffffff, "number of states", states, &at)) return false;
     if (states == 0) {
       source_report(src, at.line, at.column, "variable %llu has no states", static_cast<unsigned long long>(i));
@@ -116,7 +120,6 @@ bool read_network(TextSource &src, Domain *domain) {
     nodes.push_back(node);
   }
   std::uint64_t functions = 0;
-  Word at;
   if (!read_count(src, count, "number of functions (one per variable)", functions, &at)) return false;
   if (functions != count) {
     source_report(src, at.line, at.column, "%llu functions for %llu variables",

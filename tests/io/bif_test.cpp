@@ -167,7 +167,19 @@ TEST(Bif, BadInputIsReportedWithItsPlace) {
     ASSERT_FALSE(messages.empty()) << c.text;
     EXPECT_EQ(messages[0], c.message) << c.text;
   }
+  // A default row may not fill a table far larger than the file.
+  std::string wide, list;
+  for (int i = 0; i <= 25; ++i) {
+    wide += "variable P" + std::to_string(i) + " { type discrete [ 2 ] { a, b }; }\n";
+    if (i > 0) list += (i > 1 ? ", P" : "P") + std::to_string(i);
+  }
+  wide += "probability ( P0 | " + list + " ) { default 0.5, 0.5; }";
   std::vector<std::string> messages;
+  EXPECT_EQ(ov_bif_parse_from_string(wide.c_str(), collect, &messages), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_size_too_large);
+  ASSERT_FALSE(messages.empty());
+  EXPECT_EQ(messages[0], "<string>:27:13: the table of `P0' is too large (67108864 cells)");
+  messages.clear();
   EXPECT_EQ(ov_bif_parse_domain("/nonexistent/x.bif", collect, &messages), nullptr);
   EXPECT_EQ(ov_error_code(), ov_error_io);
 }

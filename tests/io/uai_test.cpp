@@ -109,6 +109,7 @@ TEST(Uai, BadInputIsReportedWithItsPlace) {
        "<string>:1:31: the table of variable 2 has more entries than "
        "the file has numbers",
        ov_error_parse},
+      {"BAYES 0 0", "<string>:1:7: no variables", ov_error_parse},
       {"BAYES 1 2 1 1 0 2 0.5 0.5 7", "<string>:1:27: the end of the input expected, found `7'", ov_error_parse},
   };
   for (const auto &c : cases) {
