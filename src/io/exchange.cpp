@@ -52,7 +52,8 @@ bool parse_number(std::string_view word, double &value) noexcept {
   const char *first = word.data(), *last = word.data() + word.size();
   if (first != last && *first == '+') ++first;
   auto [end, ec] = std::from_chars(first, last, value, std::chars_format::general);
-  return ec == std::errc() && end == last && std::isfinite(value);
+  // Tables hold 32-bit floats: a number beyond their range is refused.
+  return ec == std::errc() && end == last && std::isfinite(static_cast<float>(value));
 }
 
 bool parse_count(std::string_view word, std::uint64_t &value) noexcept {

@@ -49,8 +49,8 @@ void source_from_string(TextSource &source, const char *text);
 void source_report(TextSource &source, std::uint32_t line, std::uint32_t column, const char *format, ...)
     __attribute__((format(printf, 4, 5)));
 
-// A number of the whole text `word` in the "C" notation, finite; false if
-// the word is not one.
+// A number of the whole text `word` in the "C" notation, finite as a 32-bit
+// float; false if the word is not one.
 bool parse_number(std::string_view word, double &value) noexcept;
 // A decimal count without sign; false if the word is not one or too large.
 bool parse_count(std::string_view word, std::uint64_t &value) noexcept;

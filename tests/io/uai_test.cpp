@@ -110,6 +110,7 @@ TEST(Uai, BadInputIsReportedWithItsPlace) {
        "the file has numbers",
        ov_error_parse},
       {"BAYES 0 0", "<string>:1:7: no variables", ov_error_parse},
+      {"BAYES 1 2 1 1 0 2 0.5 1e39", "<string>:1:23: number expected, found `1e39'", ov_error_parse},
       {"BAYES 1 2 1 1 0 2 0.5 0.5 7", "<string>:1:27: the end of the input expected, found `7'", ov_error_parse},
   };
   for (const auto &c : cases) {
