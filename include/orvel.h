@@ -1177,6 +1177,56 @@ OV_API ov_node_t *ov_domain_parse_nodes(ov_domain_t domain, ov_string_t file_nam
 OV_API ov_node_t *ov_class_parse_nodes(ov_class_t cls, ov_string_t file_name, ov_parse_error_handler_t handler,
                                        void *data);
 
+/* ------------------------------------------------------------------------
+ * Exchange formats: BIF, XMLBIF and UAI (src/io/bif_api.cpp,
+ * src/io/xmlbif_api.cpp, src/io/uai_api.cpp)
+ *
+ * These formats are an extension of this library beyond its own NET and KB
+ * files, for networks written by other tools. They hold discrete chance nodes
+ * with probability tables only: writing a domain with decision, utility,
+ * instance or continuous nodes, or with a model, fails with format and the
+ * file untouched; the reason goes to the domain's log. Readers give each
+ * message to the handler as "FILE:LINE:COLUMN: text" ("<string>" for text
+ * in memory), with the line as its location, and fail with parse (io when
+ * the file cannot be read, cyclic_network for a cycle); a file's name
+ * becomes the domain's file name.
+ * ------------------------------------------------------------------------ */
+
+/* BIF: state labels and rows are read by name, in any order, with the
+ * "default" and "table" forms; "property KEY = VALUE;" sets the label
+ * ("label") or position ("position = (x, y)") of a node, and other keys
+ * become attributes of the node, or of the domain in the network block. The
+ * writer writes labels that are not plain words as strings and refuses
+ * states without labels or with a label twice. A table of more than 2^24
+ * cells that the file is too short to list (two bytes a cell) is refused
+ * with size_too_large, whatever "default" would fill. */
+OV_API ov_domain_t ov_bif_parse_domain(ov_string_t file_name, ov_parse_error_handler_t handler, void *data);
+OV_API ov_domain_t ov_bif_parse_from_string(ov_string_t text, ov_parse_error_handler_t handler, void *data);
+OV_API ov_status_t ov_domain_save_as_bif(ov_domain_t domain, ov_string_t file_name);
+
+/* UAI: BAYES network files (MARKOV files are refused with parse). UAI has
+ * no names: variable i (from 0, in file order) becomes node "v<i>", its
+ * state j the label "s<j>"; the writer writes the nodes in domain order,
+ * each node's function with its parents in order and the node last. The
+ * evidence call reads "K v_1 s_1 ... v_K s_K" (or the older form of one
+ * sample, "1 K v_1 s_1 ...") and selects state s of the v-th node of the
+ * domain for each pair, entering nothing unless the whole file reads. */
+OV_API ov_domain_t ov_uai_parse_domain(ov_string_t file_name, ov_parse_error_handler_t handler, void *data);
+OV_API ov_domain_t ov_uai_parse_from_string(ov_string_t text, ov_parse_error_handler_t handler, void *data);
+OV_API ov_status_t ov_domain_save_as_uai(ov_domain_t domain, ov_string_t file_name);
+OV_API ov_status_t ov_domain_parse_uai_evidence(ov_domain_t domain, ov_string_t file_name,
+                                                ov_parse_error_handler_t handler, void *data);
+
+/* XMLBIF 0.3, read with the expat XML parser: variables of TYPE "nature"
+ * with their OUTCOMEs, DEFINITIONs with FOR, GIVEN and a TABLE listing the
+ * child's state fastest, then the last GIVEN; PROPERTY "KEY = VALUE" as in
+ * BIF. Only the elements of the format, each in its own parent, are read; a
+ * document type declaration (and so any entity declaration) and attribute
+ * values over 1024 bytes are refused with parse. */
+OV_API ov_domain_t ov_xmlbif_parse_domain(ov_string_t file_name, ov_parse_error_handler_t handler, void *data);
+OV_API ov_domain_t ov_xmlbif_parse_from_string(ov_string_t text, ov_parse_error_handler_t handler, void *data);
+OV_API ov_status_t ov_domain_save_as_xmlbif(ov_domain_t domain, ov_string_t file_name);
+
 #ifdef __cplusplus
 }
 #endif

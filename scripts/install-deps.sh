@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the build and test dependencies from Debian's packages.
 set -euo pipefail
-packages=(build-essential cmake ninja-build zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev clang
+packages=(build-essential cmake ninja-build zlib1g-dev libexpat1-dev libgtest-dev libgmock-dev libbenchmark-dev clang
   libclang-rt-dev clang-format locales pkg-config)
 # Optional: `install-deps.sh --reference-tools` also installs python3-mpmath, which
 # scripts/distribution-reference.py needs to regenerate

@@ -63,9 +63,13 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "  marginal NET A,B,... [options]\n"
                               "                           print the joint marginal of the named nodes\n"
                               "  compile NET [options]    compile and print a summary of the junction forest\n"
-                              "  convert IN OUT           read a NET or KB file and write it (KB for a name ending .kb)\n"
+                              "  convert IN OUT           read a network and write it in OUT's format\n"
                               "  simulate NET -n N -o DATA [--missing FRACTION] [--seed S]\n"
                               "                           write N cases drawn from the network to a data file\n"
+                              "\n"
+                              "Files ending in .kb are KB files (with the compiled state and findings),\n"
+                              "in .bif, .xml or .xmlbif, and .uai are BIF, XMLBIF and UAI; any other\n"
+                              "file is NET.\n"
                               "\n"
                               "A NET file of classes stands for its main class, unfolded: the last class\n"
                               "in the file, or the one named with --class NAME. Its nodes are named by\n"
@@ -109,9 +113,9 @@ const char *const compile_help =
 
 const char *const convert_help = "usage: orvel convert IN OUT\n"
                                  "\n"
-                                 "Reads a NET file (block format or the old node format) or a KB file (a name ending\n"
-                                 ".kb) and writes it to OUT: a KB file, with the compiled state and findings, if OUT\n"
-                                 "ends in .kb, else a NET file in the block format.\n";
+                                 "Reads a network file and writes it to OUT: KB (with the compiled state and\n"
+                                 "findings) for a name ending in .kb, BIF, XMLBIF or UAI for .bif, .xml or\n"
+                                 ".xmlbif, or .uai, else NET in the block format.\n";
 
 std::vector<std::string> split(const std::string &text, char separator) {
   std::vector<std::string> parts;
@@ -289,33 +293,65 @@ void name_by_source(ov_domain_t domain) {
   }
 }
 
-// Reads a network: a domain file as it is, a class file unfolded from its
-// main class (the last one, or the one named).
-// Whether a file name ends in ".kb": such files are KB files, read and
-// written in the binary format.
-bool is_kb_name(const std::string &file) { return file.size() > 3 && file.compare(file.size() - 3, 3, ".kb") == 0; }
+// Network files go by their extension: .kb names a KB file, .bif, .xml or
+// .xmlbif and .uai the exchange formats, any other file is NET. Messages of the exchange
+// readers carry their file, line and column.
+enum class FileFormat { net, kb, bif, xmlbif, uai };
 
-// Writes a domain as a KB file or a NET file, by the name it is written for.
-ov_status_t save_by_name(ov_domain_t domain, const std::string &path, const std::string &target) {
-  return is_kb_name(target) ? ov_domain_save_as_kb(domain, path.c_str(), nullptr)
-                            : ov_domain_save_as_net(domain, path.c_str());
+FileFormat format_of(const std::string &file) {
+  const std::string::size_type dot = file.rfind('.');
+  std::string extension = dot == std::string::npos ? "" : file.substr(dot + 1);
+  for (char &c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (extension == "kb") return FileFormat::kb;
+  if (extension == "bif") return FileFormat::bif;
+  if (extension == "xml" || extension == "xmlbif") return FileFormat::xmlbif;
+  if (extension == "uai") return FileFormat::uai;
+  return FileFormat::net;
 }
 
+void report_located_error(uint32_t, ov_string_t message, void *) { std::fprintf(stderr, "%s\n", message); }
+
+ov_domain_t parse_domain_file(const std::string &file) {
+  switch (format_of(file)) {
+  case FileFormat::bif: return ov_bif_parse_domain(file.c_str(), report_located_error, nullptr);
+  case FileFormat::xmlbif: return ov_xmlbif_parse_domain(file.c_str(), report_located_error, nullptr);
+  case FileFormat::uai: return ov_uai_parse_domain(file.c_str(), report_located_error, nullptr);
+  case FileFormat::kb: return ov_load_domain(file.c_str());
+  default: return ov_net_parse_domain(file.c_str(), report_parse_error, const_cast<char *>(file.c_str()));
+  }
+}
+
+// Writes a domain to `path` in the format of the file name `target`; what
+// an exchange format cannot hold is said on stderr through the domain's log.
+ov_status_t save_domain_file(ov_domain_t domain, const std::string &path, const std::string &target) {
+  const FileFormat format = format_of(target);
+  if (format != FileFormat::net && format != FileFormat::kb) ov_domain_set_log_file(domain, stderr);
+  switch (format) {
+  case FileFormat::kb: return ov_domain_save_as_kb(domain, path.c_str(), nullptr);
+  case FileFormat::bif: return ov_domain_save_as_bif(domain, path.c_str());
+  case FileFormat::xmlbif: return ov_domain_save_as_xmlbif(domain, path.c_str());
+  case FileFormat::uai: return ov_domain_save_as_uai(domain, path.c_str());
+  default: return ov_domain_save_as_net(domain, path.c_str());
+  }
+}
+
+// Reads a network: a domain file as it is, a class file unfolded from its
+// main class (the last one, or the one named).
 ov_domain_t load_network(const Options &options, DomainHolder &holder) {
   const std::string &file = options.network;
-  if (is_kb_name(file)) {
+  if (format_of(file) == FileFormat::kb) {
     if (!options.class_name.empty()) {
       holder.reported = input_error(file, "--class needs a file of classes");
       return nullptr;
     }
     return ov_load_domain(file.c_str());
   }
-  if (!is_class_file(file)) {
+  if (format_of(file) != FileFormat::net || !is_class_file(file)) {
     if (!options.class_name.empty()) {
       holder.reported = input_error(file, "--class needs a file of classes");
       return nullptr;
     }
-    return ov_net_parse_domain(file.c_str(), report_parse_error, const_cast<char *>(file.c_str()));
+    return parse_domain_file(file);
   }
   holder.classes = ov_new_class_collection();
   if (holder.classes == nullptr || ov_net_parse_classes(file.c_str(), holder.classes, nullptr, report_parse_error,
@@ -772,7 +808,7 @@ int save_replacing(ov_domain_t domain, const std::string &target) {
   }
   const bool exists = stat(path.c_str(), &st) == 0;
   if (exists && !S_ISREG(st.st_mode)) {
-    if (save_by_name(domain, path, target) != ov_error_none) return library_error("writing " + target);
+    if (save_domain_file(domain, path, target) != ov_error_none) return library_error("writing " + target);
     return exit_ok;
   }
   const std::string::size_type slash = path.rfind('/');
@@ -795,7 +831,7 @@ int save_replacing(ov_domain_t domain, const std::string &target) {
     unlink(temporary.c_str());
     return input_error(target, std::string("cannot set the permissions of a new file: ") + std::strerror(saved_errno));
   }
-  if (save_by_name(domain, temporary, target) != ov_error_none) {
+  if (save_domain_file(domain, temporary, target) != ov_error_none) {
     const int status = library_error("writing " + target);
     unlink(temporary.c_str());
     return status;

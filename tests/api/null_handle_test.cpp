@@ -162,6 +162,11 @@ const std::vector<Case> &cases() {
       C(ov_domain_save_cases, 1, {}, "unused.dat", no_nodes, {}, 0, ",", "*"),
       C(ov_domain_save_as_kb, 1, {}, "unused.kb", {}), C(ov_domain_save, 1, {}, "unused.kb", 0),
       C(ov_kb_load_domain, nullptr, {}, {}), C(ov_load_domain, nullptr, {}),
+      C(ov_bif_parse_domain, nullptr, {}, {}, {}), C(ov_bif_parse_from_string, nullptr, {}, {}, {}),
+      C(ov_domain_save_as_bif, 1, {}, "unused.bif"), C(ov_xmlbif_parse_domain, nullptr, {}, {}, {}),
+      C(ov_xmlbif_parse_from_string, nullptr, {}, {}, {}), C(ov_domain_save_as_xmlbif, 1, {}, "unused.xml"),
+      C(ov_uai_parse_domain, nullptr, {}, {}, {}), C(ov_uai_parse_from_string, nullptr, {}, {}, {}),
+      C(ov_domain_save_as_uai, 1, {}, "unused.uai"), C(ov_domain_parse_uai_evidence, 1, {}, "unused.evid", {}, {}),
   };
   // clang-format on
   return all;

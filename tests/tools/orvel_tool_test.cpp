@@ -429,6 +429,40 @@ TEST(OrvelTool, SimulateWritesCasesOfTheNetwork) {
   }
   std::remove(full.c_str());
   std::remove(gaps.c_str());
+
+// The format follows the extension: NET -> BIF -> XMLBIF -> UAI -> NET keeps
+// the beliefs (UAI names the nodes by place), what a format cannot hold is
+// refused with the reason, and parse errors carry file, line and column.
+TEST(OrvelTool, ConvertsByExtension) {
+  const std::string dir = testing::TempDir() + "orvel_formats_" + std::to_string(getpid());
+  mkdir(dir.c_str(), 0700);
+  std::string previous = example("sprinkler.net");
+  for (const char *name : {"s.bif", "s.xml", "s.uai", "s.net"}) {
+    const std::string next = dir + "/" + name;
+    ToolRun run = run_tool("convert " + previous + " " + next);
+    ASSERT_EQ(run.status, 0) << name << ": " << run.err;
+    previous = next;
+  }
+  ToolRun a = run_tool("beliefs " + example("sprinkler.net") + " -e WetGrass=no --json");
+  ToolRun b = run_tool("beliefs " + dir + "/s.xml -e WetGrass=no --json");
+  ToolRun c = run_tool("beliefs " + dir + "/s.net -e v3=s1 --json");
+  ASSERT_EQ(b.status, 0) << b.err;
+  ASSERT_EQ(c.status, 0) << c.err;
+  EXPECT_EQ(json_numbers(a.out, "Rain", "beliefs"), json_numbers(b.out, "Rain", "beliefs"));
+  EXPECT_EQ(json_numbers(a.out, "Rain", "beliefs"), json_numbers(c.out, "v2", "beliefs"));
+
+  ToolRun refused = run_tool("convert " + example("oil_wildcatter.net") + " " + dir + "/oil.bif");
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_EQ(refused.err.substr(0, refused.err.find('\n')),
+            "BIF cannot hold a decision, utility or instance node: `Test'");
+  struct stat st;
+  EXPECT_NE(stat((dir + "/oil.bif").c_str(), &st), 0);
+
+  const std::string bad = write_file("orvel_bad.bif", "variable A { type discrete [ 2 ] { a b }; }");
+  ToolRun parse = run_tool("beliefs " + bad);
+  EXPECT_EQ(parse.status, 2);
+  EXPECT_EQ(parse.err.substr(0, parse.err.find('\n')), bad + ":1:38: `,' or `}' expected, found `b'");
+  std::system(("rm -rf " + dir).c_str());
 }
 
 } // namespace
