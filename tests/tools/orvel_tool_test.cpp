@@ -429,6 +429,7 @@ TEST(OrvelTool, SimulateWritesCasesOfTheNetwork) {
   }
   std::remove(full.c_str());
   std::remove(gaps.c_str());
+}
 
 // The format follows the extension: NET -> BIF -> XMLBIF -> UAI -> NET keeps
 // the beliefs (UAI names the nodes by place), what a format cannot hold is
