@@ -1,0 +1,344 @@
+// EM learning against a plain EM that enumerates each case's completions,
+// recovery of asia's tables from simulated cases, and adaptation against
+// counts.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "orvel.h"
+
+namespace {
+
+// A discrete network as the reference sees it: for each node its table's
+// nodes (as indices, the node itself last) and the table cells.
+struct Reference {
+  std::vector<ov_node_t> nodes;
+  std::vector<std::vector<int>> family; // node indices of each table, in table order
+  std::vector<std::vector<double>> table;
+  std::vector<std::vector<double>> experience; // empty: not learned
+
+  int states(int v) const { return static_cast<int>(ov_node_get_number_of_states(nodes[v])); }
+  std::size_t cell(int v, const std::vector<int> &config) const {
+    std::size_t c = 0;
+    for (int u : family[v]) c = c * states(u) + config[u];
+    return c;
+  }
+};
+
+Reference read_reference(ov_domain_t domain) {
+  Reference r;
+  for (ov_node_t n = ov_domain_get_first_node(domain); n != nullptr; n = ov_node_get_next(n)) r.nodes.push_back(n);
+  for (ov_node_t n : r.nodes) {
+    ov_table_t t = ov_node_get_table(n);
+    std::vector<int> f;
+    for (ov_node_t *m = ov_table_get_nodes(t); *m != nullptr; ++m)
+      for (std::size_t k = 0; k < r.nodes.size(); ++k)
+        if (r.nodes[k] == *m) f.push_back(static_cast<int>(k));
+    r.family.push_back(f);
+    const ov_number_t *data = ov_table_get_data(t);
+    r.table.emplace_back(data, data + ov_table_get_size(t));
+    std::vector<double> e;
+    if (ov_node_has_experience_table(n) == 1) {
+      ov_table_t x = ov_node_get_experience_table(n);
+      e.assign(ov_table_get_data(x), ov_table_get_data(x) + ov_table_get_size(x));
+    }
+    r.experience.push_back(e);
+  }
+  return r;
+}
+
+// One EM iteration by enumeration: returns the log-likelihood of the cases
+// under the tables of `r` and leaves the M-step's tables and the expected
+// counts' experience in `r`. The prior is that of `start`, EM's first
+// tables and experience.
+double reference_iteration(Reference &r, const Reference &start, ov_domain_t domain) {
+  const int n = static_cast<int>(r.nodes.size());
+  std::vector<std::vector<double>> counts(n);
+  for (int v = 0; v < n; ++v) {
+    if (r.experience[v].empty()) continue;
+    counts[v].assign(r.table[v].size(), 0.0);
+    const int s = r.states(v);
+    for (std::size_t j = 0; j < r.experience[v].size(); ++j)
+      if (start.experience[v][j] > 0)
+        for (int k = 0; k < s; ++k) counts[v][j * s + k] = start.table[v][j * s + k] * start.experience[v][j];
+  }
+  double ll = 0.0;
+  const int cases = static_cast<int>(ov_domain_get_number_of_cases(domain));
+  std::vector<double> weights;
+  std::vector<std::vector<int>> configs;
+  for (int i = 0; i < cases; ++i) {
+    const double c = ov_domain_get_case_count(domain, i);
+    if (c <= 0) continue;
+    weights.clear();
+    configs.clear();
+    std::vector<int> config(n, 0);
+    double evidence = 0.0;
+    for (;;) {
+      bool consistent = true;
+      for (int v = 0; v < n && consistent; ++v)
+        consistent = ov_node_case_is_set(r.nodes[v], i) == 0 || ov_node_get_case_state(r.nodes[v], i) == config[v];
+      if (consistent) {
+        double p = 1.0;
+        for (int v = 0; v < n; ++v) p *= r.table[v][r.cell(v, config)];
+        evidence += p;
+        weights.push_back(p);
+        configs.push_back(config);
+      }
+      int v = n - 1;
+      while (v >= 0 && ++config[v] == r.states(v)) config[v--] = 0;
+      if (v < 0) break;
+    }
+    ll += c * std::log(evidence);
+    for (std::size_t k = 0; k < configs.size(); ++k)
+      for (int v = 0; v < n; ++v)
+        if (!counts[v].empty()) counts[v][r.cell(v, configs[k])] += c * weights[k] / evidence;
+  }
+  for (int v = 0; v < n; ++v) {
+    if (counts[v].empty()) continue;
+    const int s = r.states(v);
+    for (std::size_t j = 0; j < r.experience[v].size(); ++j) {
+      double sum = 0.0;
+      for (int k = 0; k < s; ++k) sum += counts[v][j * s + k];
+      for (int k = 0; k < s; ++k) r.table[v][j * s + k] = sum > 0 ? counts[v][j * s + k] / sum : 1.0 / s;
+      r.experience[v][j] = sum;
+    }
+  }
+  return ll;
+}
+
+ov_node_t chance(ov_domain_t d, int states, std::initializer_list<ov_node_t> parents) {
+  ov_node_t n = ov_domain_new_node(d, ov_category_chance, ov_kind_discrete);
+  EXPECT_EQ(ov_node_set_number_of_states(n, states), 0);
+  for (ov_node_t p : parents) EXPECT_EQ(ov_node_add_parent(n, p), 0);
+  return n;
+}
+
+void fill_random(ov_table_t t, int states, std::mt19937 &rng) {
+  ov_number_t *data = ov_table_get_data(t);
+  std::uniform_real_distribution<double> u(0.05, 1.0);
+  for (ov_count_t j = 0; j < ov_table_get_size(t); j += states) {
+    double sum = 0;
+    for (int k = 0; k < states; ++k) sum += data[j + k] = static_cast<ov_number_t>(u(rng));
+    for (int k = 0; k < states; ++k) data[j + k] = static_cast<ov_number_t>(data[j + k] / sum);
+  }
+}
+
+std::string read_all(std::FILE *f) {
+  std::string text;
+  std::rewind(f);
+  for (int ch; (ch = std::fgetc(f)) != EOF;) text += static_cast<char>(ch);
+  return text;
+}
+
+// Five nodes, one with two parents, one not learned; 60 cases with a third
+// of the entries missing, some counts other than 1, one of 0.
+struct SmallNetwork : ::testing::Test {
+  ov_domain_t d = ov_new_domain();
+  std::mt19937 rng{20261123};
+  ov_node_t a = chance(d, 2, {});
+  ov_node_t b = chance(d, 3, {a});
+  ov_node_t c = chance(d, 2, {a});
+  ov_node_t e = chance(d, 2, {b, c});
+  ov_node_t f = chance(d, 3, {e});
+  void SetUp() override {
+    for (ov_node_t n : {a, b, c, e, f})
+      fill_random(ov_node_get_table(n), static_cast<int>(ov_node_get_number_of_states(n)), rng);
+    ASSERT_EQ(ov_domain_compile(d), 0);
+    ASSERT_EQ(ov_domain_set_number_of_cases(d, 60), 0);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    for (int i = 0; i < 60; ++i) {
+      for (ov_node_t n : {a, b, c, e, f})
+        if (u(rng) > 0.33) {
+          const auto state = static_cast<ov_index_t>(u(rng) * ov_node_get_number_of_states(n));
+          ASSERT_EQ(ov_node_set_case_state(n, i, state), 0);
+        }
+      if (i % 7 == 3) {
+        ASSERT_EQ(ov_domain_set_case_count(d, i, 2.5f), 0);
+      }
+    }
+    ASSERT_EQ(ov_domain_set_case_count(d, 10, 0.0f), 0);
+    // Experience: none on f; a prior on some configurations of e and b.
+    for (ov_node_t n : {a, b, c, e}) ASSERT_NE(ov_node_get_experience_table(n), nullptr);
+    ov_table_get_data(ov_node_get_experience_table(e))[1] = 4.0f;
+    ov_table_get_data(ov_node_get_experience_table(e))[2] = 0.5f;
+    ov_table_get_data(ov_node_get_experience_table(b))[0] = 3.0f;
+  }
+  void TearDown() override { ov_domain_delete(d); }
+};
+
+TEST_F(SmallNetwork, EmMatchesEnumerationPerIteration) {
+  const Reference start = read_reference(d);
+  for (int iterations = 1; iterations <= 4; ++iterations) {
+    // Back to the same start.
+    for (std::size_t v = 0; v < start.nodes.size(); ++v) {
+      ov_number_t *data = ov_table_get_data(ov_node_get_table(start.nodes[v]));
+      for (std::size_t k = 0; k < start.table[v].size(); ++k) data[k] = static_cast<ov_number_t>(start.table[v][k]);
+      ASSERT_EQ(ov_node_touch_table(start.nodes[v]), 0);
+      if (start.experience[v].empty()) continue;
+      ov_number_t *x = ov_table_get_data(ov_node_get_experience_table(start.nodes[v]));
+      for (std::size_t k = 0; k < start.experience[v].size(); ++k)
+        x[k] = static_cast<ov_number_t>(start.experience[v][k]);
+    }
+    ASSERT_EQ(ov_domain_set_max_number_of_em_iterations(d, iterations), 0);
+    ASSERT_EQ(ov_domain_set_log_likelihood_tolerance(d, 0.0), 0);
+    std::FILE *log = std::tmpfile();
+    ASSERT_EQ(ov_domain_set_log_file(d, log), 0);
+    ASSERT_EQ(ov_domain_learn_tables(d), 0);
+    ASSERT_EQ(ov_domain_set_log_file(d, nullptr), 0);
+    const std::string text = read_all(log);
+    std::fclose(log);
+
+    Reference ref = start;
+    std::string expected = "EM learning with 60 cases:\n\n";
+    std::vector<double> lls;
+    for (int k = 1; k <= iterations; ++k) lls.push_back(reference_iteration(ref, start, d));
+    const double final_ll = reference_iteration(ref, start, d); // the tables after the last M-step
+    ref = start;
+    for (int k = 1; k <= iterations; ++k) reference_iteration(ref, start, d);
+
+    const Reference got = read_reference(d);
+    for (std::size_t v = 0; v < ref.nodes.size(); ++v) {
+      for (std::size_t k = 0; k < ref.table[v].size(); ++k)
+        EXPECT_NEAR(got.table[v][k], ref.table[v][k], 1e-6) << iterations << " node " << v << " cell " << k;
+      for (std::size_t k = 0; k < ref.experience[v].size(); ++k)
+        EXPECT_NEAR(got.experience[v][k], ref.experience[v][k], 1e-4) << iterations << " node " << v;
+    }
+    EXPECT_NEAR(ov_domain_get_log_likelihood(d), final_ll, 1e-6 * std::fabs(final_ll));
+    // The log prints each iteration's log-likelihood with %g.
+    char line[128];
+    for (int k = 0; k < iterations; ++k) {
+      std::snprintf(line, sizeof line, "    Log-likelihood for iteration %d: %g\n", k + 1, lls[k]);
+      expected += line;
+    }
+    std::snprintf(line, sizeof line,
+                  "\nEM learning - final results:\n\n    Log-likelihood: %g\n    AIC: %g\n    BIC: %g\n", final_ll,
+                  final_ll - 17, final_ll - 17 * std::log(60.0) / 2); // 17 free parameters
+    expected += line;
+    EXPECT_EQ(text, expected);
+  }
+}
+
+TEST_F(SmallNetwork, StoppingRulesAndRefusals) {
+  // No experience anywhere: nothing changes, and the second pass repeats the first.
+  for (ov_node_t n : {a, b, c, e}) ASSERT_EQ(ov_table_delete(ov_node_get_experience_table(n)), 0);
+  const double before = ov_domain_get_log_likelihood(d);
+  std::FILE *log = std::tmpfile();
+  ASSERT_EQ(ov_domain_set_log_file(d, log), 0);
+  ASSERT_EQ(ov_domain_learn_tables(d), 0);
+  const std::string text = read_all(log);
+  std::fclose(log);
+  EXPECT_NE(text.find("iteration 2:"), std::string::npos);
+  EXPECT_EQ(text.find("iteration 3:"), std::string::npos);
+  EXPECT_EQ(ov_domain_get_log_likelihood(d), before);
+  ASSERT_EQ(ov_domain_set_log_file(d, nullptr), 0);
+
+  ov_domain_t empty = ov_new_domain();
+  chance(empty, 2, {});
+  EXPECT_EQ(ov_domain_learn_tables(empty), ov_error_usage); // no cases
+  ASSERT_EQ(ov_domain_set_number_of_cases(empty, 1), 0);
+  EXPECT_EQ(ov_domain_learn_tables(empty), ov_error_not_compiled);
+  EXPECT_EQ(ov_domain_get_log_likelihood(empty), 1.0);
+  ov_node_t decision = ov_domain_new_node(empty, ov_category_decision, ov_kind_discrete);
+  ASSERT_NE(decision, nullptr);
+  EXPECT_EQ(ov_domain_learn_tables(empty), ov_error_usage); // a decision without a value
+  EXPECT_EQ(ov_domain_learn_class_tables(empty), ov_error_usage);
+  ov_domain_delete(empty);
+}
+
+// Simulated cases from asia, a fifth of the entries missing: EM from uniform
+// tables comes close to the true tables, and at least as likely.
+TEST(EmRecovery, AsiaFromUniformTables) {
+  ov_domain_t d = ov_net_parse_domain(ORVEL_NETWORKS "/asia.net", nullptr, nullptr);
+  ASSERT_NE(d, nullptr);
+  ASSERT_EQ(ov_domain_compile(d), 0);
+  ASSERT_EQ(ov_domain_seed_random(d, 1234), 0);
+  const int cases = 10000;
+  ASSERT_EQ(ov_domain_set_number_of_cases(d, cases), 0);
+  std::mt19937 rng(99);
+  std::bernoulli_distribution missing(0.2);
+  std::vector<ov_node_t> nodes;
+  for (ov_node_t n = ov_domain_get_first_node(d); n != nullptr; n = ov_node_get_next(n)) nodes.push_back(n);
+  for (int i = 0; i < cases; ++i) {
+    ASSERT_EQ(ov_domain_simulate(d), 0);
+    for (ov_node_t n : nodes)
+      if (!missing(rng)) {
+        ASSERT_EQ(ov_node_set_case_state(n, i, ov_node_get_sampled_state(n)), 0);
+      }
+  }
+  const double true_ll = ov_domain_get_log_likelihood(d);
+  std::vector<std::vector<ov_number_t>> truth;
+  for (ov_node_t n : nodes) {
+    ov_table_t t = ov_node_get_table(n);
+    ov_number_t *data = ov_table_get_data(t);
+    truth.emplace_back(data, data + ov_table_get_size(t));
+    std::fill(data, data + ov_table_get_size(t), 1.0f / static_cast<float>(ov_node_get_number_of_states(n)));
+    ASSERT_EQ(ov_node_touch_table(n), 0);
+    ASSERT_NE(ov_node_get_experience_table(n), nullptr);
+  }
+  ASSERT_EQ(ov_domain_learn_tables(d), 0);
+  double error = 0.0;
+  std::size_t cells = 0;
+  for (std::size_t v = 0; v < nodes.size(); ++v) {
+    const ov_number_t *data = ov_table_get_data(ov_node_get_table(nodes[v]));
+    for (std::size_t k = 0; k < truth[v].size(); ++k, ++cells) error += std::fabs(data[k] - truth[v][k]);
+  }
+  const double learned_ll = ov_domain_get_log_likelihood(d);
+  std::printf("asia: mean absolute error %.5f over %zu cells; log-likelihood %.3f learned, %.3f true\n", error / cells,
+              cells, learned_ll, true_ll);
+  EXPECT_LT(error / cells, 0.02);
+  EXPECT_GE(learned_ll, true_ll - 1.0);
+  ov_domain_delete(d);
+}
+
+// Adaptation to complete cases from experience 1 everywhere gives the
+// counts-based estimate (experience 1 as a uniform prior); with fading 1/2
+// the counts decay by half before each case.
+TEST(Adaptation, CompleteCasesGiveCountsAndFadingHalvesThem) {
+  for (double fade : {1.0, 0.5}) {
+    ov_domain_t d = ov_new_domain();
+    ov_node_t a = chance(d, 2, {});
+    ov_node_t b = chance(d, 3, {a});
+    ASSERT_EQ(ov_domain_compile(d), 0);
+    for (ov_node_t n : {a, b}) {
+      ov_table_t x = ov_node_get_experience_table(n);
+      std::fill(ov_table_get_data(x), ov_table_get_data(x) + ov_table_get_size(x), 1.0f);
+      if (fade != 1.0) {
+        ov_table_t f = ov_node_get_fading_table(n);
+        std::fill(ov_table_get_data(f), ov_table_get_data(f) + ov_table_get_size(f), static_cast<float>(fade));
+      }
+    }
+    // counts[a][b] with the prior's 1/3 per cell, strength 1 per configuration.
+    std::vector<double> na(2, 0.5), nab(6, 1.0 / 3);
+    std::mt19937 rng(5);
+    for (int i = 0; i < 40; ++i) {
+      const int sa = static_cast<int>(rng() % 2), sb = static_cast<int>(rng() % 3);
+      ASSERT_EQ(ov_node_select_state(a, sa), 0);
+      ASSERT_EQ(ov_node_select_state(b, sb), 0);
+      EXPECT_EQ(ov_domain_adapt(d), ov_error_usage); // not propagated yet
+      ASSERT_EQ(ov_domain_propagate(d, ov_equilibrium_sum, ov_mode_normal), 0);
+      ASSERT_EQ(ov_domain_adapt(d), 0);
+      for (double &n : na) n *= fade;
+      for (int k = 0; k < 3; ++k) nab[sa * 3 + k] *= fade;
+      na[sa] += 1;
+      nab[sa * 3 + sb] += 1;
+    }
+    const ov_number_t *pa = ov_table_get_data(ov_node_get_table(a));
+    const ov_number_t *pb = ov_table_get_data(ov_node_get_table(b));
+    for (int s = 0; s < 2; ++s) EXPECT_NEAR(pa[s], na[s] / (na[0] + na[1]), 1e-5) << fade;
+    for (int j = 0; j < 2; ++j) {
+      const double total = nab[j * 3] + nab[j * 3 + 1] + nab[j * 3 + 2];
+      for (int k = 0; k < 3; ++k) EXPECT_NEAR(pb[j * 3 + k], nab[j * 3 + k] / total, 1e-5) << fade;
+      EXPECT_NEAR(ov_table_get_data(ov_node_get_experience_table(b))[j], total, 1e-3) << fade;
+    }
+    EXPECT_NEAR(ov_table_get_data(ov_node_get_experience_table(a))[0], na[0] + na[1], 1e-3) << fade;
+    ASSERT_EQ(ov_domain_uncompile(d), 0);
+    EXPECT_EQ(ov_domain_adapt(d), ov_error_not_compiled);
+    ov_domain_delete(d);
+  }
+}
+
+} // namespace
