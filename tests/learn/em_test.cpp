@@ -54,12 +54,15 @@ Reference read_reference(ov_domain_t domain) {
 // One EM iteration by enumeration: returns the log-likelihood of the cases
 // under the tables of `r` and leaves the M-step's tables and the expected
 // counts' experience in `r`. The prior is that of `start`, EM's first
-// tables and experience.
-double reference_iteration(Reference &r, const Reference &start, ov_domain_t domain) {
+// tables and experience. With `group`, nodes share the counts and the
+// table of the node their group names (class learning).
+double reference_iteration(Reference &r, const Reference &start, ov_domain_t domain,
+                           const std::vector<int> *group = nullptr) {
   const int n = static_cast<int>(r.nodes.size());
   std::vector<std::vector<double>> counts(n);
+  auto owner = [&](int v) { return group != nullptr ? (*group)[v] : v; };
   for (int v = 0; v < n; ++v) {
-    if (r.experience[v].empty()) continue;
+    if (r.experience[v].empty() || owner(v) != v) continue;
     counts[v].assign(r.table[v].size(), 0.0);
     const int s = r.states(v);
     for (std::size_t j = 0; j < r.experience[v].size(); ++j)
@@ -95,15 +98,16 @@ double reference_iteration(Reference &r, const Reference &start, ov_domain_t dom
     ll += c * std::log(evidence);
     for (std::size_t k = 0; k < configs.size(); ++k)
       for (int v = 0; v < n; ++v)
-        if (!counts[v].empty()) counts[v][r.cell(v, configs[k])] += c * weights[k] / evidence;
+        if (!counts[owner(v)].empty()) counts[owner(v)][r.cell(v, configs[k])] += c * weights[k] / evidence;
   }
   for (int v = 0; v < n; ++v) {
-    if (counts[v].empty()) continue;
+    if (r.experience[v].empty() || counts[owner(v)].empty()) continue;
     const int s = r.states(v);
+    const std::vector<double> &sums = counts[owner(v)];
     for (std::size_t j = 0; j < r.experience[v].size(); ++j) {
       double sum = 0.0;
-      for (int k = 0; k < s; ++k) sum += counts[v][j * s + k];
-      for (int k = 0; k < s; ++k) r.table[v][j * s + k] = sum > 0 ? counts[v][j * s + k] / sum : 1.0 / s;
+      for (int k = 0; k < s; ++k) sum += sums[j * s + k];
+      for (int k = 0; k < s; ++k) r.table[v][j * s + k] = sum > 0 ? sums[j * s + k] / sum : 1.0 / s;
       r.experience[v][j] = sum;
     }
   }
@@ -247,6 +251,76 @@ TEST_F(SmallNetwork, StoppingRulesAndRefusals) {
   EXPECT_EQ(ov_domain_learn_tables(empty), ov_error_usage); // a decision without a value
   EXPECT_EQ(ov_domain_learn_class_tables(empty), ov_error_usage);
   ov_domain_delete(empty);
+}
+
+// Two instances of one class share its table: class learning against the
+// reference with shared counts, the prior taken once from the class node.
+TEST(EmClassTables, InstancesShareCounts) {
+  const std::string path = ::testing::TempDir() + "em_classes.net";
+  std::FILE *file = std::fopen(path.c_str(), "w");
+  ASSERT_NE(file, nullptr);
+  std::fputs("class M { outputs = (Y); node X { states = (\"a\" \"b\"); } node Y { states = (\"a\" \"b\" \"c\"); }\n"
+             "  potential (X) { data = (0.3 0.7); }\n"
+             "  potential (Y | X) { data = ((0.2 0.3 0.5) (0.6 0.3 0.1)); } }\n"
+             "class Top { instance I1 : M () {} instance I2 : M () {} node Z { states = (\"n\" \"y\"); }\n"
+             "  potential (Z | I1.Y) { data = ((0.4 0.6) (0.5 0.5) (0.9 0.1)); } }\n",
+             file);
+  std::fclose(file);
+  ov_class_collection_t cc = ov_new_class_collection();
+  ASSERT_EQ(ov_net_parse_classes(path.c_str(), cc, nullptr, nullptr, nullptr), 0);
+  ov_class_t m = ov_cc_get_class_by_name(cc, "M"), top = ov_cc_get_class_by_name(cc, "Top");
+  ov_node_t my = ov_class_get_node_by_name(m, "Y");
+  ASSERT_NE(ov_node_get_experience_table(ov_class_get_node_by_name(m, "X")), nullptr);
+  ov_table_get_data(ov_node_get_experience_table(my))[0] = 2.0f;
+  ov_domain_t d = ov_class_create_domain(top);
+  ASSERT_NE(d, nullptr);
+  ASSERT_EQ(ov_domain_compile(d), 0);
+  Reference start = read_reference(d);
+  auto source_of = [](ov_node_t n) {
+    ov_node_t *sources = ov_node_get_source(n);
+    while (sources[1] != nullptr) ++sources;
+    return *sources;
+  };
+  auto node_of = [&](ov_node_t source) {
+    for (ov_node_t n = ov_domain_get_first_node(d); n != nullptr; n = ov_node_get_next(n))
+      if (source_of(n) == source) return n;
+    return ov_node_t{};
+  };
+  std::vector<int> group(start.nodes.size());
+  for (std::size_t v = 0; v < start.nodes.size(); ++v) {
+    group[v] = static_cast<int>(v);
+    for (std::size_t u = 0; u < v; ++u)
+      if (source_of(start.nodes[u]) == source_of(start.nodes[v])) group[v] = group[u];
+  }
+  ASSERT_EQ(ov_domain_set_number_of_cases(d, 30), 0);
+  std::mt19937 rng(8);
+  for (int i = 0; i < 30; ++i)
+    for (ov_node_t n : start.nodes)
+      if (rng() % 3 != 0) {
+        ASSERT_EQ(ov_node_set_case_state(n, i, static_cast<ov_index_t>(rng() % ov_node_get_number_of_states(n))), 0);
+      }
+  ASSERT_EQ(ov_domain_set_max_number_of_em_iterations(d, 3), 0);
+  ASSERT_EQ(ov_domain_learn_class_tables(d), 0);
+  Reference ref = start;
+  for (int k = 0; k < 3; ++k) reference_iteration(ref, start, d, &group);
+  const Reference got = read_reference(d);
+  for (std::size_t v = 0; v < ref.nodes.size(); ++v) {
+    for (std::size_t k = 0; k < ref.table[v].size(); ++k) EXPECT_NEAR(got.table[v][k], ref.table[v][k], 1e-6) << v;
+    for (std::size_t k = 0; k < ref.experience[v].size(); ++k)
+      EXPECT_NEAR(got.experience[v][k], ref.experience[v][k], 1e-4) << v;
+  }
+  // The class node holds the shared table.
+  const ov_number_t *shared = ov_table_get_data(ov_node_get_table(node_of(my)));
+  for (int k = 0; k < 6; ++k) EXPECT_NEAR(ov_table_get_data(ov_node_get_table(my))[k], shared[k], 1e-6);
+  // Z's table holds the output clone I1.Y where the domain has the node
+  // whose source is M's Y: no correspondence to learn Z's table by.
+  ov_node_t z = ov_class_get_node_by_name(top, "Z");
+  ASSERT_NE(ov_node_get_experience_table(z), nullptr);
+  ASSERT_NE(ov_node_get_experience_table(node_of(z)), nullptr);
+  EXPECT_EQ(ov_domain_learn_class_tables(d), ov_error_usage);
+  ov_domain_delete(d);
+  ov_cc_delete(cc);
+  std::remove(path.c_str());
 }
 
 // Simulated cases from asia, a fifth of the entries missing: EM from uniform
