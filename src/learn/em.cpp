@@ -170,6 +170,26 @@ ov_status_t case_contribution(CaseRoutine &r, std::uint32_t index, double &resul
   return ov_error_none;
 }
 
+// Keeps the forest's initial tables in the table memory for the length of a
+// pass over the cases, when the domain keeps none: each case then restores
+// them by a copy instead of rebuilding them from the node tables, which
+// gives the same tables. After a table change the first case rebuilds
+// them and saves over the copy. Memory made here is given back.
+struct TableMemoryScope {
+  Domain *domain;
+  bool made = false;
+  explicit TableMemoryScope(Domain *d) : domain(d) {
+    if (domain->forest->memory_table_data) return;
+    made = domain_save_to_memory(domain) == ov_error_none;
+    set_error(ov_error_none); // without the memory the pass only runs slower
+  }
+  ~TableMemoryScope() {
+    if (made) domain_reclaim_memory_tables(domain);
+  }
+  TableMemoryScope(const TableMemoryScope &) = delete;
+  TableMemoryScope &operator=(const TableMemoryScope &) = delete;
+};
+
 ov_status_t sum_cases(CaseRoutine &r, double &total) {
   total = 0.0;
   for (std::uint32_t i = 0; i < r.domain->case_count; ++i) {
@@ -298,6 +318,7 @@ ov_status_t learn(Domain *domain, bool class_tables) {
     return ov_error_code();
   CaseRoutine r;
   if (routine_make(r, domain) != ov_error_none) return ov_error_code();
+  TableMemoryScope memory(domain);
   for (Node *node = domain->first_node(); node != nullptr; node = domain->next_node(node)) {
     if (node->experience_table == nullptr || node->category != ov_category_chance || !node->is_discrete()) continue;
     Node *owner = node;
@@ -346,6 +367,7 @@ double domain_log_likelihood(Domain *domain) {
   if (ov_error_t code = learning_state(domain); code != ov_error_none) return fail(code), 1.0;
   if (domain->case_count == 0) return 0.0;
   CaseRoutine r;
+  TableMemoryScope memory(domain);
   double ll = 0.0;
   if (routine_make(r, domain) != ov_error_none || sum_cases(r, ll) != ov_error_none) return 1.0;
   if (domain_initialize(domain) != ov_error_none) return 1.0;

@@ -87,7 +87,8 @@ TEST(PropagationMemory, NoAllocationAfterCompile) {
 }
 
 // EM and the log-likelihood allocate for a run, not for a case: twice the
-// cases, the same number of allocations.
+// cases, the same number of allocations (after a first run, whose buffers
+// the later runs reuse).
 TEST(PropagationMemory, EmAllocatesPerRunNotPerCase) {
 #ifndef ORVEL_COUNT_ALLOCATIONS
   GTEST_SKIP() << "allocation counting needs the plain glibc allocator";
@@ -106,16 +107,16 @@ TEST(PropagationMemory, EmAllocatesPerRunNotPerCase) {
   }
   for (ov_node_t node : nodes) ASSERT_NE(ov_node_get_experience_table(node), nullptr);
   ASSERT_EQ(ov_domain_set_max_number_of_em_iterations(domain, 2), 0);
-  long counts[2];
-  for (int run = 0; run < 2; ++run) {
-    ASSERT_EQ(ov_domain_set_number_of_cases(domain, run == 0 ? 200 : 400), 0);
+  long counts[3];
+  for (int run = 0; run < 3; ++run) {
+    ASSERT_EQ(ov_domain_set_number_of_cases(domain, run < 2 ? 200 : 400), 0);
     counting = true;
     allocations = 0;
     EXPECT_EQ(ov_domain_learn_tables(domain), 0);
     counting = false;
     counts[run] = allocations.load();
   }
-  EXPECT_EQ(counts[0], counts[1]);
+  EXPECT_EQ(counts[1], counts[2]);
   ov_domain_delete(domain);
 #endif
 }
