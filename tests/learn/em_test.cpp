@@ -415,4 +415,50 @@ TEST(Adaptation, CompleteCasesGiveCountsAndFadingHalvesThem) {
   }
 }
 
+// An unobserved parent: each configuration's row moves to the posterior
+// mean of its Dirichlet, ((e + z) p + q) / (e + 1) with q the joint of the
+// configuration and the child's states given the evidence and z the
+// probability of the other configurations. The new strength s gives the
+// exact posterior (a mixture of Dirichlets) its sum over the states of the
+// second moments E[theta_i^2], which for a Dirichlet is (s m.m + 1) / (s + 1).
+TEST(Adaptation, UnobservedParentMovesRowsToPosteriorMeans) {
+  ov_domain_t d = ov_new_domain();
+  ov_node_t a = chance(d, 2, {});
+  ov_node_t b = chance(d, 3, {a});
+  std::mt19937 rng(17);
+  fill_random(ov_node_get_table(a), 2, rng);
+  fill_random(ov_node_get_table(b), 3, rng);
+  ASSERT_EQ(ov_domain_compile(d), 0);
+  ov_number_t *x = ov_table_get_data(ov_node_get_experience_table(b));
+  x[0] = 3.0f;
+  x[1] = 0.0f; // frozen
+  const std::vector<ov_number_t> before(ov_table_get_data(ov_node_get_table(b)),
+                                        ov_table_get_data(ov_node_get_table(b)) + 6);
+  ASSERT_EQ(ov_node_select_state(b, 2), 0);
+  ASSERT_EQ(ov_domain_propagate(d, ov_equilibrium_sum, ov_mode_normal), 0);
+  ov_node_t family[] = {a, b, nullptr};
+  ov_table_t joint = ov_domain_get_marginal(d, family);
+  const ov_number_t *q = ov_table_get_data(joint);
+  ASSERT_EQ(ov_domain_adapt(d), 0);
+  const ov_number_t *p = ov_table_get_data(ov_node_get_table(b));
+  const double z = q[3] + q[4] + q[5];
+  double second = 0.0, squares = 0.0;
+  for (int i = 0; i < 3; ++i) {
+    const double mean = ((3.0 + z) * before[i] + q[i]) / 4.0;
+    EXPECT_NEAR(p[i], mean, 1e-6) << i;
+    EXPECT_EQ(p[3 + i], before[3 + i]) << i;
+    squares += mean * mean;
+    const double alpha = 3.0 * before[i];
+    second += z * alpha * (alpha + 1) / 12.0; // strength 3: s (s + 1) = 12
+    for (int k = 0; k < 3; ++k) {
+      const double grown = alpha + (k == i ? 1 : 0);
+      second += q[k] * grown * (grown + 1) / 20.0; // strength 4
+    }
+  }
+  EXPECT_NEAR(x[0], (1 - second) / (second - squares), 1e-4);
+  EXPECT_EQ(x[1], 0.0f);
+  ov_table_delete(joint);
+  ov_domain_delete(d);
+}
+
 } // namespace
