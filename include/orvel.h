@@ -800,6 +800,53 @@ OV_API int ov_node_has_fading_table(ov_node_t node);
 OV_API ov_status_t ov_domain_adapt(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
+ * Structure learning (src/learn/structure_api.cpp)
+ * ------------------------------------------------------------------------ */
+
+/* Learns the edges of a domain of discrete chance nodes without edges from
+ * its cases: G² tests of independence given at most three other nodes (at
+ * the domain's significance level; each test uses the cases complete for
+ * its own nodes), colliders, derived directions, then the remaining
+ * undirected edges directed where they add fewer parameters. Edge
+ * constraints override the data. Each step is written to the domain's log.
+ * usage for other nodes, existing edges or chain components; a domain
+ * without case data learns nothing and succeeds. */
+OV_API ov_status_t ov_domain_learn_structure(ov_domain_t domain);
+/* After structure learning: the p-value of the marginal test of two nodes
+ * (1 when they were not tested), or -1.0 (usage) when there was no run. */
+OV_API ov_double_t ov_node_get_data_independency(ov_node_t a, ov_node_t b);
+
+/* ------------------------------------------------------------------------
+ * Case and data files (src/io/case_file_api.cpp)
+ *
+ * A case file holds findings, one "name: value" item each; a data file holds
+ * cases: a header line of node names (after '#' when each case starts with
+ * its count), then one case a line, fields separated by blanks or one ','.
+ * An empty field, '*' or '?' is a missing value. Messages go to the handler
+ * with the line; soft errors fail the read at its end. io when a file will
+ * not open or close. */
+
+/* Retracts all findings and enters the case of a file; on failure all
+ * findings are retracted again. */
+OV_API ov_status_t ov_domain_parse_case(ov_domain_t domain, ov_string_t file_name, ov_parse_error_handler_t handler,
+                                        void *data);
+/* Writes the findings of the chance and decision nodes as a case file. */
+OV_API ov_status_t ov_domain_save_case(ov_domain_t domain, ov_string_t file_name);
+/* Appends the cases of a data file; on failure the number of cases is set
+ * back to what it was. */
+OV_API ov_status_t ov_domain_parse_cases(ov_domain_t domain, ov_string_t file_name, ov_parse_error_handler_t handler,
+                                         void *data);
+/* Writes the cases listed in `cases` (ending at a negative index; NULL for
+ * all) of the chance and decision nodes of the NULL-terminated, non-empty
+ * `nodes` as a data file, with counts when include_counts is 1; fields are
+ * joined by `separator` and a missing value is written as `missing`. An
+ * empty `missing` reads back only between fields: at the end of a line the
+ * reader takes the case for one with too few data items. */
+OV_API ov_status_t ov_domain_save_cases(ov_domain_t domain, ov_string_t file_name, ov_node_t *nodes,
+                                        const ov_index_t *cases, int include_counts, ov_string_t separator,
+                                        ov_string_t missing);
+
+/* ------------------------------------------------------------------------
  * Tables (src/table/table_api.cpp)
  * ------------------------------------------------------------------------ */
 
@@ -990,6 +1037,51 @@ OV_API ov_status_t ov_node_generate_table(ov_node_t node);
  * first failure. */
 OV_API ov_status_t ov_domain_generate_tables(ov_domain_t domain);
 OV_API ov_status_t ov_class_generate_tables(ov_class_t c);
+
+/* ------------------------------------------------------------------------
+ * Copies of domains and nodes (src/oo/clone_api.cpp)
+ * ------------------------------------------------------------------------ */
+
+/* A new domain, owned by the caller, that is a deep and independent copy of
+ * `domain`, exactly where the source stands:
+ * - the nodes in the same list order, with their names, labels, positions,
+ *   categories, kinds, subtypes, states (labels and values), parents and
+ *   children in the same order, edge constraints, attributes and sources
+ *   (ov_node_get_source leads to the same class nodes);
+ * - every table bit for bit, in the same list order: node tables,
+ *   experience and fading tables, chain components with their potentials;
+ *   models with their expressions;
+ * - the settings: log file (shared, not owned), concurrency level and grain
+ *   size, learning settings, node size, file name, attributes, and the
+ *   state of the random number generator, so that both draw the same
+ *   sequence until one is seeded again;
+ * - the triangulation and, for a compiled domain, the junction forest
+ *   itself (the same cliques, trees and numbers, with their tables and any
+ *   saved table memory): the copy is compiled without triangulating or
+ *   propagating again;
+ * - the evidence: entered findings and values, propagated findings, the
+ *   equilibrium, evidence mode and normalising constants of each tree, and
+ *   simulated states. Every query gives the same numbers, bit for bit, as on
+ *   the source, and so does every later propagation of the same evidence;
+ * - the cases with their counts.
+ * Not copied: user data (of the domain, nodes, tables, cliques, trees and
+ * models, which refers to the source's objects), tables that queries
+ * handed to the caller, and the test records of structure learning
+ * (ov_node_get_data_independency is usage on the copy). The two domains share nothing but the log file: an
+ * edit, finding or propagation on one never reaches the other, and they may
+ * be used on different threads at once. usage for NULL and for a class
+ * handle (ov_class_create_domain makes a domain of a class). A failure
+ * (no_memory) leaves nothing behind. */
+OV_API ov_domain_t ov_domain_clone(ov_domain_t domain);
+/* A new node in the node's domain (or class) with the node's category, kind,
+ * subtype, states (count, labels and values), label, position and
+ * attributes, the same parents in the same order, a copy of its table (with
+ * the new node in the node's place) and of its model. It has no name until
+ * asked (ov_node_get_name then names it as any new node), no children, no
+ * edge constraints, no evidence, no experience or fading table and no user
+ * data. The domain is uncompiled, as by any structural edit. usage for NULL,
+ * an instance node and an output clone. */
+OV_API ov_node_t ov_node_clone(ov_node_t node);
 
 /* ------------------------------------------------------------------------
  * Classes (src/oo/class_api.cpp)

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <random>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,6 +64,8 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "                           print the joint marginal of the named nodes\n"
                               "  compile NET [options]    compile and print a summary of the junction forest\n"
                               "  convert IN OUT           read a NET file and write it in the block format\n"
+                              "  simulate NET -n N -o DATA [--missing FRACTION] [--seed S]\n"
+                              "                           write N cases drawn from the network to a data file\n"
                               "\n"
                               "A NET file of classes stands for its main class, unfolded: the last class\n"
                               "in the file, or the one named with --class NAME. Its nodes are named by\n"
@@ -795,6 +798,93 @@ int command_convert(const Options &options) {
   return save_replacing(holder.domain, target);
 }
 
+const char *const simulate_help = "usage: orvel simulate NET -n N -o DATA [--missing FRACTION] [--seed S]\n"
+                                  "\n"
+                                  "Draws N cases from the tables of the network (one with decision nodes is\n"
+                                  "refused) and writes them to the data file DATA: a header of node names, then\n"
+                                  "one case a line, fields separated by ','. --missing blanks each entry with\n"
+                                  "probability FRACTION (written '*'); --seed S (default 310952) seeds both the\n"
+                                  "simulation and the blanking, so that the same arguments give the same file.\n";
+
+int command_simulate(int argc, char **argv) {
+  std::string network, output;
+  long long count = -1;
+  double missing = 0.0;
+  unsigned long seed = 310952;
+  for (int i = 2; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "-h" || arg == "--help") {
+      std::fputs(simulate_help, stdout);
+      return exit_ok;
+    }
+    const bool takes_value = arg == "-n" || arg == "-o" || arg == "--missing" || arg == "--seed";
+    if (takes_value && i + 1 >= argc) return usage_error(arg + " needs a value");
+    if (!takes_value && !arg.empty() && arg[0] == '-') return usage_error("unknown option '" + arg + "'");
+    if (!takes_value) {
+      if (!network.empty()) return usage_error("simulate takes one network");
+      network = arg;
+      continue;
+    }
+    const std::string value = argv[++i];
+    char *end = nullptr;
+    errno = 0;
+    if (arg == "-o") {
+      output = value;
+    } else if (arg == "-n") {
+      count = std::strtoll(value.c_str(), &end, 10);
+      if (value.empty() || *end != 0 || errno != 0 || count < 0 || count > 0x7FFFFFFF)
+        return usage_error("-n needs a number of cases, got '" + value + "'");
+    } else if (arg == "--missing") {
+      if (!parse_double(value, missing) || !(missing >= 0.0 && missing <= 1.0))
+        return usage_error("--missing needs a fraction from 0 to 1, got '" + value + "'");
+    } else {
+      seed = std::strtoul(value.c_str(), &end, 10);
+      if (value.empty() || value[0] == '-' || *end != 0 || errno != 0 || seed > 0xFFFFFFFFul)
+        return usage_error("--seed needs a whole number, got '" + value + "'");
+    }
+  }
+  if (network.empty()) return usage_error("simulate needs a network file");
+  if (count < 0) return usage_error("simulate needs -n N");
+  if (output.empty()) return usage_error("simulate needs -o DATA");
+  if (same_file(output, network)) return usage_error("the output " + output + " is the input " + network);
+  if (int status = check_input(network); status != exit_ok) return status;
+
+  Options options;
+  options.network = network;
+  DomainHolder holder;
+  holder.domain = load_network(options, holder);
+  ov_domain_t domain = holder.domain;
+  if (domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + network);
+  std::vector<ov_node_t> nodes;
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node)) {
+    const ov_category_t category = ov_node_get_category(node);
+    if (category == ov_category_decision) return input_error(network, "decision nodes cannot be simulated");
+    if (category == ov_category_chance) nodes.push_back(node);
+  }
+  if (nodes.empty()) return input_error(network, "no chance nodes to simulate");
+  nodes.push_back(nullptr);
+  if (ov_domain_seed_random(domain, static_cast<uint32_t>(seed)) != ov_error_none ||
+      ov_domain_set_number_of_cases(domain, static_cast<ov_count_t>(count)) != ov_error_none)
+    return library_error("storing " + std::to_string(count) + " cases");
+  // The blanking draws from a generator of its own, so that the cases drawn
+  // are the same whatever fraction is blanked.
+  std::mt19937_64 blanks(seed);
+  std::uniform_real_distribution<double> uniform(0.0, 1.0);
+  for (ov_index_t index = 0; index < count; ++index) {
+    if (ov_domain_simulate(domain) != ov_error_none) return library_error("simulating " + network);
+    for (std::size_t k = 0; nodes[k] != nullptr; ++k) {
+      ov_node_t node = nodes[k];
+      if (missing > 0.0 && uniform(blanks) < missing) continue;
+      const ov_status_t status = ov_node_get_kind(node) == ov_kind_discrete
+                                     ? ov_node_set_case_state(node, index, ov_node_get_sampled_state(node))
+                                     : ov_node_set_case_value(node, index, ov_node_get_sampled_value(node));
+      if (status != ov_error_none) return library_error("storing a case");
+    }
+  }
+  if (ov_domain_save_cases(domain, output.c_str(), nodes.data(), nullptr, 0, ",", "*") != ov_error_none)
+    return library_error("writing " + output);
+  return exit_ok;
+}
 } // namespace
 
 namespace {
@@ -809,6 +899,7 @@ int run(int argc, char **argv) {
     std::fputs(main_help, stdout);
     return exit_ok;
   }
+  if (command == "simulate") return command_simulate(argc, argv);
   struct Command {
     const char *help;
     int (*run)(const Options &);

@@ -31,6 +31,8 @@ void fill_array(std::array<double, KK> &lags, double *out, int n) noexcept {
 
 void RandomStateDeleter::operator()(RandomState *state) const noexcept { delete state; }
 
+void random_state_assign(RandomState *to, const RandomState *from) noexcept { *to = *from; }
+
 RandomStatePtr random_state_new(std::uint32_t seed) {
   RandomStatePtr state(new RandomState);
   random_seed(*state, seed);

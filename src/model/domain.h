@@ -33,6 +33,22 @@ struct LearningSettings {
   std::uint32_t log_likelihood_valid = 0;
 };
 
+// The record of the independence tests of one pair of nodes, made by
+// structure learning and kept for the data-independency query.
+struct IndependenceTest {
+  std::vector<ov_node_s *> conditioning_set; // empty for the first (marginal) test
+  std::uint32_t degrees_of_freedom = 0;
+  double statistic = 0.0; // G²
+  double p_value = 1.0;
+  bool is_independent = false;
+};
+struct EdgeTestRecord {
+  double strength = 0.0; // G² of the marginal test
+  std::vector<IndependenceTest> tests;
+  std::uint32_t independent_count = 0;
+  int constraint = ov_constraint_none;
+};
+
 // A domain as a class of an object-oriented network.
 struct ClassSettings {
   ov_class_collection_s *collection = nullptr; // non-null exactly for a class
@@ -82,6 +98,9 @@ struct ov_domain_s {
   // case_capacity entries. No weights: every count is 1.
   std::uint32_t case_count = 0, case_capacity = 0;
   std::vector<ov_number_t> case_weights;
+  // One record per unordered pair of nodes, by pair_index, from the last
+  // structure learning run that tested something; empty otherwise.
+  std::vector<orvel::EdgeTestRecord> structure_data;
   orvel::RandomStatePtr random; // never null; seeded with the default seed at creation
 
   void *user_data = nullptr;

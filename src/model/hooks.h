@@ -56,5 +56,7 @@ struct RandomStateDeleter {
 using RandomStatePtr = std::unique_ptr<RandomState, RandomStateDeleter>;
 // A generator seeded with `seed`. Throws bad_alloc.
 RandomStatePtr random_state_new(std::uint32_t seed);
+// Gives `to` the state of `from`: both draw the same sequence from here.
+void random_state_assign(RandomState *to, const RandomState *from) noexcept;
 
 } // namespace orvel

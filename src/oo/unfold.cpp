@@ -11,6 +11,7 @@
 #include "model/graph.h"
 #include "model/node.h"
 #include "oo/class.h"
+#include "oo/clone.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -21,17 +22,6 @@ namespace {
 using NodeMap = std::vector<Node *>;
 
 Node *mapped(const NodeMap &map, const Node *node) noexcept { return map[node->number - 1]; }
-
-void copy_attributes(const AttributeList &from, AttributeList &to) {
-  std::unique_ptr<Attribute> *tail = &to.first;
-  for (const Attribute *a = from.first.get(); a != nullptr; a = a->next.get()) {
-    auto copy = std::make_unique<Attribute>();
-    copy->key = a->key;
-    copy->value = a->value;
-    *tail = std::move(copy);
-    tail = &(*tail)->next;
-  }
-}
 
 // The node of `target` standing for the class node `node`, reached through
 // the instance nodes of `path`: states, label, attributes and position,

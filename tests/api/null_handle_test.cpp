@@ -109,7 +109,8 @@ const std::vector<Case> &cases() {
       C(ov_domain_learn_tables, 1, {}), C(ov_domain_learn_class_tables, 1, {}), C(ov_domain_get_log_likelihood, 1.0, {}),
       C(ov_domain_get_AIC, 1.0, {}), C(ov_domain_get_BIC, 1.0, {}), C(ov_node_get_experience_table, nullptr, {}),
       C(ov_node_has_experience_table, -1, {}), C(ov_node_get_fading_table, nullptr, {}),
-      C(ov_node_has_fading_table, -1, {}), C(ov_domain_adapt, 1, {}), C(ov_domain_get_first_junction_tree, nullptr, {}),
+      C(ov_node_has_fading_table, -1, {}), C(ov_domain_adapt, 1, {}),
+      C(ov_domain_learn_structure, 1, {}), C(ov_node_get_data_independency, -1.0, {}, {}), C(ov_domain_get_first_junction_tree, nullptr, {}),
       C(ov_jt_get_next, nullptr, {}), C(ov_jt_get_root, nullptr, {}), C(ov_jt_get_cliques, nullptr, {}),
       C(ov_jt_set_user_data, 1, {}, &w), C(ov_jt_get_user_data, nullptr, {}),
       C(ov_domain_get_first_clique, nullptr, {}), C(ov_clique_get_next, nullptr, {}),
@@ -133,7 +134,7 @@ const std::vector<Case> &cases() {
       C(ov_attribute_get_value, nullptr, {}), C(ov_attribute_get_next, nullptr, {}), C(ov_cc_new_class, nullptr, {}),
       C(ov_cc_add_domain, 1, {}, {}), C(ov_cc_delete, 1, {}), C(ov_cc_get_members, nullptr, {}),
       C(ov_cc_get_class_by_name, nullptr, {}, "a"), C(ov_cc_set_user_data, 1, {}, &w),
-      C(ov_cc_get_user_data, nullptr, {}), C(ov_class_delete, 1, {}), C(ov_class_create_domain, nullptr, {}), C(ov_class_get_class_collection, nullptr, {}),
+      C(ov_cc_get_user_data, nullptr, {}), C(ov_class_delete, 1, {}), C(ov_class_create_domain, nullptr, {}), C(ov_domain_clone, nullptr, {}), C(ov_node_clone, nullptr, {}), C(ov_class_get_class_collection, nullptr, {}),
       C(ov_class_get_name, nullptr, {}), C(ov_class_set_name, 1, {}, "a"), C(ov_class_get_inputs, nullptr, {}),
       C(ov_class_get_outputs, nullptr, {}), C(ov_class_get_instances, nullptr, {}),
       C(ov_class_new_instance, nullptr, {}, {}), C(ov_node_add_to_inputs, 1, {}), C(ov_node_add_to_outputs, 1, {}),
@@ -160,6 +161,9 @@ const std::vector<Case> &cases() {
       C(ov_net_parse, nullptr, {}, {}), C(ov_net_parse_from_string, nullptr, {}, {}),
       C(ov_net_parse_classes, 1, {}, {}, {}, {}, {}), C(ov_domain_parse_nodes, nullptr, {}, "nodes.txt", {}, {}),
       C(ov_class_parse_nodes, nullptr, {}, "nodes.txt", {}, {}),
+      C(ov_domain_parse_case, 1, {}, "unused.case", {}, {}), C(ov_domain_save_case, 1, {}, "unused.case"),
+      C(ov_domain_parse_cases, 1, {}, "unused.dat", {}, {}),
+      C(ov_domain_save_cases, 1, {}, "unused.dat", no_nodes, {}, 0, ",", "*"),
   };
   // clang-format on
   return all;

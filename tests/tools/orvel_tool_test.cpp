@@ -364,4 +364,62 @@ TEST(OrvelTool, ClassFilesAreUnfolded) {
   EXPECT_EQ(run.err, "orvel: " + garage + ": no class named Nobody\n");
 }
 
+// Simulated cases read back, follow the network's marginals, and blanking a
+// fraction of the entries keeps the cases drawn.
+TEST(OrvelTool, SimulateWritesCasesOfTheNetwork) {
+  const std::string net = example("sprinkler.net");
+  const std::string full = testing::TempDir() + "simulated_full.dat";
+  const std::string gaps = testing::TempDir() + "simulated_gaps.dat";
+  const int n = 4000;
+  ASSERT_EQ(run_tool("simulate " + net + " -n 4000 --seed 7 -o " + full).status, 0);
+  ASSERT_EQ(run_tool("simulate " + net + " -o " + gaps + " --missing 0.3 -n 4000 --seed 7").status, 0);
+
+  ov_domain_t a = ov_net_parse_domain(net.c_str(), nullptr, nullptr);
+  ov_domain_t b = ov_net_parse_domain(net.c_str(), nullptr, nullptr);
+  ASSERT_EQ(ov_domain_parse_cases(a, full.c_str(), nullptr, nullptr), ov_error_none);
+  ASSERT_EQ(ov_domain_parse_cases(b, gaps.c_str(), nullptr, nullptr), ov_error_none);
+  ASSERT_EQ(ov_domain_get_number_of_cases(a), n);
+  ASSERT_EQ(ov_domain_get_number_of_cases(b), n);
+  ASSERT_EQ(ov_domain_compile(a), ov_error_none);
+  std::string header;
+  for (ov_node_t node = ov_domain_get_first_node(a); node != nullptr; node = ov_node_get_next(node))
+    header += (header.empty() ? "" : ",") + std::string(ov_node_get_name(node));
+  EXPECT_EQ(read_file(full).substr(0, header.size() + 2), header + "\n\n");
+  int entries = 0, blanked = 0;
+  for (ov_node_t node = ov_domain_get_first_node(a); node != nullptr; node = ov_node_get_next(node)) {
+    ov_node_t other = ov_domain_get_node_by_name(b, ov_node_get_name(node));
+    std::vector<int> seen(static_cast<std::size_t>(ov_node_get_number_of_states(node)));
+    for (ov_index_t i = 0; i < n; ++i) {
+      ASSERT_EQ(ov_node_case_is_set(node, i), 1);
+      const ov_index_t state = ov_node_get_case_state(node, i);
+      ++seen[static_cast<std::size_t>(state)];
+      ++entries;
+      if (ov_node_case_is_set(other, i) == 0)
+        ++blanked;
+      else
+        EXPECT_EQ(ov_node_get_case_state(other, i), state) << ov_node_get_name(node) << " case " << i;
+    }
+    // Each state's frequency within five standard deviations of its marginal.
+    for (std::size_t s = 0; s < seen.size(); ++s) {
+      const double p = ov_node_get_belief(node, static_cast<ov_index_t>(s));
+      EXPECT_NEAR(seen[s] / double(n), p, 5.0 * std::sqrt(p * (1.0 - p) / n)) << ov_node_get_name(node);
+    }
+  }
+  EXPECT_NEAR(blanked / double(entries), 0.3, 5.0 * std::sqrt(0.21 / entries));
+  ov_domain_delete(a);
+  ov_domain_delete(b);
+
+  // Another seed draws other cases; bad arguments are usage errors.
+  ASSERT_EQ(run_tool("simulate " + net + " -n 4000 --seed 8 -o " + gaps).status, 0);
+  EXPECT_NE(read_file(gaps), read_file(full));
+  for (const char *arguments : {" -o x.dat", " -n 10", " -n -1 -o x.dat", " -n 10 -o x.dat --missing 1.5",
+                                " -n 10 -o x.dat --seed x", " -n 10 -o x.dat --bogus"}) {
+    ToolRun run = run_tool("simulate " + net + arguments);
+    EXPECT_EQ(run.status, 1) << arguments;
+    EXPECT_EQ(run.err.rfind("orvel: ", 0), 0u) << arguments;
+  }
+  std::remove(full.c_str());
+  std::remove(gaps.c_str());
+}
+
 } // namespace
