@@ -755,6 +755,51 @@ OV_API int ov_node_case_is_set(ov_node_t node, ov_index_t index);
 OV_API ov_status_t ov_domain_enter_case(ov_domain_t domain, ov_index_t index);
 
 /* ------------------------------------------------------------------------
+ * Learning tables from cases (src/learn/em_api.cpp) and sequential
+ * adaptation (src/learn/adapt_api.cpp)
+ *
+ * Only discrete chance nodes with an experience table are learned or
+ * adapted; the experience of a parent configuration is the weight of its
+ * current distribution as a prior, and 0 (the default) switches the prior
+ * off in EM and adaptation off for that configuration.
+ * ------------------------------------------------------------------------ */
+
+/* EM on the cases of a compiled domain, from the current tables, until the
+ * relative change of the log-likelihood is within the tolerance or the
+ * iteration limit is reached; each iteration and the final log-likelihood,
+ * AIC and BIC are written to the log. usage for no cases, chain graph
+ * components or a decision without a value in some case; not_compiled.
+ * Leaves the domain initialised, with new tables and experience counts. */
+OV_API ov_status_t ov_domain_learn_tables(ov_domain_t domain);
+/* The same on a domain unfolded from a class: the nodes that stand for one
+ * class node share its counts and its table. usage also for a node without
+ * a source or whose states or experience table do not match its source's. */
+OV_API ov_status_t ov_domain_learn_class_tables(ov_domain_t domain);
+/* The log-likelihood of the cases (weighted by their counts) under the
+ * current tables, computed once until a case or a table changes; 1.0 on
+ * failure. */
+OV_API ov_double_t ov_domain_get_log_likelihood(ov_domain_t domain);
+/* The log-likelihood minus the number of free parameters P; 1.0 on failure. */
+OV_API ov_double_t ov_domain_get_AIC(ov_domain_t domain);
+/* The log-likelihood minus P ln(N) / 2 for N cases; 1.0 on failure. */
+OV_API ov_double_t ov_domain_get_BIC(ov_domain_t domain);
+/* The experience table of a discrete chance node (over its parents, made
+ * on first use, all 0); usage for an output clone of an instance. */
+OV_API ov_table_t ov_node_get_experience_table(ov_node_t node);
+/* 1 if the node has an experience table, 0 if not, -1. */
+OV_API int ov_node_has_experience_table(ov_node_t node);
+/* The fading table of a discrete chance node (made on first use, all 1):
+ * the factor in (0, 1] by which old experience is multiplied per case. */
+OV_API ov_table_t ov_node_get_fading_table(ov_node_t node);
+/* 1 if the node has a fading table, 0 if not, -1. */
+OV_API int ov_node_has_fading_table(ov_node_t node);
+/* Adapts the tables of the nodes with experience to the propagated
+ * evidence (one case); usage unless every tree is at sum equilibrium in
+ * normal mode with nothing left to propagate; not_compiled. The next
+ * propagation uses the new tables. */
+OV_API ov_status_t ov_domain_adapt(ov_domain_t domain);
+
+/* ------------------------------------------------------------------------
  * Structure learning (src/learn/structure_api.cpp)
  * ------------------------------------------------------------------------ */
 

@@ -66,6 +66,8 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "  convert IN OUT           read a network and write it in OUT's format\n"
                               "  simulate NET -n N -o DATA [--missing FRACTION] [--seed S]\n"
                               "                           write N cases drawn from the network to a data file\n"
+                              "  learn NET DATA -o OUT [--max-iterations N] [--tolerance T]\n"
+                              "                           fit the tables to the cases of a data file by EM\n"
                               "\n"
                               "Files ending in .kb are KB files (with the compiled state and findings),\n"
                               "in .bif, .xml or .xmlbif, and .uai are BIF, XMLBIF and UAI; any other\n"
@@ -942,6 +944,85 @@ int command_simulate(int argc, char **argv) {
     return library_error("writing " + output);
   return exit_ok;
 }
+
+const char *const learn_help = "usage: orvel learn NET DATA -o OUT [--max-iterations N] [--tolerance T]\n"
+                               "\n"
+                               "Reads the cases of the data file DATA (missing values allowed) and fits the\n"
+                               "tables of the network's chance nodes to them by EM, starting from the tables\n"
+                               "in NET, with the experience NET gives them (none: no prior). Each iteration's\n"
+                               "log-likelihood goes to standard error; at the end the log-likelihood, AIC and\n"
+                               "BIC of the cases under the learned tables are printed, and the network with\n"
+                               "the learned tables and experience counts is written to OUT. EM stops when the\n"
+                               "log-likelihood changes by at most T (default 0.0001) relative to its size, or\n"
+                               "after N iterations (default 0: no limit).\n";
+
+int command_learn(int argc, char **argv) {
+  std::vector<std::string> files;
+  std::string output;
+  long long iterations = 0;
+  double tolerance = 0.0001;
+  for (int i = 2; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "-h" || arg == "--help") {
+      std::fputs(learn_help, stdout);
+      return exit_ok;
+    }
+    const bool takes_value = arg == "-o" || arg == "--max-iterations" || arg == "--tolerance";
+    if (takes_value && i + 1 >= argc) return usage_error(arg + " needs a value");
+    if (!takes_value && !arg.empty() && arg[0] == '-') return usage_error("unknown option '" + arg + "'");
+    if (!takes_value) {
+      files.push_back(arg);
+      continue;
+    }
+    const std::string value = argv[++i];
+    char *end = nullptr;
+    errno = 0;
+    if (arg == "-o") {
+      output = value;
+    } else if (arg == "--max-iterations") {
+      iterations = std::strtoll(value.c_str(), &end, 10);
+      if (value.empty() || *end != 0 || errno != 0 || iterations < 0 || iterations > 0xFFFFFFFFll)
+        return usage_error("--max-iterations needs a number, got '" + value + "'");
+    } else if (!parse_double(value, tolerance) || !(tolerance >= 0.0)) {
+      return usage_error("--tolerance needs a number not below 0, got '" + value + "'");
+    }
+  }
+  if (files.size() != 2) return usage_error("learn needs a network file and a data file");
+  if (output.empty()) return usage_error("learn needs -o OUT");
+  const std::string &network = files[0], &data = files[1];
+  for (const std::string &input : files)
+    if (same_file(output, input)) return usage_error("the output " + output + " is the input " + input);
+  for (const std::string &input : files)
+    if (int status = check_input(input); status != exit_ok) return status;
+
+  Options options;
+  options.network = network;
+  DomainHolder holder;
+  holder.domain = load_network(options, holder);
+  ov_domain_t domain = holder.domain;
+  if (domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + network);
+  if (ov_domain_compile(domain) != ov_error_none) return compile_error(domain, network, "compiling " + network);
+  if (ov_domain_parse_cases(domain, data.c_str(), report_parse_error, const_cast<char *>(data.c_str())) !=
+      ov_error_none)
+    return library_error("reading " + data);
+  if (ov_domain_get_number_of_cases(domain) == 0) return input_error(data, "no cases");
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
+    if (ov_node_get_category(node) == ov_category_chance && ov_node_get_experience_table(node) == nullptr)
+      return library_error("making experience tables");
+  // The library's EM report, one line per iteration, is the progress.
+  if (ov_domain_set_max_number_of_em_iterations(domain, static_cast<uint32_t>(iterations)) != ov_error_none ||
+      ov_domain_set_log_likelihood_tolerance(domain, tolerance) != ov_error_none ||
+      ov_domain_set_log_file(domain, stderr) != ov_error_none)
+    return library_error("setting up EM");
+  if (ov_domain_learn_tables(domain) != ov_error_none) return library_error("learning from " + data);
+  ov_domain_set_log_file(domain, nullptr);
+  const double ll = ov_domain_get_log_likelihood(domain);
+  const double aic = ov_domain_get_AIC(domain), bic = ov_domain_get_BIC(domain);
+  if (ll > 0.0 || aic > 0.0 || bic > 0.0) return library_error("computing the log-likelihood");
+  if (int status = save_replacing(domain, output); status != exit_ok) return status;
+  std::printf("log-likelihood %.9g\nAIC %.9g\nBIC %.9g\n", ll, aic, bic);
+  return std::fflush(stdout) == 0 ? exit_ok : input_error("standard output", "cannot be written");
+}
 } // namespace
 
 namespace {
@@ -957,6 +1038,7 @@ int run(int argc, char **argv) {
     return exit_ok;
   }
   if (command == "simulate") return command_simulate(argc, argv);
+  if (command == "learn") return command_learn(argc, argv);
   struct Command {
     const char *help;
     int (*run)(const Options &);

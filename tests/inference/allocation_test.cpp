@@ -91,5 +91,40 @@ TEST(PropagationMemory, NoAllocationAfterCompile) {
 #endif
 }
 
+// EM and the log-likelihood allocate for a run, not for a case: twice the
+// cases, the same number of allocations (after a first run, whose buffers
+// the later runs reuse).
+TEST(PropagationMemory, EmAllocatesPerRunNotPerCase) {
+#ifndef ORVEL_COUNT_ALLOCATIONS
+  GTEST_SKIP() << "allocation counting needs the plain glibc allocator";
+#else
+  ov_domain_t domain = parse_shared("alarm.net");
+  ASSERT_EQ(ov_domain_compile(domain), ov_error_none);
+  std::vector<ov_node_t> nodes;
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
+    nodes.push_back(node);
+  std::mt19937 rng(3);
+  ASSERT_EQ(ov_domain_set_number_of_cases(domain, 400), 0);
+  for (int i = 0; i < 400; ++i) {
+    ASSERT_EQ(ov_domain_simulate(domain), 0);
+    for (ov_node_t node : nodes)
+      if (rng() % 5 != 0) ov_node_set_case_state(node, i, ov_node_get_sampled_state(node));
+  }
+  for (ov_node_t node : nodes) ASSERT_NE(ov_node_get_experience_table(node), nullptr);
+  ASSERT_EQ(ov_domain_set_max_number_of_em_iterations(domain, 2), 0);
+  long counts[3];
+  for (int run = 0; run < 3; ++run) {
+    ASSERT_EQ(ov_domain_set_number_of_cases(domain, run < 2 ? 200 : 400), 0);
+    counting = true;
+    allocations = 0;
+    EXPECT_EQ(ov_domain_learn_tables(domain), 0);
+    counting = false;
+    counts[run] = allocations.load();
+  }
+  EXPECT_EQ(counts[1], counts[2]);
+  ov_domain_delete(domain);
+#endif
+}
+
 } // namespace
 } // namespace orvel::test

@@ -466,4 +466,34 @@ TEST(OrvelTool, ConvertsByExtension) {
   std::system(("rm -rf " + dir).c_str());
 }
 
+// EM on simulated cases with gaps: one progress line per iteration, and the
+// network written holds the tables whose log-likelihood is printed.
+TEST(OrvelTool, LearnFitsTablesToADataFile) {
+  const std::string net = example("sprinkler.net");
+  const std::string data = testing::TempDir() + "learn_cases.dat";
+  const std::string out = testing::TempDir() + "learned.net";
+  ASSERT_EQ(run_tool("simulate " + net + " -n 3000 --missing 0.2 --seed 3 -o " + data).status, 0);
+  ToolRun run = run_tool("learn " + net + " " + data + " -o " + out + " --max-iterations 5 --tolerance 0");
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.err.find("    Log-likelihood for iteration 5: "), std::string::npos) << run.err;
+  EXPECT_EQ(run.err.find("iteration 6"), std::string::npos);
+  double ll = 1, aic = 1, bic = 1;
+  ASSERT_EQ(std::sscanf(run.out.c_str(), "log-likelihood %lf\nAIC %lf\nBIC %lf\n", &ll, &aic, &bic), 3) << run.out;
+  ov_domain_t learned = ov_net_parse_domain(out.c_str(), nullptr, nullptr);
+  ASSERT_NE(learned, nullptr);
+  ASSERT_EQ(ov_domain_parse_cases(learned, data.c_str(), nullptr, nullptr), ov_error_none);
+  ASSERT_EQ(ov_domain_compile(learned), ov_error_none);
+  EXPECT_NEAR(ov_domain_get_log_likelihood(learned), ll, 1e-6 * std::fabs(ll));
+  EXPECT_NEAR(ov_domain_get_AIC(learned), aic, 1e-6 * std::fabs(aic));
+  EXPECT_NEAR(ov_domain_get_BIC(learned), bic, 1e-6 * std::fabs(bic));
+  ov_domain_delete(learned);
+  for (const char *arguments : {"", " -o x.net --max-iterations -1", " -o x.net --tolerance -1", " -o x.net --bogus"}) {
+    ToolRun bad = run_tool("learn " + net + " " + data + arguments);
+    EXPECT_EQ(bad.status, 1) << arguments;
+    EXPECT_EQ(bad.err.rfind("orvel: ", 0), 0u) << arguments;
+  }
+  std::remove(data.c_str());
+  std::remove(out.c_str());
+}
+
 } // namespace
