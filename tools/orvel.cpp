@@ -3,6 +3,8 @@
 // uses only the public C interface.
 #include <orvel.h>
 
+#include "data_columns.h"
+
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -68,6 +70,8 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "                           write N cases drawn from the network to a data file\n"
                               "  learn NET DATA -o OUT [--max-iterations N] [--tolerance T]\n"
                               "                           fit the tables to the cases of a data file by EM\n"
+                              "  learn-structure DATA -o OUT [--constraints FILE] [--significance LEVEL]\n"
+                              "                           learn a network (edges, then tables) from a data file\n"
                               "\n"
                               "Files ending in .kb are KB files (with the compiled state and findings),\n"
                               "in .bif, .xml or .xmlbif, and .uai are BIF, XMLBIF and UAI; any other\n"
@@ -945,6 +949,29 @@ int command_simulate(int argc, char **argv) {
   return exit_ok;
 }
 
+// Fits the tables of a compiled domain holding cases by EM (every chance
+// node learned), writes it to `output` and prints the log-likelihood, AIC
+// and BIC; the iterations are reported on standard error.
+int fit_tables(ov_domain_t domain, const std::string &data, long long iterations, double tolerance,
+               const std::string &output) {
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
+    if (ov_node_get_category(node) == ov_category_chance && ov_node_get_experience_table(node) == nullptr)
+      return library_error("making experience tables");
+  // The library's EM report, one line per iteration, is the progress.
+  if (ov_domain_set_max_number_of_em_iterations(domain, static_cast<uint32_t>(iterations)) != ov_error_none ||
+      ov_domain_set_log_likelihood_tolerance(domain, tolerance) != ov_error_none ||
+      ov_domain_set_log_file(domain, stderr) != ov_error_none)
+    return library_error("setting up EM");
+  if (ov_domain_learn_tables(domain) != ov_error_none) return library_error("learning from " + data);
+  ov_domain_set_log_file(domain, nullptr);
+  const double ll = ov_domain_get_log_likelihood(domain);
+  const double aic = ov_domain_get_AIC(domain), bic = ov_domain_get_BIC(domain);
+  if (ll > 0.0 || aic > 0.0 || bic > 0.0) return library_error("computing the log-likelihood");
+  if (int status = save_replacing(domain, output); status != exit_ok) return status;
+  std::printf("log-likelihood %.9g\nAIC %.9g\nBIC %.9g\n", ll, aic, bic);
+  return std::fflush(stdout) == 0 ? exit_ok : input_error("standard output", "cannot be written");
+}
+
 const char *const learn_help = "usage: orvel learn NET DATA -o OUT [--max-iterations N] [--tolerance T]\n"
                                "\n"
                                "Reads the cases of the data file DATA (missing values allowed) and fits the\n"
@@ -1006,22 +1033,138 @@ int command_learn(int argc, char **argv) {
       ov_error_none)
     return library_error("reading " + data);
   if (ov_domain_get_number_of_cases(domain) == 0) return input_error(data, "no cases");
-  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
-    if (ov_node_get_category(node) == ov_category_chance && ov_node_get_experience_table(node) == nullptr)
-      return library_error("making experience tables");
-  // The library's EM report, one line per iteration, is the progress.
-  if (ov_domain_set_max_number_of_em_iterations(domain, static_cast<uint32_t>(iterations)) != ov_error_none ||
-      ov_domain_set_log_likelihood_tolerance(domain, tolerance) != ov_error_none ||
-      ov_domain_set_log_file(domain, stderr) != ov_error_none)
-    return library_error("setting up EM");
-  if (ov_domain_learn_tables(domain) != ov_error_none) return library_error("learning from " + data);
-  ov_domain_set_log_file(domain, nullptr);
-  const double ll = ov_domain_get_log_likelihood(domain);
-  const double aic = ov_domain_get_AIC(domain), bic = ov_domain_get_BIC(domain);
-  if (ll > 0.0 || aic > 0.0 || bic > 0.0) return library_error("computing the log-likelihood");
-  if (int status = save_replacing(domain, output); status != exit_ok) return status;
-  std::printf("log-likelihood %.9g\nAIC %.9g\nBIC %.9g\n", ll, aic, bic);
-  return std::fflush(stdout) == 0 ? exit_ok : input_error("standard output", "cannot be written");
+  return fit_tables(domain, data, iterations, tolerance, output);
+}
+
+const char *const learn_structure_help =
+    "usage: orvel learn-structure DATA -o OUT [--constraints FILE] [--significance LEVEL]\n"
+    "                             [--max-iterations N] [--tolerance T]\n"
+    "\n"
+    "Makes one discrete chance node per column of the data file DATA, named by its\n"
+    "header: a column of numbers gets a numbered node whose states are the distinct\n"
+    "values in increasing order, a column of labels gets one state per label in\n"
+    "order of first appearance (missing values add none). Then learns the edges from\n"
+    "the cases by tests of conditional independence at LEVEL (default 0.05), fits\n"
+    "the tables by EM from uniform tables (as 'orvel learn'), writes the network to\n"
+    "OUT and prints the log-likelihood, AIC and BIC. Progress goes to standard error.\n"
+    "\n"
+    "The constraints file has one edge a line ('#' starts a comment):\n"
+    "  A -> B    an edge from A to B is required\n"
+    "  A -- B    an edge between A and B is required, either way\n"
+    "  A !-> B   no edge from A to B (one from B to A is allowed)\n"
+    "  A !-- B   no edge between A and B\n";
+
+// Reads the constraints file into edge constraints of the domain.
+int read_constraints(ov_domain_t domain, const std::string &file) {
+  std::FILE *in = std::fopen(file.c_str(), "rb");
+  if (in == nullptr) return input_error(file, std::strerror(errno));
+  std::string text;
+  for (int c; (c = std::fgetc(in)) != EOF;) text += static_cast<char>(c);
+  std::fclose(in);
+  int line_number = 0;
+  for (const std::string &raw : split(text, '\n')) {
+    ++line_number;
+    std::string line = raw.substr(0, raw.find('#'));
+    std::vector<std::string> words;
+    for (std::size_t i = 0; i < line.size();) {
+      while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i]))) ++i;
+      std::size_t j = i;
+      while (j < line.size() && !std::isspace(static_cast<unsigned char>(line[j]))) ++j;
+      if (j > i) words.push_back(line.substr(i, j - i));
+      i = j;
+    }
+    if (words.empty()) continue;
+    const std::string where = file + ":" + std::to_string(line_number);
+    static const std::map<std::string, ov_edge_constraint_t> kinds = {{"->", ov_constraint_forward_edge_required},
+                                                                      {"--", ov_constraint_edge_required},
+                                                                      {"!->", ov_constraint_forward_edge_forbidden},
+                                                                      {"!--", ov_constraint_edge_forbidden}};
+    if (words.size() != 3 || kinds.count(words[1]) == 0)
+      return input_error(where, "expected 'A -> B', 'A -- B', 'A !-> B' or 'A !-- B'");
+    ov_node_t a = find_node(domain, words[0]), b = find_node(domain, words[2]);
+    if (a == nullptr || b == nullptr) return input_error(where, "no column named " + (a ? words[2] : words[0]));
+    if (a == b) return input_error(where, "an edge needs two columns");
+    if (ov_node_set_edge_constraint(a, b, kinds.at(words[1])) != ov_error_none)
+      return library_error("setting the constraint of " + where);
+  }
+  return exit_ok;
+}
+
+int command_learn_structure(int argc, char **argv) {
+  std::vector<std::string> files;
+  std::string output, constraints;
+  long long iterations = 0;
+  double tolerance = 0.0001, significance = 0.05;
+  for (int i = 2; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "-h" || arg == "--help") {
+      std::fputs(learn_structure_help, stdout);
+      return exit_ok;
+    }
+    const bool takes_value = arg == "-o" || arg == "--constraints" || arg == "--significance" ||
+                             arg == "--max-iterations" || arg == "--tolerance";
+    if (takes_value && i + 1 >= argc) return usage_error(arg + " needs a value");
+    if (!takes_value && !arg.empty() && arg[0] == '-') return usage_error("unknown option '" + arg + "'");
+    if (!takes_value) {
+      files.push_back(arg);
+      continue;
+    }
+    const std::string value = argv[++i];
+    char *end = nullptr;
+    errno = 0;
+    if (arg == "-o") {
+      output = value;
+    } else if (arg == "--constraints") {
+      constraints = value;
+    } else if (arg == "--max-iterations") {
+      iterations = std::strtoll(value.c_str(), &end, 10);
+      if (value.empty() || *end != 0 || errno != 0 || iterations < 0 || iterations > 0xFFFFFFFFll)
+        return usage_error("--max-iterations needs a number, got '" + value + "'");
+    } else if (arg == "--significance") {
+      if (!parse_double(value, significance) || !(significance > 0.0 && significance < 1.0))
+        return usage_error("--significance needs a number between 0 and 1, got '" + value + "'");
+    } else if (!parse_double(value, tolerance) || !(tolerance >= 0.0)) {
+      return usage_error("--tolerance needs a number not below 0, got '" + value + "'");
+    }
+  }
+  if (files.size() != 1) return usage_error("learn-structure needs one data file");
+  if (output.empty()) return usage_error("learn-structure needs -o OUT");
+  const std::string &data = files[0];
+  for (const std::string &input : {data, constraints})
+    if (!input.empty() && same_file(output, input))
+      return usage_error("the output " + output + " is the input " + input);
+  if (int status = check_input(data); status != exit_ok) return status;
+
+  std::string error;
+  DomainHolder holder;
+  holder.domain = orvel_tool::domain_from_data_columns(data, error);
+  ov_domain_t domain = holder.domain;
+  if (domain == nullptr) return input_error(data, error);
+  if (ov_domain_parse_cases(domain, data.c_str(), report_parse_error, const_cast<char *>(data.c_str())) !=
+      ov_error_none)
+    return library_error("reading " + data);
+  const ov_count_t cases = ov_domain_get_number_of_cases(domain);
+  if (cases == 0) return input_error(data, "no cases");
+  if (!constraints.empty())
+    if (int status = read_constraints(domain, constraints); status != exit_ok) return status;
+  if (ov_domain_set_significance_level(domain, significance) != ov_error_none)
+    return library_error("setting the significance level");
+  std::fprintf(stderr, "%lld cases; learning the structure\n", static_cast<long long>(cases));
+  const auto start = std::chrono::steady_clock::now();
+  if (ov_domain_learn_structure(domain) != ov_error_none) return library_error("learning the structure");
+  int edges = 0;
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node)) {
+    for (ov_node_t *p = ov_node_get_parents(node); *p != nullptr; ++p) ++edges;
+    // EM starts from uniform tables.
+    ov_table_t table = ov_node_get_table(node);
+    ov_number_t *cells = table == nullptr ? nullptr : ov_table_get_data(table);
+    if (cells == nullptr) return library_error("making the tables");
+    std::fill(cells, cells + ov_table_get_size(table), 1.0f);
+  }
+  std::fprintf(stderr, "%d edges learned in %.3f s; learning the tables\n", edges,
+               std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+  if (ov_domain_compile(domain) != ov_error_none) return library_error("compiling the learned network");
+  return fit_tables(domain, data, iterations, tolerance, output);
 }
 } // namespace
 
@@ -1039,6 +1182,7 @@ int run(int argc, char **argv) {
   }
   if (command == "simulate") return command_simulate(argc, argv);
   if (command == "learn") return command_learn(argc, argv);
+  if (command == "learn-structure") return command_learn_structure(argc, argv);
   struct Command {
     const char *help;
     int (*run)(const Options &);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -494,6 +496,48 @@ TEST(OrvelTool, LearnFitsTablesToADataFile) {
   }
   std::remove(data.c_str());
   std::remove(out.c_str());
+}
+
+// A network learned from a data file alone: columns become nodes, the
+// constraints hold, and the tables fitted are those whose log-likelihood is
+// printed.
+TEST(OrvelTool, LearnStructureFromADataFile) {
+  const std::string dir = testing::TempDir();
+  const std::string data = dir + "structure_cases.dat", out = dir + "structure.net", rules = dir + "rules.txt";
+  ASSERT_EQ(run_tool("simulate " + example("sprinkler.net") + " -n 5000 --missing 0.05 --seed 5 -o " + data).status, 0);
+  {
+    std::ofstream file(rules);
+    file << "# known\nRain -> WetGrass\nSprinkler !-- Rain\n";
+  }
+  ToolRun run = run_tool("learn-structure " + data + " -o " + out + " --constraints " + rules);
+  ASSERT_EQ(run.status, 0) << run.err;
+  double ll = 1, aic = 1, bic = 1;
+  ASSERT_EQ(std::sscanf(run.out.c_str(), "log-likelihood %lf\nAIC %lf\nBIC %lf\n", &ll, &aic, &bic), 3) << run.out;
+  ov_domain_t learned = ov_net_parse_domain(out.c_str(), nullptr, nullptr);
+  ASSERT_NE(learned, nullptr);
+  auto has_parent = [&](const char *child, const char *parent) {
+    for (ov_node_t *p = ov_node_get_parents(ov_domain_get_node_by_name(learned, child)); *p != nullptr; ++p)
+      if (std::string(ov_node_get_name(*p)) == parent) return true;
+    return false;
+  };
+  EXPECT_TRUE(has_parent("WetGrass", "Rain"));
+  EXPECT_FALSE(has_parent("Rain", "Sprinkler") || has_parent("Sprinkler", "Rain"));
+  ASSERT_EQ(ov_domain_parse_cases(learned, data.c_str(), nullptr, nullptr), ov_error_none);
+  ASSERT_EQ(ov_domain_compile(learned), ov_error_none);
+  EXPECT_NEAR(ov_domain_get_log_likelihood(learned), ll, 1e-6 * std::fabs(ll));
+  ov_domain_delete(learned);
+
+  {
+    std::ofstream file(rules);
+    file << "Rain => WetGrass\n";
+  }
+  ToolRun bad = run_tool("learn-structure " + data + " -o " + out + " --constraints " + rules);
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.err, "orvel: " + rules + ":1: expected 'A -> B', 'A -- B', 'A !-> B' or 'A !-- B'\n");
+  EXPECT_EQ(run_tool("learn-structure " + data + " -o " + out + " --significance 1").status, 1);
+  std::remove(data.c_str());
+  std::remove(out.c_str());
+  std::remove(rules.c_str());
 }
 
 } // namespace
