@@ -2,8 +2,8 @@
 // of a small known structure, constraints obeyed, refusals.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <random>
 #include <string>
