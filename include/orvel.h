@@ -1249,7 +1249,11 @@ OV_API ov_domain_t ov_bif_parse_domain(ov_string_t file_name, ov_parse_error_han
 OV_API ov_domain_t ov_bif_parse_from_string(ov_string_t text, ov_parse_error_handler_t handler, void *data);
 OV_API ov_status_t ov_domain_save_as_bif(ov_domain_t domain, ov_string_t file_name);
 
-/* UAI: BAYES network files (MARKOV files are refused with parse). UAI has
+/* UAI: BAYES and MARKOV network files. A MARKOV network is read as a chain
+ * graph whose distribution is the normalised product of the functions: a
+ * function of one variable goes into that node's table, any other becomes a
+ * chain potential tying its variables by undirected links. The writer
+ * writes BAYES files and refuses undirected links with format. UAI has
  * no names: variable i (from 0, in file order) becomes node "v<i>", its
  * state j the label "s<j>"; the writer writes the nodes in domain order,
  * each node's function with its parents in order and the node last. The

@@ -201,7 +201,9 @@ std::string state_text(const Node *node, std::uint32_t state) {
   }
   default: break;
   }
-  return "#" + std::to_string(state);
+  std::string index = "#";
+  index += std::to_string(state);
+  return index;
 }
 
 // ---------------------------------------------------------------- case files

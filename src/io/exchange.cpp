@@ -156,6 +156,8 @@ bool check_discrete_network(Domain *domain, const char *format_name) {
       what = "a continuous node";
     else if (ov_node_get_model(node) != nullptr)
       what = "a model";
+    else if (node->chain_component != nullptr)
+      what = "undirected links (a chain graph or a Markov network)";
     if (what != nullptr) {
       log_printf(domain, "%s cannot hold %s: `%s'\n", format_name, what, ov_node_get_name(node));
       return fail(ov_error_format), false;

@@ -10,6 +10,7 @@
 // each scope is the one whose conditional table the function is. An evidence
 // file is "K v_1 s_1 ... v_K s_K", or the older "1 K v_1 s_1 ..." of one
 // sample.
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -19,7 +20,9 @@
 #include "api/boundary.h"
 #include "io/exchange.h"
 #include "io/uai.h"
+#include "model/chain_component.h"
 #include "model/domain.h"
+#include "table/table.h"
 
 namespace orvel {
 namespace {
@@ -80,13 +83,11 @@ Numbered numbered(char letter, std::uint64_t n) {
 
 constexpr std::uint64_t max_variables = 1u << 24;
 
+bool read_markov_functions(TextSource &src, Domain *domain, const std::vector<Node *> &nodes);
+
 bool read_network(TextSource &src, Domain *domain) {
   Word kind = next_word(src);
-  if (kind.text == "MARKOV") {
-    source_report(src, kind.line, kind.column, "MARKOV networks are not supported, only BAYES");
-    return false;
-  }
-  if (kind.text != "BAYES") return report_expected(src, kind, "`BAYES'"), false;
+  if (kind.text != "BAYES" && kind.text != "MARKOV") return report_expected(src, kind, "`BAYES' or `MARKOV'"), false;
   std::uint64_t count = 0;
   Word at;
   if (!read_count(src, max_variables, "number of variables", count, &at)) return false;
@@ -119,6 +120,7 @@ bool read_network(TextSource &src, Domain *domain) {
         return api_failed(src);
     nodes.push_back(node);
   }
+  if (kind.text == "MARKOV") return read_markov_functions(src, domain, nodes);
   std::uint64_t functions = 0;
   if (!read_count(src, count, "number of functions (one per variable)", functions, &at)) return false;
   if (functions != count) {
@@ -180,6 +182,86 @@ bool read_network(TextSource &src, Domain *domain) {
   }
   Word rest = next_word(src);
   if (!rest.text.empty()) return report_expected(src, rest, "the end of the input"), false;
+  return true;
+}
+
+// A Markov network becomes a chain graph: its variables are parentless
+// nodes with uniform tables, and each function a chain potential over its
+// scope, so that the domain's distribution is the normalised product of the
+// functions. The scopes may be listed in any order and overlap freely.
+bool read_markov_functions(TextSource &src, Domain *domain, const std::vector<Node *> &nodes) {
+  const std::uint64_t count = nodes.size();
+  Word at;
+  std::uint64_t functions = 0;
+  if (!read_count(src, src.text.size() / 2, "number of functions", functions, &at)) return false;
+  std::vector<Table *> tables;
+  for (std::uint64_t f = 0; f < functions; ++f) {
+    std::uint64_t size = 0;
+    if (!read_count(src, count, "scope size", size)) return false;
+    if (size == 0) return report_expected(src, next_word(src), "a scope of at least one variable"), false;
+    std::vector<Node *> scope;
+    std::uint64_t cells = 1;
+    for (std::uint64_t k = 0; k < size; ++k) {
+      std::uint64_t v = 0;
+      if (!read_count(src, count - 1, "variable index", v, &at)) return false;
+      if (std::find(scope.begin(), scope.end(), nodes[v]) != scope.end()) {
+        source_report(src, at.line, at.column, "variable %llu twice in the scope of function %llu",
+                      static_cast<unsigned long long>(v), static_cast<unsigned long long>(f));
+        return false;
+      }
+      scope.push_back(nodes[v]);
+      cells *= nodes[v]->state_count;
+      if (cells > src.text.size() / 2) {
+        source_report(src, at.line, at.column, "function %llu has more entries than the file has numbers",
+                      static_cast<unsigned long long>(f));
+        return false;
+      }
+    }
+    scope.push_back(nullptr);
+    Table *table = table_new(domain, scope.data(), ov_table_kind_probability, 0, false, true);
+    if (table == nullptr) return api_failed(src);
+    tables.push_back(table);
+  }
+  for (std::uint64_t f = 0; f < functions; ++f) {
+    Table *table = tables[f];
+    std::uint64_t entries = 0;
+    if (!read_count(src, ~std::uint64_t{0}, "number of entries", entries, &at)) return false;
+    if (entries != table->size) {
+      source_report(src, at.line, at.column, "function %llu has %llu entries, %llu expected",
+                    static_cast<unsigned long long>(f), static_cast<unsigned long long>(entries),
+                    static_cast<unsigned long long>(table->size));
+      return false;
+    }
+    for (Size i = 0; i < table->size; ++i) {
+      Word w = next_word(src);
+      double value = 0;
+      if (!parse_number(w.text, value)) return report_expected(src, w, "number"), false;
+      if (!(value >= 0.0)) {
+        source_report(src, w.line, w.column, "function values must be nonnegative");
+        return false;
+      }
+      table->data[i] = static_cast<float>(value);
+    }
+  }
+  Word rest = next_word(src);
+  if (!rest.text.empty()) return report_expected(src, rest, "the end of the input"), false;
+  for (Node *node : nodes) {
+    Table *own = node_table(node);
+    if (own == nullptr || (!own->data && table_allocate(own) != ov_error_none)) return api_failed(src);
+    std::fill(own->data.get(), own->data.get() + own->size, 1.0f);
+  }
+  // A function of one variable goes into the variable's own table; the
+  // others tie their scopes together by undirected links.
+  for (Table *table : tables) {
+    if (table->nodes.size() == 1) {
+      Table *own = node_table(table->nodes[0]);
+      for (Size i = 0; i < own->size; ++i) own->data[i] *= table->data[i];
+      table_delete(table);
+    } else if (domain_add_chain_potential(domain, table, static_cast<std::uint32_t>(table->nodes.size())) !=
+               ov_error_none) {
+      return api_failed(src);
+    }
+  }
   return true;
 }
 

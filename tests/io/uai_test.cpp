@@ -92,12 +92,52 @@ TEST(Uai, ReadsFunctionsInAnyOrderAndEntersEvidence) {
   ov_domain_delete(d);
 }
 
+// A Markov network is the normalised product of its functions: beliefs
+// and the probability of evidence against enumeration.
+TEST(Uai, MarkovNetworkIsTheNormalisedProductOfItsFunctions) {
+  // Variables a (2 states), b (3), c (2); functions f(a, b), g(c, b), h(c).
+  const double f[2][3] = {{1, 2, 3}, {4, 0.5, 1}}, g[2][3] = {{2, 1, 1}, {0.25, 3, 1}}, h[2] = {1, 5};
+  ov_domain_t d = ov_uai_parse_from_string("MARKOV\n3\n2 3 2\n3\n2 0 1\n2 2 1\n1 2\n"
+                                           "6 1 2 3 4 0.5 1\n6 2 1 1 0.25 3 1\n2 1 5\n",
+                                           nullptr, nullptr);
+  ASSERT_NE(d, nullptr) << ov_error_name(ov_error_code());
+  ov_node_t v[3] = {ov_domain_get_node_by_name(d, "v0"), ov_domain_get_node_by_name(d, "v1"),
+                    ov_domain_get_node_by_name(d, "v2")};
+  ASSERT_EQ(ov_domain_compile(d), ov_error_none);
+  for (int evidence = 0; evidence < 2; ++evidence) {
+    if (evidence) {
+      ASSERT_EQ(ov_node_select_state(v[2], 0), ov_error_none);
+    }
+    ASSERT_EQ(ov_domain_propagate(d, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+    double pa[2] = {}, pb[3] = {}, pc[2] = {}, total = 0, all = 0;
+    for (int a = 0; a < 2; ++a)
+      for (int b = 0; b < 3; ++b)
+        for (int c = 0; c < 2; ++c) {
+          const double p = f[a][b] * g[c][b] * h[c];
+          all += p;
+          if (evidence && c != 0) continue;
+          pa[a] += p, pb[b] += p, pc[c] += p, total += p;
+        }
+    for (int s = 0; s < 3; ++s) EXPECT_NEAR(ov_node_get_belief(v[1], s), pb[s] / total, 1e-6);
+    for (int s = 0; s < 2; ++s) {
+      EXPECT_NEAR(ov_node_get_belief(v[0], s), pa[s] / total, 1e-6);
+      EXPECT_NEAR(ov_node_get_belief(v[2], s), pc[s] / total, 1e-6);
+    }
+    EXPECT_NEAR(ov_domain_get_normalization_constant(d), total / all, 1e-6);
+  }
+  // A network file of conditional tables cannot hold the undirected links.
+  EXPECT_EQ(ov_domain_save_as_uai(d, temp_file("orvel_uai_markov.uai").c_str()), ov_error_format);
+  ov_domain_delete(d);
+}
+
 TEST(Uai, BadInputIsReportedWithItsPlace) {
   const struct {
     const char *text, *message;
     ov_error_t code;
   } cases[] = {
-      {"MARKOV\n1\n2\n1\n1 0\n2\n1 1\n", "<string>:1:1: MARKOV networks are not supported, only BAYES", ov_error_parse},
+      {"MRF 1 2 1 1 0 2 1 1", "<string>:1:1: `BAYES' or `MARKOV' expected, found `MRF'", ov_error_parse},
+      {"MARKOV 2 2 2 1 2 1 1 4 1 2 3 4", "<string>:1:20: variable 1 twice in the scope of function 0", ov_error_parse},
+      {"MARKOV 1 2 1 1 0 2 1 -1", "<string>:1:22: function values must be nonnegative", ov_error_parse},
       {"BAYES 1 2 1 1 0 3 0.5 0.5 0", "<string>:1:17: function 0 has 3 entries, 2 expected", ov_error_parse},
       {"BAYES 1 2 1 1 0 2 0.5 x", "<string>:1:23: number expected, found `x'", ov_error_parse},
       {"BAYES 1 2 1 1 1 2 0.5 0.5", "<string>:1:15: variable index expected, found `1'", ov_error_parse},
