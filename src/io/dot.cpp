@@ -118,7 +118,7 @@ void belief_node(std::string &out, Node *node) {
   const char *colour = evidence ? "#c0392b" : "#4682b4";
   out += "  " + quoted(ov_node_get_name(node)) + " [shape=box, style=\"rounded";
   out += evidence ? ",bold\"" : "\"";
-  out += ", margin=0.05, label=<<table border=\"0\" cellspacing=\"0\" cellpadding=\"1\">\n";
+  out += ", margin=0.05, label=<<table border=\"0\" cellspacing=\"0\" cellpadding=\"2\">\n";
   out += "    <tr><td colspan=\"3\"><b>" + html(ov_node_get_name(node)) + "</b>";
   if (const char *label = extra_label(node)) out += "<br/>" + html(label);
   out += "</td></tr>\n";
