@@ -1276,6 +1276,38 @@ OV_API ov_domain_t ov_xmlbif_parse_domain(ov_string_t file_name, ov_parse_error_
 OV_API ov_domain_t ov_xmlbif_parse_from_string(ov_string_t text, ov_parse_error_handler_t handler, void *data);
 OV_API ov_status_t ov_domain_save_as_xmlbif(ov_domain_t domain, ov_string_t file_name);
 
+/* ------------------------------------------------------------------------
+ * Pictures: Graphviz DOT (src/io/dot_api.cpp)
+ *
+ * Also an extension of this library. The writer is a library call rather
+ * than a part of the orvel command so that any application can draw the
+ * domain it holds, with its current beliefs, without going through a file
+ * of the network; laying the picture out is left to Graphviz, which the
+ * library does not need. The DOT text is UTF-8: a byte that is not part of
+ * valid UTF-8 is written as the character of its value, and control
+ * characters as spaces.
+ *
+ * ov_dot_network: a digraph with one node per network node (ellipse for
+ * chance, box for decision, diamond for utility, double octagon for
+ * instance nodes), labelled with its name and, when it has one that
+ * differs, its label, and an edge from each parent.
+ * ov_dot_beliefs: the same, with each discrete chance node drawn as a table
+ * of its states: label, a bar whose length is ov_dot_bar_length points
+ * times the belief (rounded), and the belief as a percentage; nodes with
+ * propagated evidence get a bold border and red bars. Needs a compiled
+ * domain (not_compiled).
+ * ov_dot_junction_tree: an undirected graph of the junction forest: one
+ * node per clique, labelled with its members and its table size (the
+ * product of the numbers of states of its discrete members), one edge per
+ * separator, labelled the same way. Needs a compiled domain (not_compiled).
+ *
+ * Any other form is usage. The file is written whole or fails with io.
+ * ------------------------------------------------------------------------ */
+
+typedef enum OV_ENUM_BASE { ov_dot_network = 0, ov_dot_beliefs = 1, ov_dot_junction_tree = 2 } ov_dot_form_t;
+enum { ov_dot_bar_length = 80 };
+OV_API ov_status_t ov_domain_save_as_dot(ov_domain_t domain, ov_string_t file_name, ov_dot_form_t form);
+
 #ifdef __cplusplus
 }
 #endif

@@ -7,6 +7,10 @@ packages=(build-essential cmake ninja-build zlib1g-dev libexpat1-dev libgtest-de
 # scripts/distribution-reference.py needs to regenerate
 # tests/data/distribution_reference.tsv. The tests themselves do not need it.
 [ "${1:-}" = "--reference-tools" ] && packages+=(python3-mpmath)
+# Optional: `install-deps.sh --graphviz` also installs graphviz, whose dot program
+# `orvel draw` runs for .svg, .png and .pdf pictures; the library does not need
+# it, and the tool test skips its rendering check without it.
+[ "${1:-}" = "--graphviz" ] && packages+=(graphviz)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

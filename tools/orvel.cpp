@@ -14,8 +14,10 @@
 #include <cstring>
 #include <map>
 #include <random>
+#include <spawn.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -72,6 +74,8 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "                           fit the tables to the cases of a data file by EM\n"
                               "  learn-structure DATA -o OUT [--constraints FILE] [--significance LEVEL]\n"
                               "                           learn a network (edges, then tables) from a data file\n"
+                              "  draw NET [-e NODE=STATE]... [--junction-tree] -o FILE.svg|.png|.pdf|.dot\n"
+                              "                           draw the network with its beliefs (Graphviz)\n"
                               "\n"
                               "Files ending in .kb are KB files (with the compiled state and findings),\n"
                               "in .bif, .xml or .xmlbif, and .uai are BIF, XMLBIF and UAI; any other\n"
@@ -1166,6 +1170,107 @@ int command_learn_structure(int argc, char **argv) {
   if (ov_domain_compile(domain) != ov_error_none) return library_error("compiling the learned network");
   return fit_tables(domain, data, iterations, tolerance, output);
 }
+const char *const draw_help = "usage: orvel draw NET [-e NODE=STATE]... [-l NODE=w1,...]... [--max] [--junction-tree]\n"
+                              "                      -o FILE.svg|.png|.pdf|.dot\n"
+                              "\n"
+                              "Compiles the network, enters the evidence, propagates and draws the network with\n"
+                              "each discrete chance node's beliefs as bars; nodes with evidence are drawn bold\n"
+                              "with red bars. --junction-tree draws the junction forest instead: the cliques\n"
+                              "with their members and table sizes, joined by their separators. A network that\n"
+                              "cannot be compiled yet (decisions, continuous nodes) is drawn without beliefs.\n"
+                              "A .dot file is written directly; the other formats are laid out by Graphviz's\n"
+                              "dot program, which must be on the PATH (Debian package graphviz).\n";
+
+// orvel draw: the picture is the library's DOT text (ov_domain_save_as_dot);
+// only the layout into SVG, PNG or PDF is Graphviz's, run as a program so
+// that neither the library nor this tool links with it.
+int command_draw(int argc, char **argv) {
+  std::vector<char *> rest(argv, argv + 2);
+  std::string output;
+  bool junction = false;
+  for (int i = 2; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "-o") {
+      if (i + 1 >= argc) return usage_error("-o needs a value");
+      output = argv[++i];
+    } else if (arg == "--junction-tree") {
+      junction = true;
+    } else {
+      rest.push_back(argv[i]);
+      // An option's value passes through as it is, whatever it looks like.
+      if ((arg == "-e" || arg == "-l" || arg == "-v" || arg == "--class") && i + 1 < argc) rest.push_back(argv[++i]);
+    }
+  }
+  Options options;
+  std::string error;
+  if (!parse_options(static_cast<int>(rest.size()), rest.data(), 2, options, error, true, false))
+    return usage_error(error);
+  if (options.help) {
+    std::fputs(draw_help, stdout);
+    return exit_ok;
+  }
+  if (options.json || !options.nodes.empty()) return usage_error("draw takes neither --json nor --nodes");
+  if (options.positional.size() != 1) return usage_error("draw needs one network file");
+  options.network = options.positional.front();
+  if (output.empty()) return usage_error("draw needs -o FILE");
+  const std::string::size_type dot = output.rfind('.');
+  const std::string format =
+      dot == std::string::npos || output.find('/', dot) != std::string::npos ? std::string() : output.substr(dot + 1);
+  if (format != "dot" && format != "svg" && format != "png" && format != "pdf")
+    return usage_error("draw writes .svg, .png, .pdf or .dot files, not '" + output + "'");
+  if (same_file(output, options.network))
+    return usage_error("the output " + output + " is the input " + options.network);
+  if (int status = check_input(options.network); status != exit_ok) return status;
+
+  DomainHolder holder;
+  holder.domain = load_network(options, holder);
+  if (holder.domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + options.network);
+  if (ov_domain_get_first_node(holder.domain) == nullptr)
+    return input_error(options.network, "no nodes in the network");
+  ov_dot_form_t form = junction ? ov_dot_junction_tree : ov_dot_beliefs;
+  if (ov_domain_is_compiled(holder.domain) != 1 && ov_domain_compile(holder.domain) != ov_error_none) {
+    if (junction || !options.evidence.empty()) return compile_error(holder.domain, options.network, "compiling");
+    std::fprintf(stderr, "orvel: %s cannot be compiled yet: drawn without beliefs\n", options.network.c_str());
+    form = ov_dot_network;
+  } else {
+    for (const Evidence &e : options.evidence)
+      if (int status = enter_evidence(holder.domain, e); status != exit_ok) return status;
+    if (ov_domain_propagate(holder.domain, options.max ? ov_equilibrium_max : ov_equilibrium_sum,
+                            options.fast_retraction ? ov_mode_fast_retraction : ov_mode_normal) != ov_error_none)
+      return library_error("propagating the evidence");
+  }
+  if (format == "dot") {
+    if (ov_domain_save_as_dot(holder.domain, output.c_str(), form) != ov_error_none)
+      return library_error("writing " + output);
+    return exit_ok;
+  }
+  const char *tmpdir = std::getenv("TMPDIR");
+  std::string temporary = std::string(tmpdir != nullptr && *tmpdir != 0 ? tmpdir : "/tmp") + "/orvel-draw.XXXXXX";
+  const int fd = mkstemp(temporary.data());
+  if (fd < 0) return input_error(temporary, std::string("cannot create a temporary file: ") + std::strerror(errno));
+  close(fd);
+  if (ov_domain_save_as_dot(holder.domain, temporary.c_str(), form) != ov_error_none) {
+    const int status = library_error("writing the DOT text");
+    unlink(temporary.c_str());
+    return status;
+  }
+  std::string type = "-T" + format;
+  char program[] = "dot", to[] = "-o";
+  char *arguments[] = {program, type.data(), to, output.data(), temporary.data(), nullptr};
+  pid_t pid = 0;
+  const int spawned = posix_spawnp(&pid, program, nullptr, nullptr, arguments, environ);
+  int wait_status = 0;
+  const bool ran = spawned == 0 && waitpid(pid, &wait_status, 0) == pid;
+  unlink(temporary.c_str());
+  if (spawned == ENOENT)
+    return input_error(output, "Graphviz's dot program is not on the PATH (Debian: apt-get install graphviz); "
+                               "write a .dot file instead");
+  if (spawned != 0) return input_error(output, std::string("cannot run Graphviz's dot: ") + std::strerror(spawned));
+  if (!ran || !WIFEXITED(wait_status) || WEXITSTATUS(wait_status) != 0)
+    return input_error(output, "Graphviz's dot failed to lay out the picture");
+  return exit_ok;
+}
+
 } // namespace
 
 namespace {
@@ -1183,6 +1288,7 @@ int run(int argc, char **argv) {
   if (command == "simulate") return command_simulate(argc, argv);
   if (command == "learn") return command_learn(argc, argv);
   if (command == "learn-structure") return command_learn_structure(argc, argv);
+  if (command == "draw") return command_draw(argc, argv);
   struct Command {
     const char *help;
     int (*run)(const Options &);

@@ -171,6 +171,7 @@ const std::vector<Case> &cases() {
       C(ov_xmlbif_parse_from_string, nullptr, {}, {}, {}), C(ov_domain_save_as_xmlbif, 1, {}, "unused.xml"),
       C(ov_uai_parse_domain, nullptr, {}, {}, {}), C(ov_uai_parse_from_string, nullptr, {}, {}, {}),
       C(ov_domain_save_as_uai, 1, {}, "unused.uai"), C(ov_domain_parse_uai_evidence, 1, {}, "unused.evid", {}, {}),
+      C(ov_domain_save_as_dot, 1, {}, "unused.dot", ov_dot_network),
   };
   // clang-format on
   return all;

@@ -11,6 +11,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <regex>
@@ -538,6 +539,45 @@ TEST(OrvelTool, LearnStructureFromADataFile) {
   std::remove(data.c_str());
   std::remove(out.c_str());
   std::remove(rules.c_str());
+}
+
+// orvel draw writes the library's picture of the propagated network; other
+// formats go through Graphviz's dot, whose absence is said plainly.
+TEST(OrvelTool, DrawWritesThePictureOfThePropagatedNetwork) {
+  const std::string net = example("sprinkler.net");
+  const std::string out = testing::TempDir() + "draw_test.dot";
+  ToolRun run = run_tool("draw " + net + " -e Rain=yes -o " + out);
+  ASSERT_EQ(run.status, 0) << run.err;
+  ov_domain_t domain = ov_net_parse_domain(net.c_str(), nullptr, nullptr);
+  ASSERT_NE(domain, nullptr);
+  ASSERT_EQ(ov_domain_compile(domain), ov_error_none);
+  ASSERT_EQ(ov_node_select_state(ov_domain_get_node_by_name(domain, "Rain"), 0), ov_error_none);
+  ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  const std::string expected = testing::TempDir() + "draw_expected.dot";
+  ASSERT_EQ(ov_domain_save_as_dot(domain, expected.c_str(), ov_dot_beliefs), ov_error_none);
+  EXPECT_EQ(read_file(out), read_file(expected));
+  ov_domain_delete(domain);
+  ASSERT_EQ(run_tool("draw " + net + " --junction-tree -o " + out).status, 0);
+  EXPECT_EQ(read_file(out).rfind("graph junction_forest {", 0), 0u);
+  run = run_tool("draw " + example("oil_wildcatter.net") + " -o " + out);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_NE(run.err.find("drawn without beliefs"), std::string::npos) << run.err;
+  EXPECT_NE(read_file(out).find("shape=diamond"), std::string::npos);
+  EXPECT_EQ(run_tool("draw " + net + " -o " + testing::TempDir() + "draw.gif").status, 1);
+  EXPECT_EQ(run_tool("draw " + net).status, 1);
+  const std::string svg = testing::TempDir() + "draw_test.svg";
+  run = run_tool("draw " + net + " -o " + svg, "PATH=/nonexistent ");
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find("Graphviz's dot program is not on the PATH"), std::string::npos) << run.err;
+  std::remove(out.c_str());
+  std::remove(expected.c_str());
+  if (std::system("command -v dot >/dev/null 2>&1") != 0) GTEST_SKIP() << "Graphviz's dot is not installed";
+  run = run_tool("draw " + net + " -e Rain=yes -o " + svg);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string picture = read_file(svg);
+  EXPECT_NE(picture.find("<svg"), std::string::npos);
+  EXPECT_NE(picture.find(">WetGrass<"), std::string::npos);
+  std::remove(svg.c_str());
 }
 
 } // namespace
