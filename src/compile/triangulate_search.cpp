@@ -13,7 +13,7 @@
 // costs that depend on the set alone, all orders that eliminate the same set
 // coalesce into one search state, and a uniform-cost search that pops the
 // full set has found the least total. States whose cost reaches the upper
-// bound are dropped.
+// bound are dropped, and a vertex without fill-in is eliminated alone.
 #include <queue>
 #include <string>
 #include <unordered_map>
@@ -61,6 +61,7 @@ TotalWeightSearch search_total_weight(const std::vector<VertexSet> &adjacency, c
   std::uint32_t stamp = 0;
   VertexSet clique;
   std::vector<std::uint32_t> touching;
+  std::vector<std::vector<std::uint32_t>> bounding(n); // the components whose boundary holds a vertex
 
   while (!open.empty()) {
     auto [cost, id] = open.top();
@@ -108,10 +109,9 @@ TotalWeightSearch search_total_weight(const std::vector<VertexSet> &adjacency, c
       break;
     }
 
-    for (std::uint32_t v = 0; v < n; ++v) {
-      if (has(key, v) || level[v] != top_level) continue;
-      // N_S(v): the outside neighbours and the boundaries of the
-      // components that touch v.
+    // N_S(v) + v into `clique`: the outside neighbours of v and the
+    // boundaries of the components that touch it.
+    auto neighbourhood = [&](std::uint32_t v) {
       ++stamp;
       mark[v] = stamp;
       clique.assign(1, v);
@@ -127,6 +127,32 @@ TotalWeightSearch search_total_weight(const std::vector<VertexSet> &adjacency, c
         for (std::uint32_t x : boundary[k])
           if (mark[x] != stamp) mark[x] = stamp, clique.push_back(x);
       }
+    };
+    // A vertex whose neighbourhood is complete is taken alone: eliminating
+    // it first leaves the same triangulation as eliminating it later, since
+    // every path through it has a shortcut.
+    auto linked = [&](std::uint32_t x, std::uint32_t y) {
+      if (std::binary_search(adjacency[x].begin(), adjacency[x].end(), y)) return true;
+      for (std::uint32_t k : bounding[x])
+        if (std::find(bounding[y].begin(), bounding[y].end(), k) != bounding[y].end()) return true;
+      return false;
+    };
+    for (std::uint32_t v = 0; v < n; ++v) bounding[v].clear();
+    for (std::uint32_t k = 0; k < boundary.size(); ++k)
+      for (std::uint32_t x : boundary[k]) bounding[x].push_back(k);
+    std::uint32_t first = 0, last = n;
+    for (std::uint32_t v = 0; v < n && last == n; ++v) {
+      if (has(key, v) || level[v] != top_level) continue;
+      neighbourhood(v);
+      bool simplicial = true;
+      for (std::size_t i = 1; i < clique.size() && simplicial; ++i)
+        for (std::size_t j = i + 1; j < clique.size() && simplicial; ++j) simplicial = linked(clique[i], clique[j]);
+      if (simplicial) first = v, last = v + 1;
+    }
+
+    for (std::uint32_t v = first; v < last; ++v) {
+      if (has(key, v) || level[v] != top_level) continue;
+      neighbourhood(v);
       bool maximal = true;
       for (std::uint32_t k : touching)
         if (boundary[k].size() == clique.size()) maximal = false;
