@@ -501,9 +501,17 @@ OV_API ov_status_t ov_domain_compile_qualitatively(ov_domain_t domain, ov_progre
  * first propagation; usage without a forest. A failure removes nothing. */
 OV_API ov_status_t ov_domain_compile_quantitatively(ov_domain_t domain, ov_progress_function_t progress);
 /* Moralises and triangulates by a greedy heuristic (ov_tm_clique_size to
- * ov_tm_fill_in_weight); usage for a class, a triangulated domain or another
+ * ov_tm_fill_in_weight) or by the search for least total clique table size
+ * (ov_tm_total_weight); usage for a class, a triangulated domain or another
  * method. cyclic_network, decision_order on a bad network. */
 OV_API ov_status_t ov_domain_triangulate(ov_domain_t domain, ov_triangulation_method_t method);
+/* The bound on the work of ov_tm_total_weight: the most search states (sets
+ * of eliminated nodes) it may make for one prime component before it falls
+ * back to the best of the four heuristics there. 0, the initial value,
+ * selects the built-in bound of 200000. usage for a null domain. */
+OV_API ov_status_t ov_domain_set_max_number_of_separators(ov_domain_t domain, size_t count);
+/* The bound set, 0 for the built-in one; 0 with usage for a null domain. */
+OV_API size_t ov_domain_get_max_number_of_separators(ov_domain_t domain);
 /* Triangulates by eliminating the chance and decision nodes in the order of
  * the NULL-terminated list; enumeration for a repeated, missing, utility or
  * out-of-level node, usage for a node of another domain. */

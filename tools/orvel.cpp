@@ -114,10 +114,12 @@ const char *const marginal_help =
     "distribution of the listed discrete nodes, one line per configuration.\n";
 
 const char *const compile_help =
-    "usage: orvel compile NET [--method clique-size|clique-weight|fill-in-size|fill-in-weight]\n"
-    "                         [--log FILE]\n"
+    "usage: orvel compile NET [--method clique-size|clique-weight|fill-in-size|fill-in-weight|\n"
+    "                                   total-weight|best] [--log FILE]\n"
     "\n"
-    "Triangulates with the chosen heuristic (default fill-in-weight), compiles and prints\n"
+    "Triangulates with the chosen method (default fill-in-weight; total-weight searches\n"
+    "for the least total clique table size, best tries every method and keeps the\n"
+    "smallest total), compiles and prints\n"
     "the number of nodes, cliques and junction trees, the largest clique, the total\n"
     "clique table size and the time taken. --log writes the full compile log to FILE.\n";
 
@@ -728,13 +730,13 @@ int command_marginal(const Options &options) {
 
 int command_compile(const Options &options) {
   static const std::map<std::string, ov_triangulation_method_t> methods = {
-      {"clique-size", ov_tm_clique_size},
-      {"clique-weight", ov_tm_clique_weight},
-      {"fill-in-size", ov_tm_fill_in_size},
-      {"fill-in-weight", ov_tm_fill_in_weight},
+      {"clique-size", ov_tm_clique_size},   {"clique-weight", ov_tm_clique_weight},
+      {"fill-in-size", ov_tm_fill_in_size}, {"fill-in-weight", ov_tm_fill_in_weight},
+      {"total-weight", ov_tm_total_weight},
   };
   auto method = methods.find(options.method);
-  if (method == methods.end()) return usage_error("unknown method '" + options.method + "'");
+  if (method == methods.end() && options.method != "best")
+    return usage_error("unknown method '" + options.method + "'");
   if (!options.positional.empty()) return usage_error("compile takes one network");
   if (!options.log_file.empty() && same_file(options.log_file, options.network))
     return usage_error("the log file " + options.log_file + " is the network " + options.network);
@@ -757,7 +759,25 @@ int command_compile(const Options &options) {
   ov_domain_uncompile(domain);
   auto start = std::chrono::steady_clock::now();
   int status = exit_ok;
-  if (ov_domain_triangulate(domain, method->second) != ov_error_none)
+  std::string chosen = options.method;
+  ov_triangulation_method_t tm = method != methods.end() ? method->second : ov_tm_fill_in_weight;
+  if (method == methods.end()) {
+    // Every method, keeping the one of the smallest total clique table size.
+    double least = -1;
+    for (const auto &[name, each] : methods) {
+      if (ov_domain_triangulate(domain, each) != ov_error_none) break;
+      double total = 0;
+      for (ov_clique_t c = ov_domain_get_first_clique(domain); c != nullptr; c = ov_clique_get_next(c)) {
+        double size = 1;
+        for (ov_node_t *m = ov_clique_get_members(c); m != nullptr && *m != nullptr; ++m)
+          if (ov_node_get_kind(*m) == ov_kind_discrete) size *= static_cast<double>(ov_node_get_number_of_states(*m));
+        total += size;
+      }
+      if (least < 0 || total < least) least = total, tm = each, chosen = "best (" + name + ")";
+      ov_domain_uncompile(domain);
+    }
+  }
+  if (ov_domain_triangulate(domain, tm) != ov_error_none)
     status = library_error("triangulating");
   else if (ov_domain_compile(domain) != ov_error_none)
     status = compile_error(domain, options.network, "compiling");
@@ -791,7 +811,7 @@ int command_compile(const Options &options) {
     }
   }
   std::printf("network: %s\n", options.network.c_str());
-  std::printf("method: %s\n", options.method.c_str());
+  std::printf("method: %s\n", chosen.c_str());
   std::printf("nodes: %lld\n", static_cast<long long>(node_count));
   std::printf("cliques: %lld\n", static_cast<long long>(cliques));
   std::printf("junction trees: %lld\n", static_cast<long long>(trees));

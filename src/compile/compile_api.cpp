@@ -33,11 +33,21 @@ ov_status_t ov_domain_compile_quantitatively(ov_domain_t domain, ov_progress_fun
 }
 
 ov_status_t ov_domain_triangulate(ov_domain_t domain, ov_triangulation_method_t method) {
-  // The search for a triangulation of least total weight is not available.
   if (check_usage(domain == nullptr || domain->is_class() || domain_is_triangulated(domain) ||
-                  method < ov_tm_clique_size || method > ov_tm_fill_in_weight))
+                  method < ov_tm_clique_size || method > ov_tm_total_weight))
     return ov_error_usage;
   return guarded_status([&] { return domain_triangulate(domain, method); });
+}
+
+ov_status_t ov_domain_set_max_number_of_separators(ov_domain_t domain, size_t count) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  domain->max_separators = count;
+  return ov_error_none;
+}
+
+size_t ov_domain_get_max_number_of_separators(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return 0;
+  return domain->max_separators;
 }
 
 ov_status_t ov_domain_triangulate_with_order(ov_domain_t domain, ov_node_t *order) {

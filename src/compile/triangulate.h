@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "model/domain.h"
@@ -44,5 +45,24 @@ using VertexSet = std::vector<std::uint32_t>;
 // intersections along the cuts are complete and no piece has a complete
 // separator of its own. Each piece is sorted.
 std::vector<VertexSet> find_prime_components(const std::vector<VertexSet> &adjacency);
+
+// The result of the search for an elimination order of least total clique
+// weight.
+struct TotalWeightSearch {
+  bool found = false;               // an order cheaper than the upper bound
+  bool exceeded = false;            // stopped at the bound on search states
+  double cost = 0.0;                // the total weight of the maximal cliques of `order`
+  std::vector<std::uint32_t> order; // eliminated first first
+  std::size_t states = 0;           // search states made
+};
+
+// Best-first search over the sets of eliminated vertices of a graph given by
+// sorted adjacency lists for an order of least total weight of the maximal
+// cliques, eliminating only among the vertices of the highest level left.
+// Finds nothing when no order is cheaper than `upper_bound`; stops when it
+// would make more than `max_states` states.
+TotalWeightSearch search_total_weight(const std::vector<VertexSet> &adjacency, const std::vector<std::uint32_t> &level,
+                                      const std::function<double(const VertexSet &)> &set_weight, double upper_bound,
+                                      std::size_t max_states);
 
 } // namespace orvel

@@ -87,6 +87,8 @@ struct ov_domain_s {
   orvel::NodeList result_nodes;       // buffer of the d-separation queries
 
   std::uint32_t compiled = 0;
+  // The bound on the states of the optimal triangulation search; 0: built in.
+  std::size_t max_separators = 0;
   // The compiled state: junction forest, kernel plans, saved table memory
   // and the work buffers of propagation (compile/compiled_forest.h). Never
   // null; release_forest empties it.

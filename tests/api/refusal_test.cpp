@@ -346,7 +346,7 @@ const std::vector<Row> &rows() {
       USAGE_AFTER("compile a domain of utilities", kEmpty, ov_domain_new_node(w.d, ov_category_utility, ov_kind_discrete),
           ov_domain_compile(w.d)),
       USAGE("triangulation method out of range", kAbc, ov_domain_triangulate(w.d, static_cast<ov_triangulation_method_t>(14))),
-      USAGE("total weight is no heuristic", kAbc, ov_domain_triangulate(w.d, ov_tm_total_weight)),
+      USAGE("triangulation method above the range", kAbc, ov_domain_triangulate(w.d, static_cast<ov_triangulation_method_t>(20))),
       USAGE("no elimination order", kAbc, ov_domain_triangulate_with_order(w.d, nullptr)),
       REFUSE("order with nodes missing", kAbc, ov_error_enumeration, failed, ov_domain_triangulate_with_order(w.d, w.list({w.n("A")}))),
       REFUSE("order with a node twice", kAbc, ov_error_enumeration, failed,

@@ -202,6 +202,19 @@ TEST(OrvelTool, CompileSummaryAndConvert) {
   // Cliques {C,S,R} and {S,R,W}: 8 + 8 cells.
   for (const char *line : {"nodes: 4", "cliques: 2", "junction trees: 1", "total clique table size: 16"})
     EXPECT_NE(run.out.find(line), std::string::npos) << run.out;
+  // On insurance: the search's total is below every heuristic's, and best
+  // keeps it.
+  const std::string insurance = std::string(ORVEL_NETWORKS "/") + "insurance.net";
+  auto total_of = [](const ToolRun &r) {
+    auto at = r.out.find("total clique table size: ");
+    return at == std::string::npos ? -1.0 : std::stod(r.out.substr(at + 25));
+  };
+  const double searched = total_of(run_tool("compile " + insurance + " --method total-weight"));
+  for (const char *method : {"clique-size", "clique-weight", "fill-in-size", "fill-in-weight"})
+    EXPECT_LT(searched, total_of(run_tool("compile " + insurance + " --method " + method))) << method;
+  run = run_tool("compile " + insurance + " --method best");
+  EXPECT_NE(run.out.find("method: best (total-weight)\n"), std::string::npos) << run.out;
+  EXPECT_EQ(total_of(run), searched);
   std::string out = testing::TempDir() + "sprinkler_copy.net";
   run = run_tool("convert " + example("sprinkler.net") + " " + out);
   ASSERT_EQ(run.status, 0) << run.err;
@@ -251,7 +264,7 @@ TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
       {"beliefs " + empty, 2, "empty.net: empty file\n"},
       {"marginal " + comment + " A", 2, "comment.net: no nodes in the network\n"},
       {"compile " + testing::TempDir(), 2, ": is a directory\n"},
-      {"compile " + net + " --method best", 1, "unknown method"},
+      {"compile " + net + " --method optimal", 1, "unknown method"},
       {"beliefs " + example("oil_wildcatter.net"), 2, "influence diagram (decision or utility nodes)"},
   };
   for (const Case &c : cases) {
