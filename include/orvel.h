@@ -673,7 +673,8 @@ OV_API ov_double_t ov_node_get_variance(ov_node_t node);
 /* The expected utility of a state of a decision node, or -1.0: the maximum
  * expected utility of the domain (under no-forgetting) when that option is
  * taken, given the propagated findings, the decisions taken (findings on
- * decision nodes) and the best choices at the open decisions. */
+ * decision nodes) and the best choices at the open decisions; 0.0 for an
+ * option under which the findings are impossible. */
 OV_API ov_number_t ov_node_get_expected_utility(ov_node_t node, ov_index_t state);
 /* The maximum expected utility of the domain after propagation: each open
  * decision takes the option with the greatest expected utility given what is

@@ -183,6 +183,9 @@ ov_status_t jt_initialize(JunctionTree *tree, bool first_time) {
       status = fail(ov_error_no_memory);
     }
     if (status != ov_error_none) return fail(static_cast<ov_error_t>(status));
+    // The beliefs without evidence are the priors of the conflict measure.
+    for (Node *node : tree->members)
+      std::copy_n(node->belief_table->data.get(), node->state_count, node->initial_belief.data());
     tree->tables_changed = false;
     tree->equilibrium = ov_equilibrium_sum;
     return set_error(ov_error_none);

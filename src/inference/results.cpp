@@ -236,7 +236,9 @@ Table *domain_get_marginal(Domain *domain, const NodeList &nodes) {
 double tree_conflict(const JunctionTree *tree) noexcept {
   double log_prior = 0.0;
   for (const Node *node : tree->members) {
-    if (!node->is_discrete() || !evidence_propagated(node)) continue;
+    // A decision taken is no observation: it conditions the probability of
+    // the evidence rather than being part of it.
+    if (!node->is_discrete() || !evidence_propagated(node) || node->category == ov_category_decision) continue;
     const ov_number_t *p = node->propagated_finding->data.get();
     double weight = 0.0;
     for (std::uint32_t i = 0; i < node->state_count; ++i) weight += static_cast<double>(p[i]) * node->initial_belief[i];
