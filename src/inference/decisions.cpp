@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <unordered_map>
 #include <vector>
 
 #include "api/error.h"
@@ -149,9 +150,46 @@ Clique *home_of(Clique *clique, const Clique *parent, const std::vector<Node *> 
   return nullptr;
 }
 
+// Where the tables of a tree go: each chance node's table, each utility
+// table and each node's finding (and belief) to the first clique from the
+// root that holds its nodes.
+struct Assignment {
+  std::unordered_map<const Clique *, std::vector<Node *>> tables, homed, utilities;
+
+  explicit Assignment(JunctionTree *tree) {
+    Domain *domain = tree->domain;
+    for (auto &owned : domain->nodes) {
+      Node *node = owned.get();
+      if (node->category == ov_category_utility) {
+        Table *table = node_table(node);
+        const std::vector<Node *> nodes(table->nodes.begin(), table->nodes.end());
+        // A utility without parents is a constant of the first tree.
+        Clique *home = nodes.empty() ? (tree == domain->forest->junction_trees.front().get() ? tree->root : nullptr)
+                                     : home_of(tree->root, nullptr, nodes);
+        if (home != nullptr) utilities[home].push_back(node);
+        continue;
+      }
+      if (node->junction_tree != tree) continue;
+      homed[home_of(tree->root, nullptr, {node})].push_back(node);
+      if (node->category == ov_category_chance) {
+        Table *table = node_table(node);
+        tables[home_of(tree->root, nullptr, std::vector<Node *>(table->nodes.begin(), table->nodes.end()))].push_back(
+            node);
+      }
+    }
+  }
+  static const std::vector<Node *> &at(const std::unordered_map<const Clique *, std::vector<Node *>> &map,
+                                       const Clique *clique) {
+    static const std::vector<Node *> none;
+    const auto found = map.find(clique);
+    return found == map.end() ? none : found->second;
+  }
+};
+
 // One solution of a tree: the potentials of its cliques before any message.
 struct Solver {
   JunctionTree *tree;
+  const Assignment *assignment;
   bool utilities; // maximise open decisions and carry utilities
   // The node whose finding is replaced by one option, and that option.
   Node *fixed = nullptr;
@@ -177,30 +215,17 @@ struct Solver {
 
   Potential initial(Clique *clique) const {
     Potential potential = unit_potential(members(clique));
-    Domain *domain = tree->domain;
-    for (auto &owned : domain->nodes) {
-      Node *node = owned.get();
-      if (node->category == ov_category_chance && node->junction_tree == tree) {
-        Table *table = node_table(node);
-        const std::vector<Node *> nodes(table->nodes.begin(), table->nodes.end());
-        if (home_of(tree->root, nullptr, nodes) == clique) multiply_probability(potential, nodes, table_values(table));
-      }
-      if (node->junction_tree == tree &&
-          (node->category == ov_category_chance || node == fixed ||
-           (node->category == ov_category_decision && !maximised(node, utilities, fixed)))) {
-        if (home_of(tree->root, nullptr, {node}) == clique) multiply_probability(potential, {node}, finding(node));
-      }
-    }
-    if (!utilities) return potential;
-    for (auto &owned : domain->nodes) {
-      Node *node = owned.get();
-      if (node->category != ov_category_utility) continue;
+    for (Node *node : Assignment::at(assignment->tables, clique)) {
       Table *table = node_table(node);
-      const std::vector<Node *> nodes(table->nodes.begin(), table->nodes.end());
-      // A utility without parents is a constant of the first tree.
-      Clique *home = nodes.empty() ? (tree == domain->forest->junction_trees.front().get() ? tree->root : nullptr)
-                                   : home_of(tree->root, nullptr, nodes);
-      if (home == clique) add_utility(potential, nodes, table_values(table));
+      multiply_probability(potential, std::vector<Node *>(table->nodes.begin(), table->nodes.end()),
+                           table_values(table));
+    }
+    for (Node *node : Assignment::at(assignment->homed, clique))
+      if (!maximised(node, utilities, fixed)) multiply_probability(potential, {node}, finding(node));
+    if (!utilities) return potential;
+    for (Node *node : Assignment::at(assignment->utilities, clique)) {
+      Table *table = node_table(node);
+      add_utility(potential, std::vector<Node *>(table->nodes.begin(), table->nodes.end()), table_values(table));
     }
     return potential;
   }
@@ -230,8 +255,7 @@ void distribute_beliefs(const Solver &solver, Clique *clique, const Clique *pare
       messages.push_back(solver.collect(link.neighbour, clique));
       absorb_message(potential, messages.back());
     }
-  for (Node *node : clique->table->nodes) {
-    if (node->belief_table == nullptr || home_of(solver.tree->root, nullptr, {node}) != clique) continue;
+  for (Node *node : Assignment::at(solver.assignment->homed, clique)) {
     const Potential marginal = reduce(potential, {node}, solver.utilities, solver.fixed);
     double total = 0.0;
     for (double x : marginal.p) total += x;
@@ -262,20 +286,21 @@ void distribute_beliefs(const Solver &solver, Clique *clique, const Clique *pare
 } // namespace
 
 ov_status_t solve_decision_tree(JunctionTree *tree) {
-  const Solver beliefs{tree, false};
+  const Assignment assignment(tree);
+  const Solver beliefs{tree, &assignment, false};
   const Potential evidence = beliefs.solve();
   if (engine::check_range(evidence.p[0]) != ov_error_none) return ov_error_code();
   tree->total_constant = evidence.p[0];
   tree->total_log_constant = std::log(evidence.p[0]);
   distribute_beliefs(beliefs, tree->root, nullptr, nullptr);
-  const Solver best{tree, true};
+  const Solver best{tree, &assignment, true};
   const Potential meu = best.solve();
   tree->expected_utility = meu.p[0] > 0.0 ? meu.u[0] / meu.p[0] : 0.0;
   tree->decision_utilities.clear();
   for (Node *node : tree->members) {
     if (node->category != ov_category_decision) continue;
     for (std::uint32_t k = 0; k < node->state_count; ++k) {
-      const Potential taken = Solver{tree, true, node, k}.solve();
+      const Potential taken = Solver{tree, &assignment, true, node, k}.solve();
       tree->decision_utilities.push_back(taken.p[0] > 0.0 ? taken.u[0] / taken.p[0] : 0.0);
     }
   }

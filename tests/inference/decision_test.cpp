@@ -58,6 +58,14 @@ TEST(InfluenceDiagram, OilWildcatterPublishedValues) {
   EXPECT_NEAR(ov_node_get_expected_utility(drill, 1), -10.0, 1e-5);
   EXPECT_NEAR(ov_domain_get_expected_utility(domain), -10.0, 1e-5);
   EXPECT_NEAR(ov_domain_get_normalization_constant(domain), 0.41, 1e-6);
+  // A clone carries the solution; evidence impossible under the decision
+  // taken fails and leaves the diagram solved without evidence.
+  ov_domain_t clone = ov_domain_clone(domain);
+  EXPECT_NEAR(ov_domain_get_expected_utility(clone), -10.0, 1e-5);
+  ov_domain_delete(clone);
+  ASSERT_EQ(ov_node_select_state(test, 1), ov_error_none);
+  EXPECT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_inconsistency_or_underflow);
+  EXPECT_NEAR(ov_domain_get_expected_utility(domain), 22.5, 1e-5);
   // Only sum propagation in normal mode solves an influence diagram.
   EXPECT_EQ(ov_domain_propagate(domain, ov_equilibrium_max, ov_mode_normal), ov_error_usage);
   EXPECT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_fast_retraction), ov_error_usage);
