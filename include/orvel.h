@@ -678,8 +678,21 @@ OV_API ov_number_t ov_node_get_belief(ov_node_t node, ov_index_t state);
 OV_API ov_double_t ov_node_get_mean(ov_node_t node);
 /* The variance of a continuous chance node, or -1.0. */
 OV_API ov_double_t ov_node_get_variance(ov_node_t node);
-/* The expected utility of a state of a decision node, or -1.0. */
+/* The expected utility of a state of a decision node, or -1.0: the maximum
+ * expected utility of the domain (under no-forgetting) when that option is
+ * taken, given the propagated findings, the decisions taken (findings on
+ * decision nodes) and the best choices at the open decisions; 0.0 for an
+ * option under which the findings are impossible. */
 OV_API ov_number_t ov_node_get_expected_utility(ov_node_t node, ov_index_t state);
+/* The maximum expected utility of the domain after propagation: each open
+ * decision takes the option with the greatest expected utility given what is
+ * known when it is made (its parents and, by no-forgetting, every earlier
+ * decision and its parents); findings and decisions taken are respected.
+ * Expectations are conditioned on the findings; a finding on a descendant of
+ * a decision weighs the policies by its probability under each. 0.0 without
+ * utility nodes. On failure -1.0 with the error set, which can be a true
+ * result too, so test ov_error_code. */
+OV_API ov_double_t ov_domain_get_expected_utility(ov_domain_t domain);
 /* The joint of the NULL-terminated nodes (discrete chance nodes of one tree)
  * as a new table the caller deletes with ov_table_delete. Nodes that share
  * no clique are not supported in fast retraction mode (fast_retraction). */

@@ -43,14 +43,9 @@ int input_error(const std::string &file, const std::string &problem) {
 // A failed compile: networks that the library cannot compile yet are named
 // as such, anything else is the library's error.
 int compile_error(ov_domain_t domain, const std::string &file, const std::string &what) {
-  bool decisions = false, continuous = false;
-  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node)) {
-    ov_category_t category = ov_node_get_category(node);
-    decisions = decisions || category == ov_category_decision || category == ov_category_utility;
+  bool continuous = false;
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
     continuous = continuous || ov_node_get_kind(node) == ov_kind_continuous;
-  }
-  if (decisions)
-    return input_error(file, "an influence diagram (decision or utility nodes): solving these is not built yet");
   if (continuous) return input_error(file, "continuous nodes: propagating these is not built yet");
   return library_error(what);
 }
@@ -593,6 +588,12 @@ int command_beliefs(const Options &options) {
   double log_probability = ov_domain_get_log_normalization_constant(domain);
   double conflict = ov_domain_get_conflict(domain);
   bool have_conflict = ov_error_code() == ov_error_none;
+  // An influence diagram: the maximum expected utility.
+  bool diagram = false;
+  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
+    diagram = diagram || ov_node_get_category(node) == ov_category_decision ||
+              ov_node_get_category(node) == ov_category_utility;
+  double utility = diagram ? ov_domain_get_expected_utility(domain) : 0.0;
 
   std::FILE *out = stdout;
   if (options.json) {
@@ -606,12 +607,17 @@ int command_beliefs(const Options &options) {
       print_json_number(out, conflict);
     else
       std::fputs("null", out);
+    if (diagram) {
+      std::fputs(", \"maximum_expected_utility\": ", out);
+      print_json_number(out, utility);
+    }
     std::fputs(", \"nodes\": {", out);
   } else {
     std::printf("network: %s\n", options.network.c_str());
     std::printf("probability of evidence: %.9g\n", probability);
     std::printf("log probability of evidence: %.9g\n", log_probability);
     if (have_conflict) std::printf("conflict: %.9g\n", conflict);
+    if (diagram) std::printf("maximum expected utility: %.9g\n", utility);
   }
 
   for (std::size_t n = 0; n < nodes.size(); ++n) {
@@ -644,6 +650,10 @@ int command_beliefs(const Options &options) {
     }
     ov_count_t count = ov_node_get_number_of_states(node);
     bool decision = category == ov_category_decision;
+    // The option of a decision with the greatest expected utility.
+    ov_count_t best = 0;
+    for (ov_count_t i = 1; decision && i < count; ++i)
+      if (ov_node_get_expected_utility(node, i) > ov_node_get_expected_utility(node, best)) best = i;
     if (options.json) {
       std::fputs("\"states\": [", out);
       for (ov_count_t i = 0; i < count; ++i) {
@@ -655,14 +665,20 @@ int command_beliefs(const Options &options) {
         std::fputs(i > 0 ? ", " : "", out);
         print_json_number(out, decision ? ov_node_get_expected_utility(node, i) : ov_node_get_belief(node, i));
       }
-      std::fputs("]}", out);
+      std::fputc(']', out);
+      if (decision) {
+        std::fputs(", \"best\": ", out);
+        print_json_string(out, ov_node_get_state_label(node, best));
+      }
+      std::fputc('}', out);
     } else {
       for (ov_count_t i = 0; i < count; ++i) {
         const char *label = ov_node_get_state_label(node, i);
         std::string shown = label;
         if (shown.empty()) shown.append("#").append(std::to_string(i));
         if (decision)
-          std::printf("  %-20s EU %.9g\n", shown.c_str(), ov_node_get_expected_utility(node, i));
+          std::printf("  %-20s EU %.9g%s\n", shown.c_str(), ov_node_get_expected_utility(node, i),
+                      i == best ? "  (best)" : "");
         else
           std::printf("  %-20s %.9g\n", shown.c_str(), ov_node_get_belief(node, i));
       }

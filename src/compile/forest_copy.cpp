@@ -137,6 +137,8 @@ void copy_cliques(Remap &r, Domain *to) {
     tree.evidence_factor = source.evidence_factor;
     tree.initial_constant = source.initial_constant;
     tree.conflict_value = source.conflict_value;
+    tree.expected_utility = source.expected_utility;
+    tree.decision_utilities = source.decision_utilities;
     tree.position = source.position;
     // The lists keep their capacity: propagation never allocates.
     tree.members = r.all(source.members, r.to_node);

@@ -47,4 +47,9 @@ struct ov_junction_tree_s {
   };
   std::vector<SavedTable> saved_tables;
   double probability_of_random_selection = 1.0; // of the last simulation
+  // Influence diagrams: the tree's share of the maximum expected utility and
+  // the expected utility of each option of its decisions, in member order,
+  // counting its own utilities only.
+  double expected_utility = 0.0;
+  std::vector<double> decision_utilities;
 };

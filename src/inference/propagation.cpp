@@ -9,6 +9,7 @@
 
 #include "compile/compiled_forest.h"
 #include "expr/model.h"
+#include "inference/decisions.h"
 #include "inference/evidence.h"
 #include "inference/propagation_engine.h"
 #include "model/chain_component.h"
@@ -123,11 +124,49 @@ bool evidence_mode_is(const JunctionTree *tree, ov_evidence_mode_t mode) noexcep
   return tree->evidence_mode == mode || !tree->evidence_propagated;
 }
 
+// An influence diagram is solved afresh from the node tables and the
+// entered findings on each propagation that has something to do.
+ov_status_t propagate_decisions(JunctionTree *tree) {
+  for (Node *node : tree->members) {
+    if (!node->is_discrete()) continue;
+    for (ov_number_t cell : node->entered_finding)
+      if (std::isinf(cell)) return fail(ov_error_overflow);
+  }
+  for (Node *node : tree->members) {
+    ov_number_t *p = propagated(node);
+    if (node->entered_finding.empty())
+      std::fill_n(p, node->state_count, 1.0f);
+    else
+      std::copy_n(node->entered_finding.data(), node->state_count, p);
+    node->instantiated_state = single_state(p, node->state_count);
+  }
+  ov_status_t status;
+  try {
+    status = solve_decision_tree(tree);
+  } catch (const std::bad_alloc &) {
+    status = fail(ov_error_no_memory);
+  }
+  if (status != ov_error_none) {
+    jt_initialize(tree, false);
+    return fail(static_cast<ov_error_t>(status));
+  }
+  tree->equilibrium = ov_equilibrium_sum;
+  tree->evidence_mode = ov_mode_normal;
+  tree->changed_evidence_count = 0;
+  tree->evidence_propagated = tree->likelihood_propagated = false;
+  for (Node *node : tree->members)
+    if (evidence_propagated(node)) {
+      tree->evidence_propagated = true;
+      if (likelihood_propagated(node)) tree->likelihood_propagated = true;
+    }
+  return set_error(ov_error_none);
+}
+
 } // namespace
 
 ov_status_t jt_initialize(JunctionTree *tree, bool first_time) {
   Domain *domain = tree->domain;
-  if (needs_cg_or_decisions(domain)) return fail(ov_error_usage);
+  if (domain->continuous_count > 0) return fail(ov_error_usage);
   tree->equilibrium = ov_equilibrium_none;
   prepare_tree(tree);
   if (!first_time) reset_evidence_state(tree);
@@ -136,6 +175,21 @@ ov_status_t jt_initialize(JunctionTree *tree, bool first_time) {
     for (Node *node : tree->members)
       if (finding_differs(node)) ++tree->changed_evidence_count;
   if (generate_tables_of_junction_tree(tree) != ov_error_none) return ov_error_code();
+  if (has_decisions(domain)) {
+    ov_status_t status;
+    try {
+      status = solve_decision_tree(tree);
+    } catch (const std::bad_alloc &) {
+      status = fail(ov_error_no_memory);
+    }
+    if (status != ov_error_none) return fail(static_cast<ov_error_t>(status));
+    // The beliefs without evidence are the priors of the conflict measure.
+    for (Node *node : tree->members)
+      std::copy_n(node->belief_table->data.get(), node->state_count, node->initial_belief.data());
+    tree->tables_changed = false;
+    tree->equilibrium = ov_equilibrium_sum;
+    return set_error(ov_error_none);
+  }
   if (!tree->tables_changed && has_table_memory(domain) && !tree->saved_tables.empty()) {
     restore_tables(tree);
     tree->equilibrium = ov_equilibrium_sum;
@@ -151,7 +205,12 @@ ov_status_t propagate_tree(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
   Domain *domain = tree->domain;
   if (needs_cg_or_decisions(domain) && !(equilibrium == ov_equilibrium_sum && mode == ov_mode_normal))
     return fail(ov_error_usage);
-  if (needs_cg_or_decisions(domain)) return fail(ov_error_usage);
+  if (domain->continuous_count > 0) return fail(ov_error_usage);
+  if (has_decisions(domain)) {
+    if (tree->tables_changed && jt_initialize(tree, false) != ov_error_none) return ov_error_code();
+    if (tree->changed_evidence_count == 0 && tree->equilibrium == ov_equilibrium_sum) return set_error(ov_error_none);
+    return propagate_decisions(tree);
+  }
   if (mode == ov_mode_fast_retraction && domain->forest->compressed != 0) return fail(ov_error_compressed);
   if (tree->tables_changed && jt_initialize(tree, false) != ov_error_none) return ov_error_code();
   auto nothing_to_do = [&] {

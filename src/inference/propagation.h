@@ -7,12 +7,12 @@
 // node tables only when a zero must be undone. Nothing here allocates once
 // the first initialisation of a tree (at compile time) has run.
 //
-// Conditional Gaussian propagation and the solution of influence diagrams
-// are not part of this engine: a tree of a domain with continuous, decision
-// or utility nodes is refused with usage, as the engine refuses the modes
-// it does not offer for such domains (at compile time, so that such a
-// domain never counts as compiled). cg_influence_diagrams_not_supported
-// stays the code of their mix, which node creation refuses.
+// Conditional Gaussian propagation is not part of this engine: a tree of a
+// domain with continuous nodes is refused with usage (at compile time, so
+// that such a domain never counts as compiled). A tree of an influence
+// diagram is solved by inference/decisions.h at sum equilibrium in normal
+// mode; other equilibria and modes are usage. cg_influence_diagrams_not_supported
+// stays the code of the mix of the two, which node creation refuses.
 #pragma once
 
 #include "model/domain.h"

@@ -236,7 +236,9 @@ Table *domain_get_marginal(Domain *domain, const NodeList &nodes) {
 double tree_conflict(const JunctionTree *tree) noexcept {
   double log_prior = 0.0;
   for (const Node *node : tree->members) {
-    if (!node->is_discrete() || !evidence_propagated(node)) continue;
+    // A decision taken is no observation: it conditions the probability of
+    // the evidence rather than being part of it.
+    if (!node->is_discrete() || !evidence_propagated(node) || node->category == ov_category_decision) continue;
     const ov_number_t *p = node->propagated_finding->data.get();
     double weight = 0.0;
     for (std::uint32_t i = 0; i < node->state_count; ++i) weight += static_cast<double>(p[i]) * node->initial_belief[i];
@@ -275,31 +277,46 @@ double node_mutual_information(Node *a, Node *b) {
   return sum > 0.0 ? sum : 0.0;
 }
 
+namespace {
+
+// One node's lines of the report: a cell per state, the greatest marked.
+ov_status_t log_node_cells(Domain *domain, Node *node, const ov_number_t *belief) {
+  const char *name = node_get_name(node);
+  if (name == nullptr) return ov_error_code();
+  if (log_printf(domain, "\n    %s:\n", name) != ov_error_none) return ov_error_io;
+  // The greatest cell carries the mark.
+  std::uint32_t best = 0;
+  for (std::uint32_t i = 1; i < node->state_count; ++i)
+    if (belief[i] > belief[best]) best = i;
+  for (std::uint32_t i = 0; i < node->state_count; ++i) {
+    const char *mark = i == best ? " *****" : "";
+    const char *label = state_label(node, i);
+    ov_status_t status =
+        label[0] != '\0'
+            ? log_printf(domain, "\t%-10s %f%s\n", label, static_cast<double>(belief[i]), mark)
+            : log_printf(domain, "\tstate%s   %f%s\n", format_count(domain, i), static_cast<double>(belief[i]), mark);
+    if (status != ov_error_none) return ov_error_io;
+  }
+  return ov_error_none;
+}
+
+} // namespace
+
 ov_status_t log_initial_beliefs(Domain *domain) {
   if (domain->log_file == nullptr) return set_error(ov_error_none);
+  if (domain->utility_count > 0) {
+    if (log_printf(domain, "\n\nUtilities for decisions:\n\n") != ov_error_none) return ov_error_io;
+    for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it)
+      if (it->get()->category == ov_category_decision &&
+          log_node_cells(domain, it->get(), it->get()->utility_table->data.get()) != ov_error_none)
+        return ov_error_code();
+  }
   if (domain->chance_count == 0) return set_error(ov_error_none);
   if (log_printf(domain, "\n\nBeliefs for chance nodes:\n") != ov_error_none) return ov_error_io;
-  for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it) {
-    Node *node = it->get();
-    if (node->category != ov_category_chance || !node->is_discrete()) continue;
-    const char *name = node_get_name(node);
-    if (name == nullptr) return ov_error_code();
-    if (log_printf(domain, "\n    %s:\n", name) != ov_error_none) return ov_error_io;
-    const ov_number_t *belief = node->belief_table->data.get();
-    // The most probable state carries the mark.
-    std::uint32_t best = 0;
-    for (std::uint32_t i = 1; i < node->state_count; ++i)
-      if (belief[i] > belief[best]) best = i;
-    for (std::uint32_t i = 0; i < node->state_count; ++i) {
-      const char *mark = i == best ? " *****" : "";
-      const char *label = state_label(node, i);
-      ov_status_t status =
-          label[0] != '\0'
-              ? log_printf(domain, "\t%-10s %f%s\n", label, static_cast<double>(belief[i]), mark)
-              : log_printf(domain, "\tstate%s   %f%s\n", format_count(domain, i), static_cast<double>(belief[i]), mark);
-      if (status != ov_error_none) return ov_error_io;
-    }
-  }
+  for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it)
+    if (it->get()->category == ov_category_chance && it->get()->is_discrete() &&
+        log_node_cells(domain, it->get(), it->get()->belief_table->data.get()) != ov_error_none)
+      return ov_error_code();
   return set_error(ov_error_none);
 }
 

@@ -4,6 +4,7 @@
 #include "api/boundary.h"
 #include "compile/clique.h"
 #include "compile/junction_tree.h"
+#include "inference/decisions.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "inference/results.h"
@@ -46,6 +47,12 @@ ov_number_t ov_node_get_expected_utility(ov_node_t node, ov_index_t state) {
     return -1.0f;
   if (refuse(tree_result_state(node->home, node->junction_tree))) return -1.0f;
   return node->utility_table->data[static_cast<std::size_t>(state)];
+}
+
+ov_double_t ov_domain_get_expected_utility(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1.0;
+  if (refuse(domain_result_state(domain))) return -1.0;
+  return domain_expected_utility(domain);
 }
 
 ov_table_t ov_domain_get_marginal(ov_domain_t domain, ov_node_t *nodes) {

@@ -94,6 +94,7 @@ const std::vector<Case> &cases() {
       C(ov_domain_initialize, 1, {}), C(ov_domain_tables_to_propagate, -1, {}), C(ov_jt_tables_to_propagate, -1, {}),
       C(ov_domain_save_to_memory, 1, {}), C(ov_node_get_belief, -1.0f, {}, 0), C(ov_node_get_mean, -1.0, {}),
       C(ov_node_get_variance, -1.0, {}), C(ov_node_get_expected_utility, -1.0f, {}, 0),
+      C(ov_domain_get_expected_utility, -1.0, {}),
       C(ov_domain_get_marginal, nullptr, {}, no_nodes), C(ov_domain_get_conflict, -1.0, {}),
       C(ov_jt_get_conflict, -1.0, {}), C(ov_clique_get_conflict, -1.0, {}),
       C(ov_node_get_conflict_clique, nullptr, {}), C(ov_domain_get_normalization_constant, -1.0, {}),

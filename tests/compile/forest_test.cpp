@@ -56,7 +56,7 @@ TEST(CompileStages, ProgressStatesAndRollBack) {
 
   // A node that the engine cannot propagate makes the first propagation
   // fail: from scratch the full compile rolls everything back.
-  ASSERT_NE(ov_domain_new_node(domain, ov_category_decision, ov_kind_discrete), nullptr);
+  ASSERT_NE(ov_domain_new_node(domain, ov_category_chance, ov_kind_continuous), nullptr);
   EXPECT_EQ(ov_domain_compile(domain), ov_error_usage);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
   EXPECT_EQ(ov_domain_get_first_clique(domain), nullptr);
