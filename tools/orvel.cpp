@@ -1213,7 +1213,7 @@ const char *const draw_help = "usage: orvel draw NET [-e NODE=STATE]... [-l NODE
                               "each discrete chance node's beliefs as bars; nodes with evidence are drawn bold\n"
                               "with red bars. --junction-tree draws the junction forest instead: the cliques\n"
                               "with their members and table sizes, joined by their separators. A network that\n"
-                              "cannot be compiled yet (decisions, continuous nodes) is drawn without beliefs.\n"
+                              "cannot be compiled yet (continuous nodes) is drawn without beliefs.\n"
                               "A .dot file is written directly; the other formats are laid out by Graphviz's\n"
                               "dot program, which must be on the PATH (Debian package graphviz).\n";
 
