@@ -1023,6 +1023,22 @@ const char *const learn_help = "usage: orvel learn NET DATA -o OUT [--max-iterat
                                "log-likelihood changes by at most T (default 0.0001) relative to its size, or\n"
                                "after N iterations (default 0: no limit).\n";
 
+// Reads the value of --max-iterations or --tolerance (the EM options of
+// learn and learn-structure); what is wrong with it, or "".
+std::string parse_em_option(const std::string &arg, const std::string &value, long long &iterations,
+                            double &tolerance) {
+  if (arg == "--max-iterations") {
+    char *end = nullptr;
+    errno = 0;
+    iterations = std::strtoll(value.c_str(), &end, 10);
+    if (value.empty() || *end != 0 || errno != 0 || iterations < 0 || iterations > 0xFFFFFFFFll)
+      return "--max-iterations needs a number, got '" + value + "'";
+  } else if (!parse_double(value, tolerance) || !(tolerance >= 0.0)) {
+    return "--tolerance needs a number not below 0, got '" + value + "'";
+  }
+  return "";
+}
+
 int command_learn(int argc, char **argv) {
   std::vector<std::string> files;
   std::string output;
@@ -1042,16 +1058,10 @@ int command_learn(int argc, char **argv) {
       continue;
     }
     const std::string value = argv[++i];
-    char *end = nullptr;
-    errno = 0;
     if (arg == "-o") {
       output = value;
-    } else if (arg == "--max-iterations") {
-      iterations = std::strtoll(value.c_str(), &end, 10);
-      if (value.empty() || *end != 0 || errno != 0 || iterations < 0 || iterations > 0xFFFFFFFFll)
-        return usage_error("--max-iterations needs a number, got '" + value + "'");
-    } else if (!parse_double(value, tolerance) || !(tolerance >= 0.0)) {
-      return usage_error("--tolerance needs a number not below 0, got '" + value + "'");
+    } else if (std::string problem = parse_em_option(arg, value, iterations, tolerance); !problem.empty()) {
+      return usage_error(problem);
     }
   }
   if (files.size() != 2) return usage_error("learn needs a network file and a data file");
@@ -1150,21 +1160,15 @@ int command_learn_structure(int argc, char **argv) {
       continue;
     }
     const std::string value = argv[++i];
-    char *end = nullptr;
-    errno = 0;
     if (arg == "-o") {
       output = value;
     } else if (arg == "--constraints") {
       constraints = value;
-    } else if (arg == "--max-iterations") {
-      iterations = std::strtoll(value.c_str(), &end, 10);
-      if (value.empty() || *end != 0 || errno != 0 || iterations < 0 || iterations > 0xFFFFFFFFll)
-        return usage_error("--max-iterations needs a number, got '" + value + "'");
     } else if (arg == "--significance") {
       if (!parse_double(value, significance) || !(significance > 0.0 && significance < 1.0))
         return usage_error("--significance needs a number between 0 and 1, got '" + value + "'");
-    } else if (!parse_double(value, tolerance) || !(tolerance >= 0.0)) {
-      return usage_error("--tolerance needs a number not below 0, got '" + value + "'");
+    } else if (std::string problem = parse_em_option(arg, value, iterations, tolerance); !problem.empty()) {
+      return usage_error(problem);
     }
   }
   if (files.size() != 1) return usage_error("learn-structure needs one data file");

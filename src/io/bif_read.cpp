@@ -547,24 +547,10 @@ Domain *bif_parse(const char *file_name, const char *text, ov_parse_error_handle
     } else {
       source_from_string(source, text);
     }
-    Domain *domain = ov_new_domain();
-    if (domain == nullptr) return nullptr;
-    bool ok = false;
-    try {
+    return read_new_domain(file_name, [&](Domain *domain) {
       BifReader reader(source, domain);
-      ok = reader.read();
-      if (ok && file_name != nullptr) domain->file_name.emplace(file_name);
-    } catch (...) {
-      discard_read_domain(domain);
-      throw;
-    }
-    if (!ok) {
-      discard_read_domain(domain);
-      return nullptr;
-    }
-    finish_read_domain(domain);
-    set_error(ov_error_none);
-    return domain;
+      return reader.read();
+    });
   });
 }
 

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "api/error.h"
+#include "model/domain.h"
 #include "model/forward.h"
 #include "orvel.h"
 
@@ -88,6 +90,29 @@ void finish_read_domain(Domain *domain) noexcept;
 
 // Deletes a domain whose reading failed, keeping the recorded code.
 void discard_read_domain(Domain *domain) noexcept;
+
+// A new domain filled by `read(domain)`, which returns whether it read;
+// the domain is deleted when it fails or throws. A domain read from a file
+// keeps the file's name.
+template <class Read> Domain *read_new_domain(const char *file_name, Read &&read) {
+  Domain *domain = ov_new_domain();
+  if (domain == nullptr) return nullptr;
+  bool ok = false;
+  try {
+    ok = read(domain);
+    if (ok && file_name != nullptr) domain->file_name.emplace(file_name);
+  } catch (...) {
+    discard_read_domain(domain);
+    throw;
+  }
+  if (!ok) {
+    discard_read_domain(domain);
+    return nullptr;
+  }
+  finish_read_domain(domain);
+  set_error(ov_error_none);
+  return domain;
+}
 
 // Whether a format that holds only discrete chance nodes with probability
 // tables can hold this domain; if not, format is recorded and the reason

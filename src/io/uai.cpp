@@ -278,23 +278,7 @@ Domain *uai_parse(const char *file_name, const char *text, ov_parse_error_handle
     src.handler = handler;
     src.data = data;
     if (!load(src, file_name, text)) return nullptr;
-    Domain *domain = ov_new_domain();
-    if (domain == nullptr) return nullptr;
-    bool ok = false;
-    try {
-      ok = read_network(src, domain);
-      if (ok && file_name != nullptr) domain->file_name.emplace(file_name);
-    } catch (...) {
-      discard_read_domain(domain);
-      throw;
-    }
-    if (!ok) {
-      discard_read_domain(domain);
-      return nullptr;
-    }
-    finish_read_domain(domain);
-    set_error(ov_error_none);
-    return domain;
+    return read_new_domain(file_name, [&](Domain *domain) { return read_network(src, domain); });
   });
 }
 
