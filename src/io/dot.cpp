@@ -73,7 +73,12 @@ std::string escaped(const char *text) {
   });
 }
 
-std::string quoted(const char *text) { return "\"" + escaped(text) + "\""; }
+std::string quoted(const char *text) {
+  std::string out(1, '"');
+  out += escaped(text);
+  out += '"';
+  return out;
+}
 
 // Text inside an HTML-like label.
 std::string html(const char *text) {
@@ -105,9 +110,16 @@ const char *extra_label(Node *node) {
 }
 
 void plain_node(std::string &out, Node *node) {
-  out += "  " + quoted(ov_node_get_name(node)) + " [shape=" + shape_of(node) + ", label=";
-  out += "\"" + escaped(ov_node_get_name(node));
-  if (const char *label = extra_label(node)) out += "\\n" + escaped(label);
+  out += "  ";
+  out += quoted(ov_node_get_name(node));
+  out += " [shape=";
+  out += shape_of(node);
+  out += ", label=\"";
+  out += escaped(ov_node_get_name(node));
+  if (const char *label = extra_label(node)) {
+    out += "\\n";
+    out += escaped(label);
+  }
   out += "\"];\n";
 }
 
@@ -173,7 +185,12 @@ std::string members_text(const std::vector<Node *> &members) {
     const auto states = static_cast<std::uint64_t>(ov_node_get_number_of_states(node));
     size = states != 0 && size > UINT64_MAX / states ? UINT64_MAX : size * states;
   }
-  return "\"" + escaped(names.c_str()) + "\\nsize " + std::to_string(size) + "\"";
+  std::string text(1, '"');
+  text += escaped(names.c_str());
+  text += "\\nsize ";
+  text += std::to_string(size);
+  text += '"';
+  return text;
 }
 
 std::vector<Node *> members_of(ov_clique_t clique) {
