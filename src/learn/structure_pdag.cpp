@@ -81,7 +81,7 @@ bool edge_present(const EdgeTestRecord &r) noexcept {
 }
 
 ov_status_t skeleton(Pdag &g) {
-  if (ov_status_t s = g.log("\nIdentifying skeleton:\n"); s != 0) return s;
+  if (ov_status_t s = log_printf(g.search.domain, "\nIdentifying skeleton:\n"); s != 0) return s;
   const std::uint32_t n = static_cast<std::uint32_t>(g.size());
   for (std::uint32_t i = 0; i < n; ++i)
     for (std::uint32_t j = i + 1; j < n; ++j) {
@@ -97,9 +97,10 @@ ov_status_t skeleton(Pdag &g) {
         ov_status_t s;
         if (g.closes_cycle(e)) {
           g.orient(e, to);
-          s = g.log("%s <- %s to maintain acyclicity (constraint violated)\n", g.name(from), g.name(to));
+          s = log_printf(g.search.domain, "%s <- %s to maintain acyclicity (constraint violated)\n", g.name(from),
+                         g.name(to));
         } else {
-          s = g.log("%s -> %s (constraint)\n", g.name(from), g.name(to));
+          s = log_printf(g.search.domain, "%s -> %s (constraint)\n", g.name(from), g.name(to));
         }
         if (s != ov_error_none) return s;
       } else {
@@ -108,7 +109,8 @@ ov_status_t skeleton(Pdag &g) {
     }
   const std::uint64_t pairs = static_cast<std::uint64_t>(n) * (n - 1) / 2;
   Domain *domain = g.search.domain;
-  return g.log("%s edges out of %s\n", format_count(domain, g.edges.size()), format_count(domain, pairs));
+  return log_printf(g.search.domain, "%s edges out of %s\n", format_count(domain, g.edges.size()),
+                    format_count(domain, pairs));
 }
 
 // Whether some independent test of a and c other than the first has b in
@@ -137,13 +139,14 @@ ov_status_t try_collider(Pdag &g, std::uint32_t a, std::uint32_t b, std::uint32_
     // Undo: an edge that came directed (from a constraint) keeps its way.
     g.edges[ab].directed = ab_was_directed;
     g.edges[bc].directed = false;
-    return g.log("R0: %s -> %s <- %s. Ignored to maintain acyclicity\n", g.name(a), g.name(b), g.name(c));
+    return log_printf(g.search.domain, "R0: %s -> %s <- %s. Ignored to maintain acyclicity\n", g.name(a), g.name(b),
+                      g.name(c));
   }
-  return g.log("R0: %s -> %s <- %s\n", g.name(a), g.name(b), g.name(c));
+  return log_printf(g.search.domain, "R0: %s -> %s <- %s\n", g.name(a), g.name(b), g.name(c));
 }
 
 ov_status_t colliders(Pdag &g) {
-  if (ov_status_t s = g.log("\nIdentifying colliders:\n"); s != 0) return s;
+  if (ov_status_t s = log_printf(g.search.domain, "\nIdentifying colliders:\n"); s != 0) return s;
   const std::uint32_t n = static_cast<std::uint32_t>(g.size());
   for (std::uint32_t i = 0; i < n; ++i)
     for (std::uint32_t j = i + 1; j < n; ++j)
@@ -200,9 +203,9 @@ ov_status_t conclude(Pdag &g, std::uint32_t e, std::uint32_t x, std::uint32_t y,
   g.orient(e, x);
   if (may_turn && g.closes_cycle(e)) {
     g.orient(e, y);
-    return g.log("%s <- %s to maintain acyclicity\n", g.name(x), g.name(y));
+    return log_printf(g.search.domain, "%s <- %s to maintain acyclicity\n", g.name(x), g.name(y));
   }
-  return g.log("%s -> %s\n", g.name(x), g.name(y));
+  return log_printf(g.search.domain, "%s -> %s\n", g.name(x), g.name(y));
 }
 
 // Tries one rule on x - y; *fired tells whether it applied.
@@ -215,7 +218,8 @@ ov_status_t try_rule(Pdag &g, int rule, std::uint32_t e, std::uint32_t x, std::u
       const std::uint32_t z = g.other(f, x);
       if (z == y || !g.points(z, x) || g.adjacent(z, y)) continue;
       *fired = true;
-      if (ov_status_t s = g.log("R1: %s -> %s - %s => ", g.name(z), g.name(x), g.name(y)); s != 0) return s;
+      if (ov_status_t s = log_printf(g.search.domain, "R1: %s -> %s - %s => ", g.name(z), g.name(x), g.name(y)); s != 0)
+        return s;
       return conclude(g, e, x, y, true);
     }
     return ov_error_none;
@@ -224,8 +228,8 @@ ov_status_t try_rule(Pdag &g, int rule, std::uint32_t e, std::uint32_t x, std::u
       const std::uint32_t z = g.other(f, x);
       if (z == y || !g.points(x, z) || !g.points(z, y)) continue;
       *fired = true;
-      if (ov_status_t s =
-              g.log("R2: %s - %s, %s -> %s -> %s => ", g.name(x), g.name(y), g.name(x), g.name(z), g.name(y));
+      if (ov_status_t s = log_printf(g.search.domain, "R2: %s - %s, %s -> %s -> %s => ", g.name(x), g.name(y),
+                                     g.name(x), g.name(z), g.name(y));
           s != 0)
         return s;
       return conclude(g, e, x, y, false);
@@ -239,9 +243,9 @@ ov_status_t try_rule(Pdag &g, int rule, std::uint32_t e, std::uint32_t x, std::u
         const std::uint32_t q = g.other(around[j], x);
         if (q == y || g.edges[around[j]].directed || !g.points(q, y) || g.adjacent(p, q)) continue;
         *fired = true;
-        if (ov_status_t s =
-                g.log("R3: %s - %s, not %s - %s, %s - %s -> %s, %s - %s -> %s => ", g.name(x), g.name(y), g.name(p),
-                      g.name(q), g.name(x), g.name(p), g.name(y), g.name(x), g.name(q), g.name(y));
+        if (ov_status_t s = log_printf(g.search.domain, "R3: %s - %s, not %s - %s, %s - %s -> %s, %s - %s -> %s => ",
+                                       g.name(x), g.name(y), g.name(p), g.name(q), g.name(x), g.name(p), g.name(y),
+                                       g.name(x), g.name(q), g.name(y));
             s != 0)
           return s;
         return conclude(g, e, x, y, true);
@@ -256,9 +260,10 @@ ov_status_t try_rule(Pdag &g, int rule, std::uint32_t e, std::uint32_t x, std::u
         const std::uint32_t w = g.other(h, x);
         if (w == y || w == p || !g.points(p, w) || !g.points(w, y)) continue;
         *fired = true;
-        if (ov_status_t s = g.log("R4: %s - %s, (%s - %s, %s -> %s, or %s <- %s), %s - %s -> %s, %s -> %s -> %s => ",
-                                  g.name(x), g.name(y), g.name(x), g.name(w), g.name(x), g.name(w), g.name(x),
-                                  g.name(w), g.name(x), g.name(p), g.name(w), g.name(p), g.name(w), g.name(y));
+        if (ov_status_t s = log_printf(
+                g.search.domain, "R4: %s - %s, (%s - %s, %s -> %s, or %s <- %s), %s - %s -> %s, %s -> %s -> %s => ",
+                g.name(x), g.name(y), g.name(x), g.name(w), g.name(x), g.name(w), g.name(x), g.name(w), g.name(x),
+                g.name(p), g.name(w), g.name(p), g.name(w), g.name(y));
             s != 0)
           return s;
         return conclude(g, e, x, y, true);
@@ -270,7 +275,7 @@ ov_status_t try_rule(Pdag &g, int rule, std::uint32_t e, std::uint32_t x, std::u
 
 ov_status_t derive_directions(Pdag &g, bool heading) {
   if (heading)
-    if (ov_status_t s = g.log("\nIdentifying derived directions:\n"); s != 0) return s;
+    if (ov_status_t s = log_printf(g.search.domain, "\nIdentifying derived directions:\n"); s != 0) return s;
   for (bool again = true; again;) {
     again = false;
     for (std::uint32_t e = 0; e < g.edges.size() && !again; ++e) {
@@ -301,7 +306,7 @@ std::size_t undirected_count(const Pdag &g, std::uint32_t v) {
 }
 
 ov_status_t complete_orientation(Pdag &g) {
-  if (ov_status_t s = g.log("\nCompleting orientation:\n"); s != 0) return s;
+  if (ov_status_t s = log_printf(g.search.domain, "\nCompleting orientation:\n"); s != 0) return s;
   for (std::uint32_t e = 0; e < g.edges.size(); ++e) {
     if (g.edges[e].directed) continue;
     const std::uint32_t a = g.edges[e].first, b = g.edges[e].second;
@@ -311,9 +316,9 @@ ov_status_t complete_orientation(Pdag &g) {
     ov_status_t s;
     if (g.closes_cycle(e)) {
       g.orient(e, b);
-      s = g.log("%s -> %s\n", g.name(b), g.name(a));
+      s = log_printf(g.search.domain, "%s -> %s\n", g.name(b), g.name(a));
     } else {
-      s = g.log("%s -> %s\n", g.name(a), g.name(b));
+      s = log_printf(g.search.domain, "%s -> %s\n", g.name(a), g.name(b));
     }
     if (s != ov_error_none) return s;
     if (ov_status_t t = derive_directions(g, false); t != 0) return t;
@@ -328,7 +333,8 @@ ov_status_t orient_and_add_edges(StructureSearch &search) {
   Pdag g{search, {}, std::vector<std::vector<std::uint32_t>>(n), std::vector<std::int32_t>(n * n, -1), {}, {}};
   if (ov_status_t s = skeleton(g); s != 0) return s;
   if (ov_status_t s = colliders(g); s != 0) return s;
-  if (ov_status_t s = g.log("\nPDAG %s an admissible DAG extension.\n", has_extension(g) ? "has" : "does not have");
+  if (ov_status_t s = log_printf(g.search.domain, "\nPDAG %s an admissible DAG extension.\n",
+                                 has_extension(g) ? "has" : "does not have");
       s != 0)
     return s;
   if (ov_status_t s = derive_directions(g, true); s != 0) return s;
