@@ -28,8 +28,7 @@ constexpr int exit_usage = 1;
 constexpr int exit_library = 2;
 
 // A failure of the library: the error's name and description go to stderr.
-int library_error(const std::string &what) {
-  ov_error_t code = ov_error_code();
+int library_error(const std::string &what, ov_error_t code = ov_error_code()) {
   std::fprintf(stderr, "orvel: %s: %s: %s\n", what.c_str(), ov_error_name(code), ov_error_description(code));
   return exit_library;
 }
@@ -43,11 +42,12 @@ int input_error(const std::string &file, const std::string &problem) {
 // A failed compile: networks that the library cannot compile yet are named
 // as such, anything else is the library's error.
 int compile_error(ov_domain_t domain, const std::string &file, const std::string &what) {
+  const ov_error_t code = ov_error_code(); // before the calls below record theirs
   bool continuous = false;
   for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
     continuous = continuous || ov_node_get_kind(node) == ov_kind_continuous;
   if (continuous) return input_error(file, "continuous nodes: propagating these is not built yet");
-  return library_error(what);
+  return library_error(what, code);
 }
 
 int usage_error(const std::string &message) {

@@ -78,6 +78,8 @@ ov_status_t build_normalizers(JunctionTree *tree) {
     Table *normalizer = component->normalizer;
     for (Size i = 0; i < normalizer->size; ++i) {
       if (!(normalizer->data[i] > 0.0f)) return fail(ov_error_chain_graph);
+      // An infinite potential (or a product beyond float) has no normaliser.
+      if (!std::isfinite(normalizer->data[i])) return fail(ov_error_overflow);
       normalizer->data[i] = 1.0f / normalizer->data[i];
     }
   }

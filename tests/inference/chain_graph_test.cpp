@@ -188,6 +188,13 @@ TEST(ChainGraph, ZeroNormaliserIsRefused) {
   EXPECT_EQ(ov_domain_compile(domain), ov_error_chain_graph);
   EXPECT_EQ(ov_domain_is_compiled(domain), 0);
   ov_domain_delete(domain);
+  // A potential beyond float has no normaliser either (found by fuzzing).
+  std::string infinite(text);
+  infinite.replace(infinite.find("0 0 0 0"), 7, "1e39 0 0 0");
+  domain = ov_net_parse_from_string(infinite.c_str(), nullptr);
+  ASSERT_NE(domain, nullptr);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_overflow);
+  ov_domain_delete(domain);
 }
 
 } // namespace
