@@ -169,23 +169,6 @@ ov_status_t make_potential_table(NetParser &p, NodeList &list, std::uint32_t chi
   return set_error(ov_error_none);
 }
 
-// The experience (kind 2) or fading (kind 3) table of a node, made on first
-// use over the nodes of its table without the node itself.
-Table *learning_table(Node *node, std::int32_t kind) {
-  Table *&slot = kind == ov_table_kind_experience ? node->experience_table : node->fading_table;
-  if (slot != nullptr) return slot;
-  Table *own = node_table(node);
-  if (own == nullptr) return nullptr;
-  NodeList nodes;
-  for (Node *member : own->nodes)
-    if (member != node) nodes.push_back(member);
-  Table *table = table_new(node->home, nodes.data(), kind, role_plain, false, true);
-  if (table == nullptr) return nullptr;
-  table->owner = node;
-  slot = table;
-  return table;
-}
-
 // `model_nodes = ( names );` after the `=`.
 ov_status_t read_model_nodes(NetParser &p, Node *child) {
   if (net_expect(p, '(') != ov_error_none) return ov_error_code();
@@ -489,7 +472,7 @@ ov_status_t parse_potential(NetParser &p) {
       bool &seen = experience ? experience_seen : fading_seen;
       if (seen) return net_hard(p, ov_error_parse, "`%s' attribute specified twice", what);
       seen = true;
-      Table *learned = learning_table(child, experience ? ov_table_kind_experience : ov_table_kind_fading);
+      Table *learned = node_learning_table(child, experience ? ov_table_kind_experience : ov_table_kind_fading);
       if (learned == nullptr) return net_api_error(p);
       if ((status = net_expect(p, '=')) == ov_error_none && (status = read_table_data(p, learned)) == ov_error_none)
         status = net_expect(p, ';');

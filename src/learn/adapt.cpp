@@ -12,21 +12,6 @@
 
 namespace orvel {
 
-Table *node_learning_table(Node *node, std::int32_t kind) {
-  Table *&slot = kind == ov_table_kind_experience ? node->experience_table : node->fading_table;
-  if (slot != nullptr) return slot;
-  Table *own = node_table(node);
-  if (own == nullptr) return nullptr;
-  NodeList nodes;
-  for (Node *member : own->nodes)
-    if (member != node) nodes.push_back(member);
-  Table *table = table_new(node->home, nodes.data(), kind, role_plain, false, true);
-  if (table == nullptr) return nullptr;
-  table->owner = node;
-  slot = table;
-  return table;
-}
-
 namespace {
 
 // What adapting one configuration reads: the posterior q of its states

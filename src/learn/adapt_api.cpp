@@ -1,6 +1,7 @@
 // Exported calls of sequential adaptation and its tables.
 #include "api/boundary.h"
 #include "learn/adapt.h"
+#include "table/table.h"
 
 using namespace orvel;
 

@@ -106,5 +106,9 @@ bool table_reorder_is_valid(const Table *table, Node *const *order) noexcept;
 ov_status_t table_reorder_nodes(Table *table, const NodeList &order);
 // The node's table, built at first need.
 Table *node_table(Node *node);
+// The experience (ov_table_kind_experience) or fading (ov_table_kind_fading)
+// table of a discrete chance node, made on first use over the nodes of its
+// table without the node itself; null on failure.
+Table *node_learning_table(Node *node, std::int32_t kind);
 
 } // namespace orvel

@@ -53,29 +53,7 @@ TEST(Bif, FilesOfOtherToolsReadAsTheirNetTwins) {
 }
 
 TEST(Bif, EverySharedNetworkGoesToBifAndBack) {
-  const std::string bif_file = temp_file("orvel_bif_round_trip.bif");
-  const std::string net_file = temp_file("orvel_bif_round_trip.net");
-  int networks = 0;
-  for (const auto &entry : fs::directory_iterator(ORVEL_NETWORKS)) {
-    if (entry.path().extension() != ".net") continue;
-    const std::string name = entry.path().stem().string();
-    ov_domain_t first = ov_net_parse_domain(entry.path().c_str(), nullptr, nullptr);
-    ASSERT_NE(first, nullptr) << name;
-    ASSERT_EQ(ov_domain_save_as_bif(first, bif_file.c_str()), ov_error_none) << name;
-    ov_domain_t bif = ov_bif_parse_domain(bif_file.c_str(), nullptr, nullptr);
-    ASSERT_NE(bif, nullptr) << name;
-    expect_same_network(first, bif, 0.0, name + " as BIF");
-    ASSERT_EQ(ov_domain_save_as_net(bif, net_file.c_str()), ov_error_none) << name;
-    ov_domain_t back = ov_net_parse_domain(net_file.c_str(), nullptr, nullptr);
-    ASSERT_NE(back, nullptr) << name;
-    // The NET writer prints six significant digits.
-    expect_same_network(first, back, 1e-6, name + " back as NET");
-    for (ov_domain_t d : {first, bif, back}) ov_domain_delete(d);
-    ++networks;
-  }
-  EXPECT_EQ(networks, 18);
-  std::remove(bif_file.c_str());
-  std::remove(net_file.c_str());
+  orvel::test::expect_shared_networks_round_trip("bif", ov_domain_save_as_bif, ov_bif_parse_domain);
 }
 
 // Rows in any order and by label, a default for the rows not listed, a whole

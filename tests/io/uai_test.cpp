@@ -26,29 +26,7 @@ void collect(uint32_t, ov_string_t message, void *data) {
 std::string temp_file(const std::string &name) { return (fs::temp_directory_path() / name).string(); }
 
 TEST(Uai, EverySharedNetworkGoesToUaiAndBack) {
-  const std::string uai_file = temp_file("orvel_uai_round_trip.uai");
-  const std::string net_file = temp_file("orvel_uai_round_trip.net");
-  int networks = 0;
-  for (const auto &entry : fs::directory_iterator(ORVEL_NETWORKS)) {
-    if (entry.path().extension() != ".net") continue;
-    const std::string name = entry.path().stem().string();
-    ov_domain_t first = ov_net_parse_domain(entry.path().c_str(), nullptr, nullptr);
-    ASSERT_NE(first, nullptr) << name;
-    ASSERT_EQ(ov_domain_save_as_uai(first, uai_file.c_str()), ov_error_none) << name;
-    ov_domain_t uai = ov_uai_parse_domain(uai_file.c_str(), nullptr, nullptr);
-    ASSERT_NE(uai, nullptr) << name;
-    expect_same_network(first, uai, 0.0, name + " as UAI", true);
-    ASSERT_EQ(ov_domain_save_as_net(uai, net_file.c_str()), ov_error_none) << name;
-    ov_domain_t back = ov_net_parse_domain(net_file.c_str(), nullptr, nullptr);
-    ASSERT_NE(back, nullptr) << name;
-    // The NET writer prints six significant digits.
-    expect_same_network(uai, back, 1e-6, name + " back as NET");
-    for (ov_domain_t d : {first, uai, back}) ov_domain_delete(d);
-    ++networks;
-  }
-  EXPECT_EQ(networks, 18);
-  std::remove(uai_file.c_str());
-  std::remove(net_file.c_str());
+  orvel::test::expect_shared_networks_round_trip("uai", ov_domain_save_as_uai, ov_uai_parse_domain, true);
 }
 
 // A hand-written file: the child is the last variable of its scope whatever

@@ -13,39 +13,14 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using orvel::test::expect_same_network;
 
 void collect(uint32_t, ov_string_t message, void *data) {
   static_cast<std::vector<std::string> *>(data)->push_back(message);
 }
 
-std::string temp_file(const std::string &name) { return (fs::temp_directory_path() / name).string(); }
-
 TEST(Xmlbif, EverySharedNetworkGoesToXmlbifAndBack) {
-  const std::string xml_file = temp_file("orvel_xmlbif_round_trip.xml");
-  const std::string net_file = temp_file("orvel_xmlbif_round_trip.net");
-  int networks = 0;
-  for (const auto &entry : fs::directory_iterator(ORVEL_NETWORKS)) {
-    if (entry.path().extension() != ".net") continue;
-    const std::string name = entry.path().stem().string();
-    ov_domain_t first = ov_net_parse_domain(entry.path().c_str(), nullptr, nullptr);
-    ASSERT_NE(first, nullptr) << name;
-    ASSERT_EQ(ov_domain_save_as_xmlbif(first, xml_file.c_str()), ov_error_none) << name;
-    ov_domain_t xml = ov_xmlbif_parse_domain(xml_file.c_str(), nullptr, nullptr);
-    ASSERT_NE(xml, nullptr) << name;
-    expect_same_network(first, xml, 0.0, name + " as XMLBIF");
-    ASSERT_EQ(ov_domain_save_as_net(xml, net_file.c_str()), ov_error_none) << name;
-    ov_domain_t back = ov_net_parse_domain(net_file.c_str(), nullptr, nullptr);
-    ASSERT_NE(back, nullptr) << name;
-    // The NET writer prints six significant digits.
-    expect_same_network(first, back, 1e-6, name + " back as NET");
-    for (ov_domain_t d : {first, xml, back}) ov_domain_delete(d);
-    ++networks;
-  }
-  EXPECT_EQ(networks, 18);
-  std::remove(xml_file.c_str());
-  std::remove(net_file.c_str());
+  orvel::test::expect_shared_networks_round_trip("xml", ov_domain_save_as_xmlbif, ov_xmlbif_parse_domain);
 }
 
 // The layout other tools write: the child's state fastest, then the last
