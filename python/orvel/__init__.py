@@ -77,14 +77,15 @@ class Domain(_orvel.Domain):
 
     def new_node(self, name, states, parents=(), table=None, category="chance"):
         """Adds a discrete node with the given state labels and parents (names or
-        Nodes) and, optionally, its table (see Node.table); returns the Node.
+        Nodes, which keep this order: the first is the table's first axis) and, optionally, its table (see Node.table); returns the Node.
         category is 'chance', 'decision' or 'utility' (a utility node has no
         states: pass states=())."""
         node = self._new_node(category)
         node.name = name
         if category != "utility":
             node.states = list(states)
-        for parent in parents:
+        # a new parent goes first: add them last to first to keep their order
+        for parent in reversed(list(parents)):
             node.add_parent(parent if isinstance(parent, Node) else self.node(parent))
         if table is not None:
             node.table = table
