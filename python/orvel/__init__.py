@@ -124,29 +124,7 @@ class Domain(_orvel.Domain):
     def _codes(self, frame, names):
         """State indices of a frame's columns: labels, or integer state indices;
         -1 where a cell is missing."""
-        import pandas as pd
-
-        codes = np.full((len(frame), len(names)), -1, dtype=np.int32)
-        for j, name in enumerate(names):
-            node = self.node(name)
-            column = frame[name]
-            present = column.notna().to_numpy()
-            if pd.api.types.is_numeric_dtype(column) and not pd.api.types.is_bool_dtype(column):
-                values = column.to_numpy(dtype=float, na_value=np.nan)[present]
-                bad = (values < 0) | (values >= node.number_of_states) | (values != np.floor(values))
-                if bad.any():
-                    state = "#%g" % values[bad][0]
-                    raise _usage("node '%s' has no state %s" % (name, state), name, state)
-                codes[present, j] = values.astype(np.int32)
-            else:
-                cells = pd.Categorical(column.astype(object).where(column.notna(), None), categories=node.states)
-                found = np.asarray(cells.codes, dtype=np.int32)
-                bad = present & (found < 0)
-                if bad.any():
-                    state = str(column[bad].iloc[0])
-                    raise _usage("node '%s' has no state '%s'" % (name, state), name, state)
-                codes[:, j] = found
-        return codes
+        return self._encode(names, [frame[name].to_numpy(dtype=object) for name in names])
 
     def beliefs_batch(self, evidence_frame, nodes=None, threads=1, equilibrium="sum"):
         """Answers one query per row of `evidence_frame` (columns: node names;

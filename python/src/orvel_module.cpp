@@ -15,6 +15,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -254,6 +255,53 @@ void save(const Domain &dom, const std::string &path, const std::string &format)
   else
     fail(ov_error_usage, "unknown format '" + format + "'");
   check(s, "saving " + path);
+}
+
+// State indices of the cells of columns of Python objects, one column per
+// named node: a label, a state index (an integer or integral float), or None
+// or NaN for no state (-1). Labels are compared as UTF-8 bytes.
+py::array_t<int32_t> encode(const Domain &dom, const std::vector<std::string> &names, const py::list &columns) {
+  if (columns.size() != names.size()) fail(ov_error_usage, "one column per node");
+  const py::ssize_t rows = names.empty() ? 0 : py::len(columns[0]);
+  py::array_t<int32_t> out({rows, static_cast<py::ssize_t>(names.size())});
+  auto w = out.mutable_unchecked<2>();
+  for (size_t j = 0; j < names.size(); ++j) {
+    ov_node_t n = find_node(dom, names[j]);
+    const std::vector<std::string> labels = state_labels(n);
+    const auto count = static_cast<long long>(labels.size());
+    py::sequence column = columns[j];
+    if (py::len(column) != static_cast<size_t>(rows)) fail(ov_error_usage, "columns of different lengths");
+    auto bad = [&](const std::string &state) {
+      LibraryError e(ov_error_usage, "node '" + names[j] + "' has no state '" + state + "'");
+      e.node = names[j];
+      e.state = state;
+      throw e;
+    };
+    for (py::ssize_t r = 0; r < rows; ++r) {
+      PyObject *cell = PySequence_Fast_GET_ITEM(column.ptr(), r);
+      int32_t state = -1;
+      if (PyUnicode_Check(cell)) {
+        Py_ssize_t size = 0;
+        const char *utf8 = PyUnicode_AsUTF8AndSize(cell, &size);
+        if (utf8 == nullptr) throw py::error_already_set();
+        const std::string_view label(utf8, static_cast<size_t>(size));
+        auto at = std::find(labels.begin(), labels.end(), label);
+        if (at == labels.end()) bad(std::string(label));
+        state = static_cast<int32_t>(at - labels.begin());
+      } else if (cell != Py_None) {
+        const double value = py::handle(cell).cast<double>();
+        if (std::isnan(value)) {
+          w(r, j) = -1;
+          continue;
+        }
+        if (value < 0 || value >= static_cast<double>(count) || value != std::floor(value))
+          bad("#" + py::str(py::handle(cell)).cast<std::string>());
+        state = static_cast<int32_t>(value);
+      }
+      w(r, j) = state;
+    }
+  }
+  return out;
 }
 
 // One query per row of `codes` (rows x evidence nodes, a state index or -1
@@ -675,7 +723,16 @@ PYBIND11_MODULE(_orvel, m) {
            [](const Domain &self, const std::string &path, int form) {
              check(ov_domain_save_as_dot(self.d(), path.c_str(), static_cast<ov_dot_form_t>(form)), "dot");
            })
-      .def("_batch", &batch);
+      .def("_batch", &batch)
+      .def("_encode", [](const Domain &self, const std::vector<std::string> &names, const py::list &columns) {
+        py::list cols;
+        for (auto column : columns) {
+          PyObject *seq = PySequence_Fast(column.ptr(), "a column must be a sequence");
+          if (seq == nullptr) throw py::error_already_set();
+          cols.append(py::reinterpret_steal<py::object>(seq));
+        }
+        return encode(self, names, cols);
+      });
 
   m.def("_load", &load, py::arg("path"), py::arg("format"));
   m.def(
