@@ -14,17 +14,18 @@ import numpy as np
 
 from . import Domain
 
-__all__ = ["beliefs", "column_names"]
+__all__ = ["beliefs", "column_names", "learn_tables"]
 
 _domains = {}
 
 
-def _domain(path):
-    """The compiled domain of a network file, read once per process."""
-    key = os.path.abspath(path)
+def _domain(path, purpose="beliefs"):
+    """The compiled domain of a network file, read once per process (and
+    purpose: EM changes the tables of its own copy)."""
+    key = (os.path.abspath(path), purpose)
     domain = _domains.get(key)
     if domain is None:
-        domain = Domain.load(key)
+        domain = Domain.load(key[0])
         domain.compile()
         _domains[key] = domain
     return domain
@@ -62,3 +63,43 @@ def beliefs(ddf, network_path, nodes=None, threads=1):
     path = os.path.abspath(os.fspath(network_path))
     meta = pd.DataFrame({c: pd.Series([], dtype=float) for c in column_names(path, nodes)})
     return ddf.map_partitions(_partition, path, nodes, threads, meta=meta)
+
+
+def _expected_counts(frame, network_path, tables):
+    domain = _domain(network_path, "em")
+    for name, table in tables.items():
+        domain.node(name).table = table
+    names = [str(c) for c in frame.columns]
+    return domain._expected_counts(names, domain._codes(frame, names))
+
+
+def learn_tables(ddf, network_path, max_iterations=100, tolerance=1e-4):
+    """EM over the rows of a Dask DataFrame of cases (columns: node names; cells:
+    labels or state indices; NaN/None missing): the E-step on the workers, each
+    partition's expected family counts summed in the driver, the M-step (the
+    counts normalised per parent configuration) in the driver. Starts from the
+    network's tables, stops when the relative change of the log-likelihood is
+    within `tolerance` or after `max_iterations`. Returns the driver's
+    compiled Domain with the learned tables and the final log-likelihood (of
+    the tables before the last M-step)."""
+    import dask
+
+    path = os.path.abspath(os.fspath(network_path))
+    domain = Domain.load(path)
+    domain.compile()
+    parts = ddf.to_delayed()
+    previous = None
+    log_likelihood = None
+    for _ in range(max_iterations):
+        tables = {n.name: n.table for n in domain.nodes if n.category == "chance"}
+        results = dask.compute(*[dask.delayed(_expected_counts)(p, path, tables) for p in parts])
+        log_likelihood = sum(r[1] for r in results)
+        for name in tables:
+            counts = sum(r[0][name] for r in results)
+            totals = counts.sum(axis=-1, keepdims=True)
+            # a parent configuration no case reaches keeps its distribution
+            domain.node(name).table = np.where(totals > 0, counts / np.where(totals > 0, totals, 1), tables[name])
+        if previous is not None and abs(log_likelihood - previous) <= tolerance * abs(log_likelihood):
+            break
+        previous = log_likelihood
+    return domain, log_likelihood

@@ -379,6 +379,63 @@ py::list batch(const Domain &dom, const std::vector<std::string> &evidence_nodes
   return results;
 }
 
+// The E-step of EM over rows of evidence (as in batch): for each discrete
+// chance node, the sum over the rows of the posterior of its family (parents
+// first, the node last), and the sum of the rows' log-probabilities. A row
+// with impossible evidence fails with inconsistency_or_underflow.
+py::tuple expected_counts(const Domain &dom, const std::vector<std::string> &evidence_nodes,
+                          py::array_t<int32_t, py::array::c_style | py::array::forcecast> codes) {
+  if (ov_domain_is_compiled(dom.d()) != 1) fail(ov_error_not_compiled, "expected counts");
+  if (codes.ndim() != 2 || codes.shape(1) != static_cast<py::ssize_t>(evidence_nodes.size()))
+    fail(ov_error_usage, "evidence codes do not match the evidence nodes");
+  std::vector<ov_node_t> in;
+  for (const auto &name : evidence_nodes) in.push_back(find_node(dom, name));
+  std::vector<std::vector<ov_node_t>> families;
+  std::vector<std::vector<double>> sums;
+  py::list names;
+  for (ov_node_t n : node_list(dom.d())) {
+    if (ov_node_get_category(n) != ov_category_chance || ov_node_get_kind(n) != ov_kind_discrete) continue;
+    std::vector<ov_node_t> family = null_terminated(ov_node_get_parents(n));
+    family.push_back(n);
+    family.push_back(nullptr);
+    families.push_back(std::move(family));
+    names.append(text(ov_node_get_name(n)));
+  }
+  sums.resize(families.size());
+  auto c = codes.unchecked<2>();
+  double log_likelihood = 0;
+  for (py::ssize_t r = 0; r < codes.shape(0); ++r) {
+    check(ov_domain_retract_findings(dom.d()), "retract");
+    for (size_t j = 0; j < in.size(); ++j)
+      if (c(r, j) >= 0) check(ov_node_select_state(in[j], c(r, j)), "evidence");
+    check(ov_domain_propagate(dom.d(), ov_equilibrium_sum, ov_mode_normal), "row " + std::to_string(r));
+    log_likelihood += ov_domain_get_log_normalization_constant(dom.d());
+    for (size_t f = 0; f < families.size(); ++f) {
+      ov_table_t t = ov_domain_get_marginal(dom.d(), families[f].data());
+      if (t == nullptr) fail(last_code(), "marginal");
+      ov_status_t s = ov_table_reorder_nodes(t, families[f].data());
+      if (s == ov_error_none) {
+        const ov_number_t *data = ov_table_get_data(t);
+        const auto size = static_cast<size_t>(ov_table_get_size(t));
+        sums[f].resize(size, 0.0);
+        for (size_t i = 0; i < size; ++i) sums[f][i] += data[i];
+      }
+      ov_table_delete(t);
+      check(s, "marginal");
+    }
+  }
+  py::dict counts;
+  for (size_t f = 0; f < families.size(); ++f) {
+    std::vector<py::ssize_t> shape;
+    for (size_t i = 0; i + 1 < families[f].size(); ++i) shape.push_back(ov_node_get_number_of_states(families[f][i]));
+    py::array_t<double> a(shape);
+    std::fill(a.mutable_data(), a.mutable_data() + a.size(), 0.0);
+    std::copy(sums[f].begin(), sums[f].end(), a.mutable_data());
+    counts[names[f]] = a;
+  }
+  return py::make_tuple(counts, log_likelihood);
+}
+
 // Stores cases from a matrix of state indices (rows x nodes, -1 missing),
 // replacing the domain's cases.
 void set_cases(const Domain &dom, const std::vector<std::string> &names,
@@ -724,6 +781,7 @@ PYBIND11_MODULE(_orvel, m) {
              check(ov_domain_save_as_dot(self.d(), path.c_str(), static_cast<ov_dot_form_t>(form)), "dot");
            })
       .def("_batch", &batch)
+      .def("_expected_counts", &expected_counts)
       .def("_encode", [](const Domain &self, const std::vector<std::string> &names, const py::list &columns) {
         py::list cols;
         for (auto column : columns) {
