@@ -332,14 +332,14 @@ py::list batch(const Domain &dom, const std::vector<std::string> &evidence_nodes
   const size_t count = static_cast<size_t>(std::clamp<py::ssize_t>(threads, 1, std::max<py::ssize_t>(rows, 1)));
   std::vector<ov_domain_t> clones(count, nullptr);
   std::vector<ov_error_t> errors(count, ov_error_none);
+  // The clones are taken with the GIL held, one after the other, so that no
+  // other Python thread uses the source meanwhile.
+  for (size_t t = 0; t < count; ++t) {
+    clones[t] = ov_domain_clone(dom.d());
+    if (clones[t] == nullptr) errors[t] = last_code();
+  }
   {
     py::gil_scoped_release release;
-    // Clones are taken one after the other: the source may not be used by
-    // two threads at once.
-    for (size_t t = 0; t < count; ++t) {
-      clones[t] = ov_domain_clone(dom.d());
-      if (clones[t] == nullptr) errors[t] = last_code();
-    }
     auto work = [&](size_t t) {
       ov_domain_t c = clones[t];
       if (c == nullptr) return;
