@@ -77,7 +77,8 @@ class Domain(_orvel.Domain):
 
     def new_node(self, name, states, parents=(), table=None, category="chance"):
         """Adds a discrete node with the given state labels and parents (names or
-        Nodes, which keep this order: the first is the table's first axis) and, optionally, its table (see Node.table); returns the Node.
+        Nodes, which keep this order: the first is the table's first axis) and,
+        optionally, its table (see Node.table); returns the Node.
         category is 'chance', 'decision' or 'utility' (a utility node has no
         states: pass states=())."""
         node = self._new_node(category)
