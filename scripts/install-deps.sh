@@ -2,7 +2,11 @@
 # Installs the build and test dependencies from Debian's packages.
 set -euo pipefail
 packages=(build-essential cmake ninja-build zlib1g-dev libexpat1-dev libgtest-dev libgmock-dev libbenchmark-dev clang
-  libclang-rt-dev clang-format locales pkg-config)
+  libclang-rt-dev clang-format locales pkg-config
+  # the Python package (python/): Debian's interpreter, pybind11 and numpy to build it,
+  # pandas, Dask, distributed and matplotlib for its frames, clusters and plots, pytest
+  python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pandas python3-pytest python3-dask
+  python3-distributed python3-matplotlib)
 # Optional: `install-deps.sh --reference-tools` also installs python3-mpmath, which
 # scripts/distribution-reference.py needs to regenerate
 # tests/data/distribution_reference.tsv. The tests themselves do not need it.

@@ -4,7 +4,8 @@
 # runs every test, installs the build and builds a client against it, runs
 # the fuzz targets for a bounded time, then builds again under
 # AddressSanitizer and UndefinedBehaviorSanitizer and runs every test there
-# too. For a quick build and test while working, use scripts/check.sh.
+# too (without the Python package: an interpreter under the sanitizers is
+# more trouble than help). For a quick build and test while working, use scripts/check.sh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -16,7 +17,7 @@ git ls-files '*.c' '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 bash scripts/check-layers.sh
 bash scripts/check-includes.sh
 
-cmake -S . -B build-ci -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVEL_WERROR=ON
+cmake -S . -B build-ci -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVEL_WERROR=ON -DORVEL_BUILD_PYTHON=ON
 cmake --build build-ci -j "$jobs"
 ctest --test-dir build-ci --output-on-failure -j "$jobs"
 bash scripts/install-check.sh build-ci
@@ -25,7 +26,7 @@ bash scripts/install-check.sh build-ci
 bash scripts/fuzz.sh "${ORVEL_FUZZ_SECONDS:-60}"
 
 cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug -DORVEL_WERROR=ON -DORVEL_SANITIZE=ON \
-  -DORVEL_BUILD_BENCH=OFF
+  -DORVEL_BUILD_BENCH=OFF -DORVEL_BUILD_PYTHON=OFF
 cmake --build build-sanitize -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-sanitize --output-on-failure -j "$jobs"
