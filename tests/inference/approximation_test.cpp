@@ -9,9 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "brute_force.h"
 #include "orvel.h"
 
 namespace {
+
+using orvel::test::brute_marginal;
+using orvel::test::Findings;
+using orvel::test::RandomNetwork;
 
 ov_domain_t load(const char *name) {
   ov_domain_t d = ov_net_parse_domain((std::string(ORVEL_NETWORKS "/") + name).c_str(), nullptr, nullptr);
@@ -85,6 +90,45 @@ TEST(Approximation, BeliefsStayWithinTheBoundUnderRandomEvidence) {
     ov_domain_delete(exact);
     ov_domain_delete(approximate);
   }
+}
+
+// Small random networks, some with several junction trees, against exact
+// beliefs by enumeration, with larger epsilons.
+TEST(Approximation, RandomNetworksStayWithinTheBoundOfTheExactBeliefs) {
+  std::mt19937 rng(11);
+  int forests = 0, compared = 0;
+  for (int round = 0; round < 40; ++round) {
+    RandomNetwork net = RandomNetwork::make(rng, 10);
+    ASSERT_EQ(ov_domain_compile(net.domain), ov_error_none);
+    int trees = 0;
+    for (ov_junction_tree_t t = ov_domain_get_first_junction_tree(net.domain); t != nullptr; t = ov_jt_get_next(t))
+      ++trees;
+    forests += trees > 1 ? 1 : 0;
+    const double epsilon = 0.02 * (1 + round % 10);
+    const double removed = ov_domain_approximate(net.domain, epsilon);
+    ASSERT_GE(removed, 0.0);
+    Findings findings = orvel::test::no_findings(net);
+    for (int k = 0; k < round % 4; ++k) {
+      const std::size_t v = rng() % net.nodes.size();
+      const ov_index_t s = static_cast<ov_index_t>(rng() % net.states[v]);
+      ASSERT_EQ(ov_node_select_state(net.nodes[v], s), ov_error_none);
+      std::fill(findings[v].begin(), findings[v].end(), 0.0f);
+      findings[v][s] = 1.0f;
+    }
+    if (ov_domain_propagate(net.domain, ov_equilibrium_sum, ov_mode_normal) != ov_error_none) continue;
+    const double bound = removed / ((1.0 - removed) * ov_domain_get_normalization_constant(net.domain));
+    const std::vector<bool> skip(net.nodes.size(), false);
+    for (std::size_t i = 0; i < net.nodes.size(); ++i) {
+      double scale = 0.0;
+      const std::vector<double> exact = brute_marginal(net, findings, {static_cast<int>(i)}, skip, false, &scale);
+      for (std::uint32_t s = 0; s < net.states[i]; ++s)
+        EXPECT_LE(std::fabs(ov_node_get_belief(net.nodes[i], s) - exact[s] / scale), bound + 2e-6)
+            << "round " << round << " node " << i << " state " << s;
+    }
+    ++compared;
+  }
+  EXPECT_GE(compared, 30);
+  EXPECT_GT(forests, 0) << "some network has several junction trees";
 }
 
 TEST(Approximation, ZeroEpsilonChangesNothingAndRefusals) {
