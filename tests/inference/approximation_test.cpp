@@ -131,10 +131,21 @@ TEST(Approximation, RandomNetworksStayWithinTheBoundOfTheExactBeliefs) {
   EXPECT_GT(forests, 0) << "some network has several junction trees";
 }
 
-TEST(Approximation, ZeroEpsilonChangesNothingAndRefusals) {
+TEST(Approximation, ZeroEpsilonChangesNothingTheMemoryKeepsItAndRefusals) {
   ov_domain_t d = load("asia.net"), exact = load("asia.net");
   EXPECT_EQ(ov_domain_approximate(d, 0.0), 0.0);
   EXPECT_EQ(largest_change(exact, d), 0.0);
+  // Saving the table memory with evidence propagated keeps the approximated
+  // initial tables.
+  ov_domain_t copy = load("asia.net");
+  ASSERT_GT(ov_domain_approximate(d, 0.05), 0.0);
+  ASSERT_GT(ov_domain_approximate(copy, 0.05), 0.0);
+  ASSERT_EQ(ov_node_select_state(ov_domain_get_node_by_name(d, "xray"), 0), ov_error_none);
+  ASSERT_EQ(ov_domain_propagate(d, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  ASSERT_EQ(ov_domain_save_to_memory(d), ov_error_none);
+  ASSERT_EQ(ov_domain_initialize(d), ov_error_none);
+  EXPECT_EQ(largest_change(copy, d), 0.0);
+  ov_domain_delete(copy);
   for (double bad : {-0.1, 1.0, std::nan("")}) {
     EXPECT_EQ(ov_domain_approximate(d, bad), -1.0);
     EXPECT_EQ(ov_error_code(), ov_error_usage);
