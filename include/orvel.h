@@ -684,9 +684,10 @@ OV_API ov_status_t ov_domain_save_to_memory(ov_domain_t domain);
  * differs from the exact one by at most d / ((1 - d) * c), which is at
  * least d / P(e) for the exact probability P(e) of the evidence (the beliefs
  * are the exact ones conditioned on avoiding the removed cells, which have
- * probability at most d / P(e) given e). A change of a
- * node table, or a new compilation, brings the exact tables back. usage for
- * domains with decision, utility or continuous nodes; compressed. */
+ * probability at most d / P(e) given e). A change of a node table,
+ * ov_domain_reclaim_memory_tables or a new compilation brings the exact
+ * tables back from the next initialisation of a tree on. usage for domains with decision, utility or continuous nodes;
+ * compressed. */
 OV_API ov_double_t ov_domain_approximate(ov_domain_t domain, ov_double_t epsilon);
 
 /* ------------------------------------------------------------------------

@@ -297,7 +297,9 @@ void name_by_source(ov_domain_t domain) {
     for (ov_node_t *source = ov_node_get_source(node); source != nullptr && *source != nullptr; ++source) {
       ov_string_t part = ov_node_get_name(*source);
       if (part == nullptr) break;
-      name += (name.empty() ? "" : "_") + std::string(part);
+      // Appended piece by piece: GCC 12 warns falsely on literal + string at -O3.
+      if (!name.empty()) name += '_';
+      name += part;
     }
     if (!name.empty() && ov_domain_get_node_by_name(domain, name.c_str()) == nullptr)
       ov_node_set_name(node, name.c_str());
