@@ -669,6 +669,28 @@ OV_API int ov_jt_tables_to_propagate(ov_junction_tree_t tree);
 OV_API ov_status_t ov_domain_save_to_memory(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
+ * Approximation and compression (src/inference/compression_api.cpp)
+ * ------------------------------------------------------------------------ */
+
+/* Zeroes, clique by clique, the smallest cells of the initial tables (those
+ * without evidence) whose sum is at most epsilon (0 <= epsilon < 1) of the
+ * clique's total, brings each tree to equilibrium again and keeps the result
+ * in the table memory, which later propagations start from. Returns the
+ * probability mass d of the joint distribution that was removed (at most
+ * epsilon times the number of cliques), or -1.0. Every tree is left at its
+ * initial equilibrium; entered findings wait for the next propagation.
+ * Error bound: with findings of values at most 1 propagated at sum
+ * equilibrium and c the normalisation constant then reported, every belief
+ * differs from the exact one by at most d / ((1 - d) * c), which is at
+ * least d / P(e) for the exact probability P(e) of the evidence (the beliefs
+ * are the exact ones conditioned on avoiding the removed cells, which have
+ * probability at most d / P(e) given e). A change of a node table,
+ * ov_domain_reclaim_memory_tables or a new compilation brings the exact
+ * tables back from the next initialisation of a tree on. usage for domains with decision, utility or continuous nodes;
+ * compressed. */
+OV_API ov_double_t ov_domain_approximate(ov_domain_t domain, ov_double_t epsilon);
+
+/* ------------------------------------------------------------------------
  * Results (src/inference/results_api.cpp)
  * ------------------------------------------------------------------------ */
 

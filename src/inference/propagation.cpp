@@ -352,7 +352,8 @@ ov_status_t save_initial_tables(JunctionTree *tree) {
 // them. Saving is allowed when every tree is at sum equilibrium, and in
 // normal mode or without propagated evidence. A tree without evidence in
 // its tables is copied as it stands. A tree whose tables hold normal-mode
-// evidence is initialised afresh to get its initial tables, and then given
+// evidence keeps what the memory holds for it, if there is memory; else it
+// is initialised afresh to get its initial tables, and then given
 // back its tables and evidence state, so that the call changes nothing the
 // caller can query (beliefs, constants, the evidence counted as
 // propagated). A tree whose node tables changed is copied as it stands:
@@ -388,7 +389,12 @@ ov_status_t domain_save_to_memory(Domain *domain) {
     cg = size_add(cg, size_multiply(table->size, table->cg_stride));
     kinds = size_add(kinds, table->continuous_count);
   }
-  if (!domain->forest->memory_table_data) {
+  // Memory that exists already holds the initial tables of every tree whose
+  // node tables have not changed since: each initialisation restored them
+  // from it, or saved them to it. They may differ from what the node tables
+  // give (approximation), so they are kept rather than made afresh.
+  const bool had_memory = static_cast<bool>(domain->forest->memory_table_data);
+  if (!had_memory) {
     Buffer<ov_number_t> new_data = alloc_array<ov_number_t>(data);
     if (!new_data) return ov_error_code();
     Buffer<double> new_cg;
@@ -413,6 +419,8 @@ ov_status_t domain_save_to_memory(Domain *domain) {
   for (auto &tree : domain->forest->junction_trees) {
     if (!tree->evidence_propagated || tree->evidence_mode != ov_mode_normal || tree->tables_changed) {
       save_tables(tree.get());
+    } else if (had_memory) {
+      continue;
     } else if (save_initial_tables(tree.get()) != ov_error_none) {
       // No half-filled memory stays behind to be restored later.
       const ov_status_t code = ov_error_code();

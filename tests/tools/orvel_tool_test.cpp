@@ -215,6 +215,22 @@ TEST(OrvelTool, CompileSummaryAndConvert) {
   run = run_tool("compile " + insurance + " --method best");
   EXPECT_NE(run.out.find("method: best (total-weight)\n"), std::string::npos) << run.out;
   EXPECT_EQ(total_of(run), searched);
+  // --approximate removes the mass the library call removes, and cells with it.
+  run = run_tool("compile " + insurance + " --approximate 0.01");
+  ASSERT_EQ(run.status, 0) << run.err;
+  double removed = 0, before = 0, after = 0;
+  auto at = run.out.find("approximation: epsilon 0.01, mass removed ");
+  ASSERT_NE(at, std::string::npos) << run.out;
+  removed = std::stod(run.out.substr(at + 42));
+  ASSERT_EQ(std::sscanf(run.out.c_str() + run.out.find("non-zero clique cells: "),
+                        "non-zero clique cells: %lf before, %lf after", &before, &after),
+            2);
+  EXPECT_LT(after, before);
+  ov_domain_t reference = ov_net_parse_domain(insurance.c_str(), nullptr, nullptr);
+  ASSERT_EQ(ov_domain_triangulate(reference, ov_tm_fill_in_weight), ov_error_none);
+  ASSERT_EQ(ov_domain_compile(reference), ov_error_none);
+  EXPECT_NEAR(removed, ov_domain_approximate(reference, 0.01), 1e-5 * removed);
+  ov_domain_delete(reference);
   std::string out = testing::TempDir() + "sprinkler_copy.net";
   run = run_tool("convert " + example("sprinkler.net") + " " + out);
   ASSERT_EQ(run.status, 0) << run.err;
@@ -285,6 +301,7 @@ TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
       {"marginal " + comment + " A", 2, "comment.net: no nodes in the network\n"},
       {"compile " + testing::TempDir(), 2, ": is a directory\n"},
       {"compile " + net + " --method optimal", 1, "unknown method"},
+      {"compile " + net + " --approximate 1", 1, "--approximate needs a mass from 0 up to but not including 1"},
       {"beliefs " + example("oil_wildcatter.net") + " --max", 2, "usage"},
   };
   for (const Case &c : cases) {
