@@ -292,13 +292,19 @@ CgPotential marginal(const CgPotential &p, const std::vector<Node *> &discrete, 
   return sum_discrete(integrate(p, continuous), discrete);
 }
 
-// The table of a discrete chance node.
+// The table of a discrete chance node, each row scaled in double to sum
+// to 1, as the engine normalises the float rows.
 CgPotential discrete_factor(Node *node) {
   const Table *table = node_table(node);
   CgPotential p = unit_potential(std::vector<Node *>(table->nodes.begin(), table->nodes.end()), {});
-  for (std::size_t i = 0; i < p.g.size(); ++i) {
-    const double x = table->data[i];
-    p.g[i] = x > 0.0 ? std::log(x) : minus_infinity;
+  const std::size_t n = node->state_count;
+  for (std::size_t row = 0; row < p.g.size(); row += n) {
+    double total = 0.0;
+    for (std::size_t i = row; i < row + n; ++i) total += table->data[i];
+    for (std::size_t i = row; i < row + n; ++i) {
+      const double x = table->data[i];
+      p.g[i] = x > 0.0 ? std::log(x / total) : minus_infinity;
+    }
   }
   return p;
 }
