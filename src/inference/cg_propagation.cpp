@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <unordered_map>
 #include <vector>
@@ -392,7 +393,10 @@ struct Solver {
   }
 };
 
-void solve(JunctionTree *tree) {
+// The potentials of the tree's cliques with its node tables and
+// propagated findings; `fixed`, when given, replaces each discrete node's
+// finding by its state there.
+Solver prepare(JunctionTree *tree, const std::unordered_map<const Node *, std::uint32_t> *fixed) {
   Solver solver;
   for (Clique *clique : tree->cliques) {
     std::vector<Node *> discrete, continuous;
@@ -406,13 +410,24 @@ void solve(JunctionTree *tree) {
     if (home == nullptr) throw CgFailure{ov_error_error};
     combine(solver.potential.at(home), node->is_discrete() ? discrete_factor(node) : continuous_factor(node), 1.0);
     if (!node->is_discrete()) continue;
-    const ov_number_t *f = node->propagated_finding->data.get();
-    if (std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; })) continue;
     CgPotential finding = unit_potential({node}, {});
-    for (std::uint32_t i = 0; i < node->state_count; ++i)
-      finding.g[i] = f[i] > 0.0f ? std::log(static_cast<double>(f[i])) : minus_infinity;
+    if (fixed != nullptr) {
+      for (std::uint32_t i = 0; i < node->state_count; ++i) finding.g[i] = i == fixed->at(node) ? 0.0 : minus_infinity;
+    } else {
+      const ov_number_t *f = node->propagated_finding->data.get();
+      if (std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; })) continue;
+      for (std::uint32_t i = 0; i < node->state_count; ++i)
+        finding.g[i] = f[i] > 0.0f ? std::log(static_cast<double>(f[i])) : minus_infinity;
+    }
     combine(solver.potential.at(home_of(tree->root, nullptr, {node})), finding, 1.0);
   }
+  return solver;
+}
+
+// Collect and distribute: every clique ends with its marginal. Returns the
+// log density of the evidence; low_density (with continuous evidence) or
+// inconsistency_or_underflow where it has none as a normal double.
+double run(JunctionTree *tree, Solver &solver) {
   solver.collect(tree->root, nullptr);
   const double log_density = marginal(solver.potential.at(tree->root), {}, {}).g[0];
   const double density = std::exp(log_density);
@@ -422,6 +437,12 @@ void solve(JunctionTree *tree) {
     throw CgFailure{continuous_evidence ? ov_error_low_density : ov_error_inconsistency_or_underflow};
   if (!(density < engine::largest_finite)) throw CgFailure{ov_error_overflow};
   solver.distribute(tree->root, nullptr);
+  return log_density;
+}
+
+void solve(JunctionTree *tree) {
+  Solver solver = prepare(tree, nullptr);
+  const double log_density = run(tree, solver);
 
   for (Node *node : tree->members) {
     if (node->category != ov_category_chance) continue;
@@ -466,8 +487,108 @@ void solve(JunctionTree *tree) {
     belief->cg_data[0] = mean;
     belief->cg_data[1] = variance;
   }
-  tree->total_constant = density;
+  tree->total_constant = std::exp(log_density);
   tree->total_log_constant = log_density;
+}
+
+// Draws the clique's undrawn continuous members given its discrete
+// configuration and the values drawn so far: substituted into the canonical
+// form, which then gives the conditional mean and covariance.
+void draw_continuous(const CgPotential &p, std::size_t c, std::unordered_map<const Node *, double> &values,
+                     const std::function<double()> &standard_normal) {
+  const std::size_t n = p.n();
+  std::vector<std::size_t> free;
+  for (std::size_t i = 0; i < n; ++i)
+    if (!values.contains(p.continuous[i])) free.push_back(i);
+  if (free.empty()) return;
+  CgPotential q = unit_potential({}, {});
+  for (std::size_t i : free) q.continuous.push_back(p.continuous[i]);
+  const std::size_t m = free.size();
+  q.h.assign(m, 0.0);
+  q.k.assign(m * m, 0.0);
+  for (std::size_t a = 0; a < m; ++a) {
+    double h = p.h[c * n + free[a]];
+    for (std::size_t j = 0; j < n; ++j)
+      if (values.contains(p.continuous[j])) h -= p.k[(c * n + free[a]) * n + j] * values.at(p.continuous[j]);
+    q.h[a] = h;
+    for (std::size_t b = 0; b < m; ++b) q.k[a * m + b] = p.k[(c * n + free[a]) * n + free[b]];
+  }
+  const Moments moment = moments(q, 0);
+  std::vector<double> l = moment.covariance;
+  cholesky(l, m);
+  std::vector<double> z(m);
+  for (double &x : z) x = standard_normal();
+  for (std::size_t a = 0; a < m; ++a) {
+    double x = moment.mean[a];
+    for (std::size_t b = 0; b <= a; ++b) x += l[a * m + b] * z[b];
+    values[q.continuous[a]] = x;
+  }
+}
+
+void draw(JunctionTree *tree, const std::function<std::uint32_t(const std::vector<double> &)> &choose,
+          const std::function<double()> &standard_normal) {
+  // The discrete nodes, clique by clique from the strong root, each in
+  // proportion to its clique's discrete marginal given those drawn.
+  Solver solver = prepare(tree, nullptr);
+  run(tree, solver);
+  std::unordered_map<const Node *, std::uint32_t> states;
+  double probability = 1.0;
+  std::vector<const Clique *> order;
+  std::vector<std::pair<Clique *, const Clique *>> stack{{tree->root, nullptr}};
+  while (!stack.empty()) {
+    auto [clique, parent] = stack.back();
+    stack.pop_back();
+    order.push_back(clique);
+    for (const CliqueLink &link : clique->links)
+      if (link.neighbour != parent) stack.emplace_back(link.neighbour, clique);
+    const CgPotential &p = solver.potential.at(clique);
+    const CgPotential m = marginal(p, p.discrete, {});
+    std::vector<double> weights(m.g.size(), 0.0);
+    std::vector<std::uint32_t> digit(m.discrete.size(), 0);
+    const double top = *std::max_element(m.g.begin(), m.g.end());
+    double total = 0.0;
+    for (std::size_t c = 0; c < m.g.size(); ++c) {
+      bool agrees = true;
+      for (std::size_t i = 0; i < digit.size(); ++i)
+        if (states.contains(m.discrete[i]) && states.at(m.discrete[i]) != digit[i]) agrees = false;
+      if (agrees && m.g[c] != minus_infinity) weights[c] = std::exp(m.g[c] - top);
+      total += weights[c];
+      for (std::size_t i = digit.size(); i-- > 0;) {
+        if (++digit[i] < m.discrete[i]->state_count) break;
+        digit[i] = 0;
+      }
+    }
+    if (!(total > 0.0)) throw CgFailure{ov_error_inconsistency_or_underflow};
+    std::size_t chosen = choose(weights);
+    probability *= weights[chosen] / total;
+    for (std::size_t i = m.discrete.size(); i-- > 0;) {
+      states[m.discrete[i]] = static_cast<std::uint32_t>(chosen % m.discrete[i]->state_count);
+      chosen /= m.discrete[i]->state_count;
+    }
+  }
+  // The continuous nodes given all discrete ones: with those fixed every
+  // clique holds one exact Gaussian, drawn in the same order.
+  Solver fixed = prepare(tree, &states);
+  run(tree, fixed);
+  std::unordered_map<const Node *, double> values;
+  for (Node *node : tree->members)
+    if (observed(node)) values[node] = node->propagated_value;
+  for (const Clique *clique : order) {
+    const CgPotential &p = fixed.potential.at(clique);
+    std::size_t c = 0;
+    for (const Node *node : p.discrete) c = c * node->state_count + states.at(node);
+    draw_continuous(p, c, values, standard_normal);
+  }
+  for (Node *node : tree->members) {
+    if (node->category != ov_category_chance) continue;
+    if (node->is_discrete()) {
+      node->simulated_state = static_cast<std::int32_t>(states.at(node));
+    } else {
+      node->simulated_value = values.at(node);
+      node->simulated_value_set = true;
+    }
+  }
+  tree->probability_of_random_selection = probability;
 }
 
 } // namespace
@@ -477,6 +598,19 @@ ov_status_t solve_cg_tree(JunctionTree *tree) {
     solve(tree);
   } catch (const CgFailure &failure) {
     return fail(failure.code);
+  }
+  return set_error(ov_error_none);
+}
+
+ov_status_t simulate_cg_tree(JunctionTree *tree,
+                             const std::function<std::uint32_t(const std::vector<double> &)> &choose,
+                             const std::function<double()> &standard_normal) {
+  try {
+    draw(tree, choose, standard_normal);
+  } catch (const CgFailure &failure) {
+    return fail(failure.code);
+  } catch (const std::bad_alloc &) {
+    return fail(ov_error_no_memory);
   }
   return set_error(ov_error_none);
 }

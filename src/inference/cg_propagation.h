@@ -36,6 +36,10 @@
 // low_density. The solver allocates its potentials at each propagation.
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <vector>
+
 #include "model/domain.h"
 #include "orvel.h"
 
@@ -45,5 +49,15 @@ namespace orvel {
 // discrete nodes, the means and variances of its continuous nodes and the
 // tree's normalisation constant (the density of the evidence).
 ov_status_t solve_cg_tree(JunctionTree *tree);
+
+// Draws the tree's chance nodes from their joint distribution given the
+// propagated findings: the discrete nodes clique by clique from the strong
+// root, then the continuous ones given all discrete states, each clique's
+// given those already drawn. `choose` picks an index in proportion to the
+// weights; `standard_normal` draws N(0, 1). Sets the samples of the nodes and
+// the tree's probability_of_random_selection (of the discrete draw).
+ov_status_t simulate_cg_tree(JunctionTree *tree,
+                             const std::function<std::uint32_t(const std::vector<double> &)> &choose,
+                             const std::function<double()> &standard_normal);
 
 } // namespace orvel

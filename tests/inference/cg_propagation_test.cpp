@@ -353,5 +353,41 @@ TEST(MixedNetworks, DegenerateCasesFailWithTheirCodesAndLeaveTheDomainUsable) {
   ov_domain_delete(domain);
 }
 
+// Draws given a continuous finding follow the propagated distribution: the
+// sample mean within 5 standard errors, the variance, the frequency of a
+// state and the mean given that state likewise (fixed seed, 20000 draws).
+TEST(MixedNetworks, DrawsConvergeToThePropagatedMoments) {
+  ov_domain_t domain = ov_net_parse_from_string(kSmall, nullptr);
+  ASSERT_NE(domain, nullptr);
+  ov_node_t d = ov_domain_get_node_by_name(domain, "D"), x = ov_domain_get_node_by_name(domain, "X"),
+            y = ov_domain_get_node_by_name(domain, "Y");
+  ASSERT_EQ(ov_domain_compile(domain), ov_error_none);
+  ASSERT_EQ(ov_node_enter_value(y, 2.5), ov_error_none);
+  ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  ASSERT_EQ(ov_domain_seed_random(domain, 12345), ov_error_none);
+  const int n = 20000;
+  double sum = 0.0, squares = 0.0, hits = 0.0, sum_given = 0.0;
+  for (int i = 0; i < n; ++i) {
+    ASSERT_EQ(ov_domain_simulate(domain), ov_error_none);
+    ASSERT_EQ(ov_node_get_sampled_value(y), 2.5);
+    const double v = ov_node_get_sampled_value(x);
+    sum += v;
+    squares += v * v;
+    if (ov_node_get_sampled_state(d) == 1) {
+      hits += 1.0;
+      sum_given += v;
+    }
+  }
+  const double mean = sum / n, variance = squares / n - mean * mean, p = ov_node_get_belief(d, 1);
+  EXPECT_NEAR(mean, ov_node_get_mean(x), 5.0 * std::sqrt(ov_node_get_variance(x) / n));
+  EXPECT_NEAR(variance, ov_node_get_variance(x), 5.0 * ov_node_get_variance(x) * std::sqrt(3.0 / n));
+  EXPECT_NEAR(hits / n, p, 5.0 * std::sqrt(p * (1.0 - p) / n));
+  // The draws of X with D = b follow X given both findings.
+  ASSERT_EQ(ov_node_select_state(d, 1), ov_error_none);
+  ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  EXPECT_NEAR(sum_given / hits, ov_node_get_mean(x), 5.0 * std::sqrt(ov_node_get_variance(x) / hits));
+  ov_domain_delete(domain);
+}
+
 } // namespace
 } // namespace orvel::test
