@@ -16,6 +16,7 @@
 #include "compile/junction_tree.h"
 #include "inference/propagation_engine.h"
 #include "model/node.h"
+#include "model/node_list.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -600,6 +601,44 @@ ov_status_t solve_cg_tree(JunctionTree *tree) {
     return fail(failure.code);
   }
   return set_error(ov_error_none);
+}
+
+Table *cg_node_distribution(Node *node) {
+  JunctionTree *tree = node->junction_tree;
+  Table *table = nullptr;
+  try {
+    Solver solver = prepare(tree, nullptr);
+    run(tree, solver);
+    const CgPotential m = integrate(solver.potential.at(home_of(tree->root, nullptr, {node})), {node});
+    NodeList nodes;
+    for (Node *member : m.discrete) nodes.push_back(member);
+    nodes.push_back(node);
+    table = table_new(tree->domain, nodes.data(), ov_table_kind_probability, role_returned, false, true);
+    if (table == nullptr) return nullptr;
+    std::vector<Moments> parts(m.g.size());
+    double top = minus_infinity, total = 0.0;
+    for (std::size_t c = 0; c < m.g.size(); ++c) {
+      parts[c] = moments(m, c);
+      top = std::max(top, parts[c].log_weight);
+    }
+    for (const Moments &part : parts) total += std::exp(part.log_weight - top);
+    table->cg_roles[0] = cg_head;
+    for (std::size_t c = 0; c < m.g.size(); ++c) {
+      table->data[c] = static_cast<ov_number_t>(std::exp(parts[c].log_weight - top) / total);
+      // A configuration of probability 0 has no distribution: mean and
+      // variance 0.
+      table->cg_data[c * 2] = parts[c].mean.empty() ? 0.0 : parts[c].mean[0];
+      table->cg_data[c * 2 + 1] = parts[c].covariance.empty() ? 0.0 : parts[c].covariance[0];
+    }
+  } catch (const CgFailure &failure) {
+    table_delete(table);
+    return fail(failure.code), nullptr;
+  } catch (const std::bad_alloc &) {
+    table_delete(table);
+    return fail(ov_error_no_memory), nullptr;
+  }
+  set_error(ov_error_none);
+  return table_detach(table);
 }
 
 ov_status_t simulate_cg_tree(JunctionTree *tree,

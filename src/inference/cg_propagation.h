@@ -50,6 +50,12 @@ namespace orvel {
 // tree's normalisation constant (the density of the evidence).
 ov_status_t solve_cg_tree(JunctionTree *tree);
 
+// The distribution of an unobserved continuous node of a propagated tree
+// as a mixture: a new detached table over the discrete nodes of the clique
+// that holds it and the node, with per configuration its probability and
+// the node's mean and variance given it. Null on failure.
+Table *cg_node_distribution(Node *node);
+
 // Draws the tree's chance nodes from their joint distribution given the
 // propagated findings: the discrete nodes clique by clique from the strong
 // root, then the continuous ones given all discrete states, each clique's

@@ -273,6 +273,21 @@ void expect_matches(const MixedNetwork &net, const Evidence &evidence) {
   for (std::size_t i = 0; i < net.continuous.size(); ++i) {
     EXPECT_LT(relative_gap(ov_node_get_mean(net.continuous[i]), ref.means[i]), 1e-8) << "continuous " << i;
     EXPECT_LT(relative_gap(ov_node_get_variance(net.continuous[i]), ref.variances[i]), 1e-8) << "continuous " << i;
+    if (!std::isnan(evidence.values[i])) continue;
+    // The mixture has the node's moments, up to its float weights.
+    ov_node_t node = net.continuous[i];
+    ov_table_t mixture = ov_node_get_distribution(node);
+    ASSERT_NE(mixture, nullptr);
+    const std::size_t n = ov_table_get_size(mixture);
+    const ov_number_t *w = ov_table_get_data(mixture);
+    double mean = 0.0, variance = 0.0;
+    for (std::size_t c = 0; c < n; ++c) mean += w[c] * ov_table_get_mean(mixture, c, node);
+    for (std::size_t c = 0; c < n; ++c)
+      variance +=
+          w[c] * (ov_table_get_variance(mixture, c, node) + std::pow(ov_table_get_mean(mixture, c, node) - mean, 2));
+    EXPECT_LT(relative_gap(mean, ref.means[i]), 1e-6) << "continuous " << i;
+    EXPECT_LT(relative_gap(variance, ref.variances[i]), 1e-6) << "continuous " << i;
+    ov_table_delete(mixture);
   }
 }
 
@@ -331,12 +346,22 @@ TEST(MixedNetworks, DegenerateCasesFailWithTheirCodesAndLeaveTheDomainUsable) {
   ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
   EXPECT_NEAR(ov_node_get_mean(y), 0.75 * 2, 1e-12);
   EXPECT_NEAR(ov_node_get_variance(y), 2.0 + 0.25 * 0.75 * 4.0, 1e-12);
+  // X's distribution is the mixture over D of X given D.
+  ov_table_t mixture = ov_node_get_distribution(x);
+  ASSERT_NE(mixture, nullptr);
+  ASSERT_EQ(ov_table_get_size(mixture), 2u);
+  EXPECT_EQ(ov_table_get_data(mixture)[1], 0.75f);
+  EXPECT_NEAR(ov_table_get_mean(mixture, 1, x), 2.0, 1e-12);
+  EXPECT_NEAR(ov_table_get_variance(mixture, 1, x), 1.0, 1e-12);
+  ov_table_delete(mixture);
   // An observed node has its value as mean and variance 0; Y = 1 shifts D.
   ASSERT_EQ(ov_node_enter_value(y, 1.0), ov_error_none);
   ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
   EXPECT_EQ(ov_node_get_mean(y), 1.0);
   EXPECT_EQ(ov_node_get_variance(y), 0.0);
   EXPECT_EQ(ov_node_get_propagated_value(y), 1.0);
+  EXPECT_EQ(ov_node_get_distribution(y), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_usage);
   // Y ~ N(0, 2) or N(2, 2): the weights 0.25 and 0.75 times equal densities.
   EXPECT_NEAR(ov_node_get_belief(d, 0), 0.25, 1e-7);
   // Only max or fast retraction is refused.
