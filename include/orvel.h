@@ -700,6 +700,11 @@ OV_API ov_number_t ov_node_get_belief(ov_node_t node, ov_index_t state);
 OV_API ov_double_t ov_node_get_mean(ov_node_t node);
 /* The variance of a continuous chance node, or -1.0. */
 OV_API ov_double_t ov_node_get_variance(ov_node_t node);
+/* The distribution of an unobserved continuous chance node as a mixture: a
+ * new table owned by the caller, over discrete nodes and the node, holding
+ * per configuration its probability and the node's mean and variance given
+ * it (ov_table_get_mean, ov_table_get_variance); NULL on failure. */
+OV_API ov_table_t ov_node_get_distribution(ov_node_t node);
 /* The expected utility of a state of a decision node, or -1.0: the maximum
  * expected utility of the domain (under no-forgetting) when that option is
  * taken, given the propagated findings, the decisions taken (findings on

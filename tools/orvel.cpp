@@ -39,17 +39,6 @@ int input_error(const std::string &file, const std::string &problem) {
   return exit_library;
 }
 
-// A failed compile: networks that the library cannot compile yet are named
-// as such, anything else is the library's error.
-int compile_error(ov_domain_t domain, const std::string &file, const std::string &what) {
-  const ov_error_t code = ov_error_code(); // before the calls below record theirs
-  bool continuous = false;
-  for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
-    continuous = continuous || ov_node_get_kind(node) == ov_kind_continuous;
-  if (continuous) return input_error(file, "continuous nodes: propagating these is not built yet");
-  return library_error(what, code);
-}
-
 int usage_error(const std::string &message) {
   std::fprintf(stderr, "orvel: %s\n(try 'orvel --help')\n", message.c_str());
   return exit_usage;
@@ -543,7 +532,7 @@ int prepare(const Options &options, DomainHolder &holder) {
     return input_error(options.network, "no nodes in the network");
   // A KB file may hold the domain compiled already.
   if (ov_domain_is_compiled(holder.domain) != 1 && ov_domain_compile(holder.domain) != ov_error_none)
-    return compile_error(holder.domain, options.network, "compiling " + options.network);
+    return library_error("compiling " + options.network);
   // Table memory makes re-initialisation a copy, as after evidence that
   // turns out inconsistent; where it cannot be had, propagation does without.
   ov_domain_save_to_memory(holder.domain);
@@ -821,12 +810,12 @@ int command_compile(const Options &options) {
   if (ov_domain_triangulate(domain, tm) != ov_error_none)
     status = library_error("triangulating");
   else if (ov_domain_compile(domain) != ov_error_none)
-    status = compile_error(domain, options.network, "compiling");
+    status = library_error("compiling");
   double removed = 0;
   double nonzero_before = status == exit_ok ? nonzero_clique_cells(domain) : 0;
   if (status == exit_ok && options.approximate >= 0 &&
       (removed = ov_domain_approximate(domain, options.approximate)) < 0)
-    status = compile_error(domain, options.network, "approximating");
+    status = library_error("approximating");
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (log != nullptr) {
     ov_domain_set_log_file(domain, nullptr);
@@ -1112,7 +1101,7 @@ int command_learn(int argc, char **argv) {
   holder.domain = load_network(options, holder);
   ov_domain_t domain = holder.domain;
   if (domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + network);
-  if (ov_domain_compile(domain) != ov_error_none) return compile_error(domain, network, "compiling " + network);
+  if (ov_domain_compile(domain) != ov_error_none) return library_error("compiling " + network);
   if (ov_domain_parse_cases(domain, data.c_str(), report_parse_error, const_cast<char *>(data.c_str())) !=
       ov_error_none)
     return library_error("reading " + data);
@@ -1303,7 +1292,7 @@ int command_draw(int argc, char **argv) {
     return input_error(options.network, "no nodes in the network");
   ov_dot_form_t form = junction ? ov_dot_junction_tree : ov_dot_beliefs;
   if (ov_domain_is_compiled(holder.domain) != 1 && ov_domain_compile(holder.domain) != ov_error_none) {
-    if (junction || !options.evidence.empty()) return compile_error(holder.domain, options.network, "compiling");
+    if (junction || !options.evidence.empty()) return library_error("compiling");
     std::fprintf(stderr, "orvel: %s cannot be compiled yet: drawn without beliefs\n", options.network.c_str());
     form = ov_dot_network;
   } else {

@@ -9,6 +9,7 @@
 
 #include "compile/compiled_forest.h"
 #include "expr/model.h"
+#include "inference/cg_propagation.h"
 #include "inference/decisions.h"
 #include "inference/evidence.h"
 #include "inference/propagation_engine.h"
@@ -124,15 +125,31 @@ bool evidence_mode_is(const JunctionTree *tree, ov_evidence_mode_t mode) noexcep
   return tree->evidence_mode == mode || !tree->evidence_propagated;
 }
 
-// An influence diagram is solved afresh from the node tables and the
-// entered findings on each propagation that has something to do.
-ov_status_t propagate_decisions(JunctionTree *tree) {
+// The solver of a tree that propagates beside the engine: influence
+// diagrams and mixed networks.
+ov_status_t solve_beside(JunctionTree *tree) {
+  try {
+    return has_decisions(tree->domain) ? solve_decision_tree(tree) : solve_cg_tree(tree);
+  } catch (const std::bad_alloc &) {
+    return fail(ov_error_no_memory);
+  }
+}
+
+// An influence diagram or a mixed network is solved afresh from the node
+// tables and the entered findings on each propagation that has something
+// to do.
+ov_status_t propagate_beside(JunctionTree *tree) {
   for (Node *node : tree->members) {
     if (!node->is_discrete()) continue;
     for (ov_number_t cell : node->entered_finding)
       if (std::isinf(cell)) return fail(ov_error_overflow);
   }
   for (Node *node : tree->members) {
+    if (!node->is_discrete()) {
+      node->value_propagated = node->value_entered;
+      if (node->value_entered) node->propagated_value = node->entered_value;
+      continue;
+    }
     ov_number_t *p = propagated(node);
     if (node->entered_finding.empty())
       std::fill_n(p, node->state_count, 1.0f);
@@ -140,12 +157,7 @@ ov_status_t propagate_decisions(JunctionTree *tree) {
       std::copy_n(node->entered_finding.data(), node->state_count, p);
     node->instantiated_state = single_state(p, node->state_count);
   }
-  ov_status_t status;
-  try {
-    status = solve_decision_tree(tree);
-  } catch (const std::bad_alloc &) {
-    status = fail(ov_error_no_memory);
-  }
+  ov_status_t status = solve_beside(tree);
   if (status != ov_error_none) {
     jt_initialize(tree, false);
     return fail(static_cast<ov_error_t>(status));
@@ -153,11 +165,12 @@ ov_status_t propagate_decisions(JunctionTree *tree) {
   tree->equilibrium = ov_equilibrium_sum;
   tree->evidence_mode = ov_mode_normal;
   tree->changed_evidence_count = 0;
-  tree->evidence_propagated = tree->likelihood_propagated = false;
+  tree->evidence_propagated = tree->likelihood_propagated = tree->cg_evidence_propagated = false;
   for (Node *node : tree->members)
     if (evidence_propagated(node)) {
       tree->evidence_propagated = true;
       if (likelihood_propagated(node)) tree->likelihood_propagated = true;
+      if (!node->is_discrete()) tree->cg_evidence_propagated = true;
     }
   return set_error(ov_error_none);
 }
@@ -166,7 +179,7 @@ ov_status_t propagate_decisions(JunctionTree *tree) {
 
 ov_status_t jt_initialize(JunctionTree *tree, bool first_time) {
   Domain *domain = tree->domain;
-  if (domain->continuous_count > 0) return fail(ov_error_usage);
+  if (domain->continuous_count > 0 && has_decisions(domain)) return fail(ov_error_cg_influence_diagrams_not_supported);
   tree->equilibrium = ov_equilibrium_none;
   prepare_tree(tree);
   if (!first_time) reset_evidence_state(tree);
@@ -175,17 +188,13 @@ ov_status_t jt_initialize(JunctionTree *tree, bool first_time) {
     for (Node *node : tree->members)
       if (finding_differs(node)) ++tree->changed_evidence_count;
   if (generate_tables_of_junction_tree(tree) != ov_error_none) return ov_error_code();
-  if (has_decisions(domain)) {
-    ov_status_t status;
-    try {
-      status = solve_decision_tree(tree);
-    } catch (const std::bad_alloc &) {
-      status = fail(ov_error_no_memory);
-    }
+  if (has_decisions(domain) || domain->continuous_count > 0) {
+    const ov_status_t status = solve_beside(tree);
     if (status != ov_error_none) return fail(static_cast<ov_error_t>(status));
     // The beliefs without evidence are the priors of the conflict measure.
     for (Node *node : tree->members)
-      std::copy_n(node->belief_table->data.get(), node->state_count, node->initial_belief.data());
+      if (node->is_discrete())
+        std::copy_n(node->belief_table->data.get(), node->state_count, node->initial_belief.data());
     tree->tables_changed = false;
     tree->equilibrium = ov_equilibrium_sum;
     return set_error(ov_error_none);
@@ -205,11 +214,10 @@ ov_status_t propagate_tree(JunctionTree *tree, Clique *clique, ov_equilibrium_t 
   Domain *domain = tree->domain;
   if (needs_cg_or_decisions(domain) && !(equilibrium == ov_equilibrium_sum && mode == ov_mode_normal))
     return fail(ov_error_usage);
-  if (domain->continuous_count > 0) return fail(ov_error_usage);
-  if (has_decisions(domain)) {
+  if (has_decisions(domain) || domain->continuous_count > 0) {
     if (tree->tables_changed && jt_initialize(tree, false) != ov_error_none) return ov_error_code();
     if (tree->changed_evidence_count == 0 && tree->equilibrium == ov_equilibrium_sum) return set_error(ov_error_none);
-    return propagate_decisions(tree);
+    return propagate_beside(tree);
   }
   if (mode == ov_mode_fast_retraction && domain->forest->compressed != 0) return fail(ov_error_compressed);
   if (tree->tables_changed && jt_initialize(tree, false) != ov_error_none) return ov_error_code();

@@ -4,6 +4,7 @@
 #include "api/boundary.h"
 #include "compile/clique.h"
 #include "compile/junction_tree.h"
+#include "inference/cg_propagation.h"
 #include "inference/decisions.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
@@ -39,6 +40,12 @@ ov_double_t ov_node_get_variance(ov_node_t node) {
   if (check_usage(!is_chance(node, ov_kind_continuous))) return -1.0;
   if (refuse(tree_result_state(node->home, node->junction_tree))) return -1.0;
   return node_variance(node);
+}
+
+ov_table_t ov_node_get_distribution(ov_node_t node) {
+  if (check_usage(!is_chance(node, ov_kind_continuous) || node->value_propagated)) return nullptr;
+  if (refuse(tree_result_state(node->home, node->junction_tree))) return nullptr;
+  return guarded<ov_table_t>(nullptr, [&] { return cg_node_distribution(node); });
 }
 
 ov_number_t ov_node_get_expected_utility(ov_node_t node, ov_index_t state) {

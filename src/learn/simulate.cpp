@@ -7,6 +7,7 @@
 #include "api/error.h"
 #include "compile/compiled_forest.h"
 #include "compile/tree_walk.h"
+#include "inference/cg_propagation.h"
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "learn/random.h"
@@ -193,6 +194,21 @@ ov_status_t simulate_from_forest(Domain *domain) {
         tree->tables_changed)
       return fail(ov_error_usage);
   clear_samples(domain);
+  if (domain->continuous_count > 0) {
+    // Mixed networks are drawn by the solver that propagates them.
+    RandomState &random = *domain->random;
+    std::vector<float> cells;
+    auto choose = [&](const std::vector<double> &w) {
+      cells.assign(w.begin(), w.end());
+      float total = 0.0f;
+      for (float x : cells) total += x;
+      return random_choose(random, cells.data(), static_cast<std::uint32_t>(cells.size()), total);
+    };
+    auto standard_normal = [&] { return random_normal(random, 0.0, 1.0); };
+    for (auto &tree : domain->forest->junction_trees)
+      if (simulate_cg_tree(tree.get(), choose, standard_normal) != ov_error_none) return ov_error_code();
+    return ov_error_none;
+  }
   std::vector<ov_number_t> weights;
   std::vector<std::uint32_t> free_members;
   for (auto &tree : domain->forest->junction_trees) {

@@ -54,19 +54,19 @@ TEST(CompileStages, ProgressStatesAndRollBack) {
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
   EXPECT_TRUE(only_plain_tables(domain));
 
-  // A node that the engine cannot propagate makes the first propagation
-  // fail: from scratch the full compile rolls everything back.
+  // A continuous node with a fresh table (variance 0) makes the first
+  // propagation fail: from scratch the full compile rolls everything back.
   ASSERT_NE(ov_domain_new_node(domain, ov_category_chance, ov_kind_continuous), nullptr);
-  EXPECT_EQ(ov_domain_compile(domain), ov_error_usage);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_zero_variance);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 0);
   EXPECT_EQ(ov_domain_get_first_clique(domain), nullptr);
   EXPECT_TRUE(only_plain_tables(domain));
   // After a separate qualitative stage the failing full compile keeps the
   // forest, and the quantitative stage alone removes nothing either.
   ASSERT_EQ(ov_domain_compile_qualitatively(domain, nullptr), ov_error_none);
-  EXPECT_EQ(ov_domain_compile(domain), ov_error_usage);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_zero_variance);
   EXPECT_NE(ov_domain_get_first_clique(domain), nullptr);
-  EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_usage);
+  EXPECT_EQ(ov_domain_compile_quantitatively(domain, nullptr), ov_error_zero_variance);
   check_forest(domain);
   EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
   // A triangulated domain skips that stage, and a failed full compile keeps
@@ -77,7 +77,7 @@ TEST(CompileStages, ProgressStatesAndRollBack) {
   EXPECT_EQ(stages, (std::vector<std::string>{"Creating cliques", "Building junction tree(s)"}));
   EXPECT_EQ(ov_domain_uncompile(domain), ov_error_none);
   ASSERT_EQ(ov_domain_triangulate(domain, ov_tm_clique_size), ov_error_none);
-  EXPECT_EQ(ov_domain_compile(domain), ov_error_usage);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_zero_variance);
   EXPECT_EQ(ov_domain_is_triangulated(domain), 1);
   EXPECT_EQ(ov_domain_get_first_clique(domain), nullptr);
   ov_domain_delete(domain);

@@ -275,6 +275,23 @@ TEST(OrvelTool, InfluenceDiagramExpectedUtilities) {
   EXPECT_NE(text.out.find("yes                  EU 77.5  (best)"), std::string::npos) << text.out;
 }
 
+TEST(OrvelTool, MixedNetworkTakesValuesAndPrintsMoments) {
+  ToolRun json = run_tool("beliefs " + example("pump.net") + " -v Sensor1=7.2 -v Sensor2=6.8 --json");
+  ASSERT_EQ(json.status, 0) << json.err;
+  ov_domain_t domain = ov_net_parse_domain(example("pump.net").c_str(), nullptr, nullptr);
+  ASSERT_EQ(ov_domain_compile(domain), ov_error_none);
+  ov_node_t flow = ov_domain_get_node_by_name(domain, "Flow");
+  ov_node_enter_value(ov_domain_get_node_by_name(domain, "Sensor1"), 7.2);
+  ov_node_enter_value(ov_domain_get_node_by_name(domain, "Sensor2"), 6.8);
+  ASSERT_EQ(ov_domain_propagate(domain, ov_equilibrium_sum, ov_mode_normal), ov_error_none);
+  char expected[128];
+  std::snprintf(expected, sizeof expected, "\"Flow\": {\"mean\": %.9g, \"variance\": %.9g}", ov_node_get_mean(flow),
+                ov_node_get_variance(flow));
+  EXPECT_NE(json.out.find(expected), std::string::npos) << json.out;
+  EXPECT_NE(json.out.find("\"evidence\": {\"Sensor1\": 7.2, \"Sensor2\": 6.8}"), std::string::npos) << json.out;
+  ov_domain_delete(domain);
+}
+
 TEST(OrvelTool, WrongInputGivesOneClearLineAndAnExitCode) {
   struct Case {
     std::string arguments;
