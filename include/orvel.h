@@ -739,7 +739,9 @@ OV_API ov_clique_t ov_node_get_conflict_clique(ov_node_t node);
  * most probable configuration with it), or -1.0. */
 OV_API ov_double_t ov_domain_get_normalization_constant(ov_domain_t domain);
 /* Its natural logarithm, kept apart so that it survives underflow; 1.0 on
- * failure (a true result is never positive). */
+ * failure. Without continuous findings a true result is never positive; with
+ * them the constant is a density and its logarithm may be positive, so test
+ * ov_error_code() there. */
 OV_API ov_double_t ov_domain_get_log_normalization_constant(ov_domain_t domain);
 /* The entropy of a discrete chance node's belief (natural log), or -1.0. */
 OV_API ov_double_t ov_node_get_entropy(ov_node_t node);
