@@ -120,7 +120,7 @@ class Domain(_orvel.Domain):
         return pd.DataFrame({"belief": rows}, index=pd.MultiIndex.from_tuples(index, names=["node", "state"]))
 
     def _chance_names(self):
-        return [n.name for n in self.nodes if n.category == "chance"]
+        return [n.name for n in self.nodes if n.category == "chance" and n.kind == "discrete"]
 
     def _codes(self, frame, names):
         """State indices of a frame's columns: labels, or integer state indices;

@@ -144,6 +144,12 @@ ov_index_t state_index(ov_node_t n, const py::handle &state) {
 // sequence of numbers is a likelihood (one number per state).
 void enter(ov_node_t n, const py::handle &value) {
   const std::string name = text(ov_node_get_name(n));
+  if (ov_node_get_kind(n) == ov_kind_continuous) {
+    if (!py::isinstance<py::float_>(value) && !py::isinstance<py::int_>(value) && !py::hasattr(value, "__float__"))
+      fail(ov_error_usage, "evidence on '" + name + "' is not a number");
+    check(ov_node_enter_value(n, value.cast<double>()), "evidence on '" + name + "'");
+    return;
+  }
   if (py::isinstance<py::str>(value) || py::isinstance<py::int_>(value) ||
       (py::hasattr(value, "__index__") && !py::isinstance<py::array>(value))) {
     check(ov_node_select_state(n, state_index(n, value)), "evidence on '" + name + "'");
@@ -565,6 +571,24 @@ PYBIND11_MODULE(_orvel, m) {
           },
           "The node's table as an array with one axis per parent (first parent first) and the node's own\n"
           "states last. Assign an array of the same size to set it.")
+      .def_property_readonly(
+          "kind",
+          [](const Node &n) { return ov_node_get_kind(n.node) == ov_kind_continuous ? "continuous" : "discrete"; },
+          "'discrete' or 'continuous'.")
+      .def_property_readonly(
+          "mean",
+          [](const Node &n) {
+            const double m = ov_node_get_mean(n.node);
+            return checked_double(m, m == -1.0 && ov_error_code() != ov_error_none, "mean");
+          },
+          "The mean of a continuous chance node after propagation (of its mixture of Gaussians).")
+      .def_property_readonly(
+          "variance",
+          [](const Node &n) {
+            const double v = ov_node_get_variance(n.node);
+            return checked_double(v, v < 0, "variance");
+          },
+          "The variance of a continuous chance node after propagation (0 for an observed node).")
       .def(
           "beliefs", [](const Node &n) { return beliefs_of(n.node); },
           "The beliefs of a discrete chance node after propagation (numpy array, one per state).")
@@ -590,7 +614,8 @@ PYBIND11_MODULE(_orvel, m) {
           "The entropy of the node's beliefs.")
       .def(
           "select_state", [](const Node &n, py::handle s) { enter(n.node, s); }, py::arg("state"),
-          "Enters evidence that the node is in `state` (a label or index).")
+          "Enters evidence that the node is in `state` (a label or index), or for a continuous node that\n"
+          "it has the value `state`.")
       .def(
           "enter_likelihood", [](const Node &n, py::handle v) { enter(n.node, v); }, py::arg("likelihood"),
           "Enters a likelihood: one non-negative number per state.")

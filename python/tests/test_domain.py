@@ -140,3 +140,21 @@ def test_simulate_and_learn_from_frames():
     edges = {frozenset((p.name, n.name)) for n in learned.nodes for p in n.parents}
     assert edges == {frozenset(e) for e in [("Cloudy", "Sprinkler"), ("Cloudy", "Rain"), ("Sprinkler", "WetGrass"), ("Rain", "WetGrass")]}
     assert learned.is_compiled and learned.log_likelihood < 0
+
+
+def test_continuous_values_means_and_variances_equal_the_c_library():
+    pump = orvel.load(path("examples", "pump.net"))
+    pump.compile()
+    pump.query({"Sensor1": 7.2, "Sensor2": 6.8})
+    expected = tool("beliefs", path("examples", "pump.net"), "-v", "Sensor1=7.2", "-v", "Sensor2=6.8")
+    for name, node in expected["nodes"].items():
+        if "mean" in node:
+            assert pump[name].kind == "continuous"
+            assert np.float32(pump[name].mean) == np.float32(node["mean"])
+            assert np.float32(pump[name].variance) == np.float32(node["variance"])
+        else:
+            np.testing.assert_array_equal(np.float32(pump.beliefs(name)), np.float32(node["beliefs"]))
+    assert "Flow" not in pump.beliefs_frame().index.get_level_values("node")
+    with pytest.raises(orvel.Error) as error:
+        pump.query({"Flow": "high"})
+    assert error.value.code == "usage"
