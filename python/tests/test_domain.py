@@ -158,3 +158,17 @@ def test_continuous_values_means_and_variances_equal_the_c_library():
     with pytest.raises(orvel.Error) as error:
         pump.query({"Flow": "high"})
     assert error.value.code == "usage"
+
+
+def test_approximation_keeps_beliefs_within_its_bound():
+    exact = orvel.load(path("networks", "alarm.net"))
+    exact.compile()
+    approximated = exact.clone()
+    removed = approximated.approximate(0.01)
+    assert 0 < removed < 0.01 * 50
+    evidence = {"HRBP": "HIGH", "VENTLUNG": "ZERO"}
+    exact.query(evidence)
+    approximated.query(evidence)
+    bound = removed / ((1 - removed) * approximated.probability_of_evidence)
+    for name in exact._chance_names():
+        assert np.abs(approximated.beliefs(name) - exact.beliefs(name)).max() <= bound + 1e-6
