@@ -694,7 +694,9 @@ OV_API ov_double_t ov_domain_approximate(ov_domain_t domain, ov_double_t epsilon
  * Results (src/inference/results_api.cpp)
  * ------------------------------------------------------------------------ */
 
-/* The belief of a state of a discrete chance node, or -1.0. */
+/* The belief of a state of a discrete chance node, or -1.0. In an influence
+ * diagram beliefs (and the normalization constant) are those with the open
+ * decisions following their optimal policies. */
 OV_API ov_number_t ov_node_get_belief(ov_node_t node, ov_index_t state);
 /* The mean of a continuous chance node, or -1.0. */
 OV_API ov_double_t ov_node_get_mean(ov_node_t node);
@@ -720,6 +722,21 @@ OV_API ov_number_t ov_node_get_expected_utility(ov_node_t node, ov_index_t state
  * utility nodes. On failure -1.0 with the error set, which can be a true
  * result too, so test ov_error_code. */
 OV_API ov_double_t ov_domain_get_expected_utility(ov_domain_t domain);
+/* The optimal policy of a decision node after propagation, as a new table
+ * the caller deletes with ov_table_delete: over the decision's past as the
+ * solution uses it (the earlier decisions and observed chance nodes on
+ * which the choice depends, a subset of what is known when it is made),
+ * then the decision itself, fastest. Each configuration of the past holds 1
+ * at the best option (the first of equally good ones) and 0 elsewhere;
+ * where the findings make the configuration impossible, 1 at the first
+ * option. A decision taken (a finding) has a policy over itself alone: 1 at
+ * the first option its finding allows. NULL with the error set on failure. */
+OV_API ov_table_t ov_node_get_policy(ov_node_t node);
+/* The table of ov_node_get_policy holding the expected utility of the
+ * domain for each option in each configuration of the past, given that
+ * configuration, the findings and the best choices at the other open
+ * decisions; 0.0 where they are impossible together. */
+OV_API ov_table_t ov_node_get_policy_utilities(ov_node_t node);
 /* The joint of the NULL-terminated nodes (discrete chance nodes of one tree)
  * as a new table the caller deletes with ov_table_delete. Nodes that share
  * no clique are not supported in fast retraction mode (fast_retraction). */

@@ -58,14 +58,54 @@ void absorb_message(Potential &target, const Potential &message) {
   }
 }
 
+// A decision's choices as the solution makes them: the clique where it is
+// maximised, the nodes of its past left in that clique's potential then,
+// and the best option in each of their configurations.
+struct Choice {
+  const Clique *clique = nullptr;
+  std::vector<Node *> past;
+  std::vector<std::uint32_t> option;
+};
+using Choices = std::unordered_map<const Node *, Choice>;
+// Nodes held to one state, with their findings.
+using Pins = std::vector<std::pair<const Node *, std::uint32_t>>;
+
+// Which nodes are maximised and what is recorded.
+struct Rule {
+  bool utilities = false;      // maximise open decisions and carry utilities
+  const Node *fixed = nullptr; // the decision whose finding is replaced by one option
+  const Pins *pins = nullptr;
+  Choices *record = nullptr; // filled with the choice of each maximised decision
+
+  const std::pair<const Node *, std::uint32_t> *pin(const Node *node) const noexcept {
+    if (pins == nullptr) return nullptr;
+    for (const auto &each : *pins)
+      if (each.first == node) return &each;
+    return nullptr;
+  }
+  // An open decision, in the utility pass, neither fixed nor pinned.
+  bool maximises(const Node *node) const noexcept {
+    if (!utilities || node == fixed || node->category != ov_category_decision || pin(node) != nullptr) return false;
+    const ov_number_t *f = node->propagated_finding->data.get();
+    return std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; });
+  }
+};
+
 // Eliminates one node: summed, or maximised by the weighted utility among
-// the configurations that the findings leave possible.
-Potential eliminate(const Potential &source, Node *node, bool maximise) {
+// the configurations that the findings leave possible (the first option
+// where none is possible).
+Potential eliminate(const Potential &source, Node *node, bool maximise, Choice *choice) {
   std::vector<Node *> kept = source.nodes;
   kept.erase(std::find(kept.begin(), kept.end(), node));
   Potential result =
       Potential{kept, std::vector<double>(configurations(kept), 0.0), std::vector<double>(configurations(kept), 0.0)};
   const std::vector<std::size_t> map = restriction(source.nodes, kept);
+  std::vector<std::size_t> state;
+  if (choice != nullptr) {
+    state = restriction(source.nodes, {node});
+    choice->past = kept;
+    choice->option.assign(result.p.size(), 0);
+  }
   std::vector<char> seen(maximise ? result.p.size() : 0, 0);
   for (std::size_t i = 0; i < map.size(); ++i) {
     const std::size_t j = map[i];
@@ -76,28 +116,29 @@ Potential eliminate(const Potential &source, Node *node, bool maximise) {
       seen[j] = 1;
       result.p[j] = source.p[i];
       result.u[j] = source.u[i];
+      if (choice != nullptr) choice->option[j] = static_cast<std::uint32_t>(state[i]);
     }
   }
   return result;
 }
 
-// Eliminates every node of the potential that `kept` lacks, the node that
-// the compile eliminates first first.
-// Whether the node is maximised: an open decision, in the utility pass, and
-// not the one whose option is taken.
-bool maximised(const Node *node, bool utilities, const Node *fixed) noexcept {
-  if (!utilities || node == fixed || node->category != ov_category_decision) return false;
-  const ov_number_t *f = node->propagated_finding->data.get();
-  return std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; });
-}
-
-Potential reduce(Potential potential, const std::vector<Node *> &kept, bool utilities, const Node *fixed) {
+// Eliminates every node of the potential of `clique` that `kept` lacks, the
+// node that the compile eliminates first first.
+Potential reduce(Potential potential, const std::vector<Node *> &kept, const Rule &rule, const Clique *clique) {
   std::vector<Node *> out;
   for (Node *node : potential.nodes)
     if (std::find(kept.begin(), kept.end(), node) == kept.end()) out.push_back(node);
   std::sort(out.begin(), out.end(),
             [](const Node *a, const Node *b) { return a->elimination_number > b->elimination_number; });
-  for (Node *node : out) potential = eliminate(potential, node, maximised(node, utilities, fixed));
+  for (Node *node : out) {
+    const bool maximise = rule.maximises(node);
+    Choice *choice = nullptr;
+    if (maximise && rule.record != nullptr) {
+      choice = &(*rule.record)[node];
+      choice->clique = clique;
+    }
+    potential = eliminate(potential, node, maximise, choice);
+  }
   return potential;
 }
 
@@ -160,18 +201,25 @@ struct Assignment {
 struct Solver {
   JunctionTree *tree;
   const Assignment *assignment;
-  bool utilities; // maximise open decisions and carry utilities
-  // The node whose finding is replaced by one option, and that option.
-  Node *fixed = nullptr;
-  std::uint32_t option = 0;
+  Rule rule;
+  // The policies that the open decisions follow in a pass without
+  // utilities; without them an open decision is uniform over its options.
+  const Choices *policies = nullptr;
+  std::uint32_t option = 0; // the option of rule.fixed
 
   std::vector<double> finding(Node *node) const {
     std::vector<double> f(node->state_count);
     const ov_number_t *cells = node->propagated_finding->data.get();
     for (std::uint32_t i = 0; i < node->state_count; ++i) f[i] = cells[i];
-    if (node == fixed) {
+    if (node == rule.fixed) {
       std::fill(f.begin(), f.end(), 0.0);
       f[option] = 1.0;
+    }
+    if (const auto *pin = rule.pin(node)) {
+      for (std::uint32_t i = 0; i < node->state_count; ++i)
+        if (i != pin->second) f[i] = 0.0;
+      if (node->category == ov_category_decision && f[pin->second] > 0.0) f[pin->second] = 1.0;
+      return f;
     }
     // A decision summed out is a mean over the options its finding leaves open.
     if (node->category == ov_category_decision) {
@@ -190,9 +238,22 @@ struct Solver {
       multiply_probability(potential, std::vector<Node *>(table->nodes.begin(), table->nodes.end()),
                            table_values(table));
     }
-    for (Node *node : Assignment::at(assignment->homed, clique))
-      if (!maximised(node, utilities, fixed)) multiply_probability(potential, {node}, finding(node));
-    if (!utilities) return potential;
+    for (Node *node : Assignment::at(assignment->homed, clique)) {
+      if (rule.maximises(node) || (policies != nullptr && policies->contains(node))) continue;
+      multiply_probability(potential, {node}, finding(node));
+    }
+    if (policies != nullptr)
+      for (const auto &[node, choice] : *policies) {
+        if (choice.clique != clique) continue;
+        // The policy as a table over the past and the decision: 1 at the
+        // option chosen in each configuration of the past.
+        std::vector<Node *> nodes = choice.past;
+        nodes.push_back(const_cast<Node *>(node));
+        std::vector<double> values(configurations(nodes), 0.0);
+        for (std::size_t j = 0; j < choice.option.size(); ++j) values[j * node->state_count + choice.option[j]] = 1.0;
+        multiply_probability(potential, nodes, values);
+      }
+    if (!rule.utilities) return potential;
     for (Node *node : Assignment::at(assignment->utilities, clique)) {
       Table *table = node_table(node);
       add_utility(potential, std::vector<Node *>(table->nodes.begin(), table->nodes.end()), table_values(table));
@@ -204,11 +265,11 @@ struct Solver {
     Potential potential = initial(clique);
     for (const CliqueLink &link : clique->links)
       if (link.neighbour != parent) absorb_message(potential, collect(link.neighbour, clique));
-    if (parent == nullptr) return reduce(std::move(potential), {}, utilities, fixed);
+    if (parent == nullptr) return reduce(std::move(potential), {}, rule, clique);
     std::vector<Node *> separator;
     for (Node *node : clique->table->nodes)
       if (parent->table->nodes.contains(node)) separator.push_back(node);
-    return reduce(std::move(potential), separator, utilities, fixed);
+    return reduce(std::move(potential), separator, rule, clique);
   }
 
   // The probability of the findings and the weighted expected utility.
@@ -226,7 +287,7 @@ void distribute_beliefs(const Solver &solver, Clique *clique, const Clique *pare
       absorb_message(potential, messages.back());
     }
   for (Node *node : Assignment::at(solver.assignment->homed, clique)) {
-    const Potential marginal = reduce(potential, {node}, solver.utilities, solver.fixed);
+    const Potential marginal = reduce(potential, {node}, solver.rule, clique);
     double total = 0.0;
     for (double x : marginal.p) total += x;
     for (std::uint32_t i = 0; i < node->state_count; ++i)
@@ -247,30 +308,44 @@ void distribute_beliefs(const Solver &solver, Clique *clique, const Clique *pare
     std::vector<Node *> separator;
     for (Node *node : clique->table->nodes)
       if (link.neighbour->table->nodes.contains(node)) separator.push_back(node);
-    const Potential message = reduce(std::move(rest), separator, solver.utilities, solver.fixed);
+    const Potential message = reduce(std::move(rest), separator, solver.rule, clique);
     distribute_beliefs(solver, link.neighbour, clique, &message);
     ++k;
   }
+}
+
+// The expected utility of the domain with the nodes pinned, or 0 where the
+// findings and the pins are impossible together: the tree's share plus the
+// maximum of the other trees.
+double pinned_utility(JunctionTree *tree, const Assignment &assignment, const Pins &pins) {
+  Rule rule{true, nullptr, &pins, nullptr};
+  const Potential solved = Solver{tree, &assignment, rule}.solve();
+  if (solved.p[0] <= 0.0) return 0.0;
+  return solved.u[0] / solved.p[0] + domain_expected_utility(tree->domain) - tree->expected_utility;
 }
 
 } // namespace
 
 ov_status_t solve_decision_tree(JunctionTree *tree) {
   const Assignment assignment(tree);
-  const Solver beliefs{tree, &assignment, false};
-  const Potential evidence = beliefs.solve();
+  const Potential evidence = Solver{tree, &assignment, Rule{}}.solve();
   if (engine::check_range(evidence.p[0]) != ov_error_none) return ov_error_code();
-  tree->total_constant = evidence.p[0];
-  tree->total_log_constant = std::log(evidence.p[0]);
-  distribute_beliefs(beliefs, tree->root, nullptr, nullptr);
-  const Solver best{tree, &assignment, true};
-  const Potential meu = best.solve();
+  Choices policies;
+  const Potential meu = Solver{tree, &assignment, Rule{true, nullptr, nullptr, &policies}}.solve();
   tree->expected_utility = meu.p[0] > 0.0 ? meu.u[0] / meu.p[0] : 0.0;
+  // Beliefs and the probability of the findings with the open decisions
+  // following their optimal policies.
+  const Solver beliefs{tree, &assignment, Rule{}, &policies};
+  const Potential chosen = beliefs.solve();
+  if (engine::check_range(chosen.p[0]) != ov_error_none) return ov_error_code();
+  tree->total_constant = chosen.p[0];
+  tree->total_log_constant = std::log(chosen.p[0]);
+  distribute_beliefs(beliefs, tree->root, nullptr, nullptr);
   tree->decision_utilities.clear();
   for (Node *node : tree->members) {
     if (node->category != ov_category_decision) continue;
     for (std::uint32_t k = 0; k < node->state_count; ++k) {
-      const Potential taken = Solver{tree, &assignment, true, node, k}.solve();
+      const Potential taken = Solver{tree, &assignment, Rule{true, node}, nullptr, k}.solve();
       tree->decision_utilities.push_back(taken.p[0] > 0.0 ? taken.u[0] / taken.p[0] : 0.0);
     }
   }
@@ -288,6 +363,47 @@ ov_status_t solve_decision_tree(JunctionTree *tree) {
     }
   }
   return set_error(ov_error_none);
+}
+
+Table *decision_policy(Node *decision, bool utilities) {
+  JunctionTree *tree = decision->junction_tree;
+  const Assignment assignment(tree);
+  Choices policies;
+  Solver{tree, &assignment, Rule{true, nullptr, nullptr, &policies}}.solve();
+  const auto found = policies.find(decision);
+  Choice taken;
+  if (found == policies.end()) {
+    // A decision taken: the first option its finding leaves open.
+    const ov_number_t *f = decision->propagated_finding->data.get();
+    std::uint32_t k = 0;
+    while (k + 1 < decision->state_count && f[k] <= 0.0f) ++k;
+    taken.option.assign(1, k);
+  }
+  const Choice &choice = found == policies.end() ? taken : found->second;
+  NodeList nodes;
+  for (Node *node : choice.past) nodes.push_back(node);
+  nodes.push_back(decision);
+  Table *table = table_new(tree->domain, nodes.data(), ov_table_kind_probability, role_returned, false, true);
+  if (table == nullptr) return nullptr;
+  const std::uint32_t n = decision->state_count;
+  std::fill_n(table->data.get(), table->size, 0.0f);
+  Pins pins(choice.past.size() + 1);
+  for (std::size_t j = 0; j < choice.option.size(); ++j) {
+    if (!utilities) {
+      table->data[j * n + choice.option[j]] = 1.0f;
+      continue;
+    }
+    std::size_t rest = j;
+    for (std::size_t i = choice.past.size(); i-- > 0;) {
+      pins[i] = {choice.past[i], static_cast<std::uint32_t>(rest % choice.past[i]->state_count)};
+      rest /= choice.past[i]->state_count;
+    }
+    for (std::uint32_t k = 0; k < n; ++k) {
+      pins.back() = {decision, k};
+      table->data[j * n + k] = static_cast<ov_number_t>(pinned_utility(tree, assignment, pins));
+    }
+  }
+  return table_detach(table);
 }
 
 double domain_expected_utility(const Domain *domain) noexcept {

@@ -8,8 +8,8 @@
 // taken) is summed, an open decision is maximised. At the root the sum of
 // the probabilities and of the weighted utilities give the maximum expected
 // utility. The expected utility of an option of a decision is that maximum
-// with the option taken. Beliefs of chance nodes are computed with the open
-// decisions uniform over the options that their findings leave open.
+// with the option taken. Beliefs, and the probability of the findings, are
+// those with the open decisions following their optimal policies.
 #pragma once
 
 #include "model/domain.h"
@@ -27,6 +27,12 @@ inline bool has_decisions(const Domain *domain) noexcept {
 // tree's share of the maximum expected utility. Allocates its working
 // potentials. inconsistency_or_underflow when the findings have probability 0.
 ov_status_t solve_decision_tree(JunctionTree *tree);
+
+// The optimal policy of a decision as a new table, detached, over the past
+// that the solution maximises it on, then the decision: 1 at the option
+// chosen in each configuration of the past, or (with `utilities`) the
+// expected utility of each option there. The tree must be solved.
+Table *decision_policy(Node *decision, bool utilities);
 
 // The maximum expected utility of the domain: the sum over its trees.
 double domain_expected_utility(const Domain *domain) noexcept;

@@ -56,6 +56,18 @@ ov_number_t ov_node_get_expected_utility(ov_node_t node, ov_index_t state) {
   return node->utility_table->data[static_cast<std::size_t>(state)];
 }
 
+ov_table_t ov_node_get_policy(ov_node_t node) {
+  if (check_usage(node == nullptr || node->category != ov_category_decision || !node->is_discrete())) return nullptr;
+  if (refuse(tree_result_state(node->home, node->junction_tree))) return nullptr;
+  return guarded<ov_table_t>(nullptr, [&] { return decision_policy(node, false); });
+}
+
+ov_table_t ov_node_get_policy_utilities(ov_node_t node) {
+  if (check_usage(node == nullptr || node->category != ov_category_decision || !node->is_discrete())) return nullptr;
+  if (refuse(tree_result_state(node->home, node->junction_tree))) return nullptr;
+  return guarded<ov_table_t>(nullptr, [&] { return decision_policy(node, true); });
+}
+
 ov_double_t ov_domain_get_expected_utility(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1.0;
   if (refuse(domain_result_state(domain))) return -1.0;

@@ -49,6 +49,27 @@ TEST(InfluenceDiagram, OilWildcatterPublishedValues) {
   // Drilling whatever the test shows makes the test a pure cost: without
   // it drilling expects 20.
   EXPECT_NEAR(ov_node_get_expected_utility(drill, 0), 20.0, 1e-5);
+  // The policy of Drill: drill unless the test was made and shows a diffuse
+  // structure; with expected utilities given what it depends on.
+  ov_table_t policy = ov_node_get_policy(drill);
+  ov_table_t values = ov_node_get_policy_utilities(drill);
+  ASSERT_NE(policy, nullptr);
+  ASSERT_NE(values, nullptr);
+  // The past is Test and Seismic, in the order the solution keeps them.
+  ov_node_t *past = ov_table_get_nodes(policy);
+  ASSERT_EQ(past[2], drill);
+  ASSERT_EQ(past[3], nullptr);
+  const bool seismic_first = past[0] == seismic;
+  ASSERT_EQ(past[seismic_first ? 1 : 0], test);
+  auto at = [&](int s, int t) { return static_cast<std::size_t>(seismic_first ? (s * 2 + t) * 2 : (t * 4 + s) * 2); };
+  // Impossible pairs (a test result without the test) take the first option.
+  const float drills[4][2] = {{1, 1}, {1, 1}, {0, 1}, {1, 1}}; // [Seismic][Test]
+  for (int s = 0; s < 4; ++s)
+    for (int t = 0; t < 2; ++t) EXPECT_EQ(ov_table_get_data(policy)[at(s, t)], drills[s][t]) << s << t;
+  EXPECT_NEAR(ov_table_get_data(values)[at(2, 0)], -12.5 / 0.41 - 10.0, 1e-4);
+  EXPECT_NEAR(ov_table_get_data(values)[at(3, 1)], 20.0, 1e-4);
+  ov_table_delete(policy);
+  ov_table_delete(values);
   // The test taken and its result diffuse (probability 0.41): drilling
   // expects -12.5 / 0.41 - 10, not drilling -10.
   ASSERT_EQ(ov_node_select_state(test, 0), ov_error_none);
@@ -158,7 +179,9 @@ struct RandomDiagram {
 
   // A table's cell at the configuration x (a state per node).
   static float cell(ov_node_t node, const std::vector<int> &x, const RandomDiagram &d) {
-    ov_table_t table = ov_node_get_table(node);
+    return cell(ov_node_get_table(node), x, d);
+  }
+  static float cell(ov_table_t table, const std::vector<int> &x, const RandomDiagram &d) {
     ov_node_t *members = ov_table_get_nodes(table);
     std::size_t offset = 0;
     for (int i = 0; members[i] != nullptr; ++i) {
@@ -181,7 +204,6 @@ struct Rollback {
   const RandomDiagram &d;
   std::vector<int> fixed, finding;
   std::vector<int> x;
-  bool uniform = false; // open decisions taken at random, for beliefs
 
   // The weight and the weighted utility of the subtree from stage `stage`.
   std::pair<double, double> stage(int s) {
@@ -190,6 +212,18 @@ struct Rollback {
       if (d.slot[c] == s) seen.push_back(c);
     return sum(s, seen, 0);
   }
+  // A choice of the roll-back: the decision, the history, the best option
+  // and its lead over the next best in expected utility.
+  struct Made {
+    int decision;
+    std::vector<int> x;
+    int option;
+    double lead;
+  };
+  std::vector<Made> *made = nullptr;
+  // Open decisions follow these policy tables (one per decision) if given.
+  const std::vector<ov_table_t> *policies = nullptr;
+
   std::pair<double, double> sum(int s, const std::vector<int> &seen, std::size_t at) {
     if (at < seen.size()) {
       std::pair<double, double> total{0.0, 0.0};
@@ -203,16 +237,31 @@ struct Rollback {
       return total;
     }
     if (s == d.decisions) return leaf();
+    if (policies != nullptr && fixed[s] < 0) {
+      for (int v = 0; v < static_cast<int>(d.states[s]); ++v) {
+        x[s] = v;
+        if (RandomDiagram::cell((*policies)[static_cast<std::size_t>(s)], x, d) == 1.0f) break;
+      }
+      return stage(s + 1);
+    }
     std::pair<double, double> best{0.0, 0.0};
-    bool any = false;
+    double second = -HUGE_VAL;
+    int chosen = -1;
     for (int v = 0; v < static_cast<int>(d.states[s]); ++v) {
       if (fixed[s] >= 0 && fixed[s] != v) continue;
       x[s] = v;
       const auto option = stage(s + 1);
-      const double share = fixed[s] >= 0 ? 1.0 : 1.0 / d.states[s];
-      if (uniform) best = {best.first + share * option.first, best.second + share * option.second};
-      if (!uniform && (!any || option.second > best.second)) best = option;
-      any = true;
+      if (chosen < 0 || option.second > best.second) {
+        if (chosen >= 0) second = best.second;
+        best = option;
+        chosen = v;
+      } else {
+        second = std::max(second, option.second);
+      }
+    }
+    if (made != nullptr && fixed[s] < 0 && best.first > 0.0) {
+      x[s] = chosen;
+      made->push_back({s, x, chosen, (best.second - second) / best.first});
     }
     return best;
   }
@@ -267,12 +316,32 @@ TEST(InfluenceDiagram, RandomDiagramsAgreeWithRollback) {
                     1e-6)
               << "trial " << trial << " round " << round << " decision " << k << " option " << v;
         }
-      // Beliefs of a chance node, the open decisions uniform.
+      // The policies: wherever the history is possible and the best option
+      // leads by more than the accuracy asked of expected utilities, the
+      // engine's table picks it.
+      std::vector<Rollback::Made> made;
+      Rollback chooser = ref;
+      chooser.made = &made;
+      chooser.meu();
+      std::vector<ov_table_t> policies;
+      for (int k = 0; k < d.decisions; ++k) {
+        policies.push_back(ov_node_get_policy(d.nodes[k]));
+        ASSERT_NE(policies.back(), nullptr);
+        for (const Rollback::Made &m : made) {
+          if (m.decision == k && m.lead > 1e-6) {
+            EXPECT_EQ(RandomDiagram::cell(policies.back(), m.x, d), 1.0f)
+                << "trial " << trial << " round " << round << " decision " << k;
+          }
+        }
+      }
+      // Beliefs of a chance node and the probability of the findings, the
+      // open decisions following the engine's policies.
       const int c = d.decisions + static_cast<int>(rng() % static_cast<unsigned>(d.chance));
       Rollback prior = ref;
-      prior.uniform = true;
+      prior.policies = &policies;
       prior.x.assign(d.nodes.size(), 0);
       const double evidence = prior.stage(0).first;
+      EXPECT_NEAR(ov_domain_get_normalization_constant(d.domain), evidence, 1e-6);
       for (int v = 0; v < static_cast<int>(d.states[c]); ++v) {
         Rollback state = prior;
         if (state.finding[c] >= 0 && state.finding[c] != v) continue;
@@ -280,6 +349,7 @@ TEST(InfluenceDiagram, RandomDiagramsAgreeWithRollback) {
         EXPECT_NEAR(ov_node_get_belief(d.nodes[c], static_cast<ov_index_t>(v)), state.stage(0).first / evidence, 1e-5)
             << "trial " << trial << " round " << round << " node " << c;
       }
+      for (ov_table_t policy : policies) ov_table_delete(policy);
       ++checked;
     }
   }
