@@ -605,6 +605,21 @@ PYBIND11_MODULE(_orvel, m) {
             return out;
           },
           "The expected utility of each option of a decision node after propagation.")
+      .def(
+          "policy",
+          [](const Node &n, bool utilities) {
+            ov_table_t t = utilities ? ov_node_get_policy_utilities(n.node) : ov_node_get_policy(n.node);
+            if (t == nullptr) fail(last_code(), "policy of '" + text(ov_node_get_name(n.node)) + "'");
+            std::vector<std::string> past;
+            for (ov_node_t m : null_terminated(ov_table_get_nodes(t))) past.push_back(text(ov_node_get_name(m)));
+            py::array_t<double> values = table_array(t);
+            ov_table_delete(t);
+            return py::make_tuple(past, values);
+          },
+          py::arg("utilities") = false,
+          "The optimal policy of a decision node after propagation: (names, array) with one axis per node\n"
+          "of the past the choice depends on, then the decision's options; 1 at the option chosen, or with\n"
+          "utilities=True the expected utility of each option.")
       .def_property_readonly(
           "entropy",
           [](const Node &n) {

@@ -172,3 +172,18 @@ def test_approximation_keeps_beliefs_within_its_bound():
     bound = removed / ((1 - removed) * approximated.probability_of_evidence)
     for name in exact._chance_names():
         assert np.abs(approximated.beliefs(name) - exact.beliefs(name)).max() <= bound + 1e-6
+
+
+def test_policy_of_the_oil_wildcatter():
+    oil = orvel.load(path("examples", "oil_wildcatter.net"))
+    oil.compile()
+    oil.propagate()
+    names, policy = oil["Drill"].policy()
+    assert names[-1] == "Drill" and sorted(names[:-1]) == ["Seismic", "Test"]
+    policy = np.moveaxis(policy, [names.index("Seismic"), names.index("Test")], [0, 1])
+    seismic, test = oil["Seismic"].states, oil["Test"].states
+    # after a diffuse test result, do not drill; with no test, drill
+    assert policy[seismic.index("diffuse"), test.index("yes")].argmax() == oil["Drill"].states.index("no")
+    assert policy[seismic.index("none"), test.index("no")].argmax() == oil["Drill"].states.index("yes")
+    _, values = oil["Test"].policy(utilities=True)
+    np.testing.assert_allclose(values, oil["Test"].expected_utilities(), rtol=1e-6)
