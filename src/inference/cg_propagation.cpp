@@ -316,17 +316,6 @@ CgPotential continuous_factor(Node *node) {
   return p;
 }
 
-// The first clique of the tree, from its root, that holds all the nodes.
-Clique *home_of(Clique *clique, const Clique *parent, const std::vector<Node *> &nodes) {
-  const bool holds =
-      std::all_of(nodes.begin(), nodes.end(), [&](const Node *node) { return clique->table->nodes.contains(node); });
-  if (holds) return clique;
-  for (const CliqueLink &link : clique->links)
-    if (link.neighbour != parent)
-      if (Clique *found = home_of(link.neighbour, clique, nodes)) return found;
-  return nullptr;
-}
-
 // The discrete and the unobserved continuous nodes that both cliques hold.
 void shared_nodes(const Clique *a, const Clique *b, std::vector<Node *> &discrete, std::vector<Node *> &continuous) {
   for (Node *node : a->table->nodes) {

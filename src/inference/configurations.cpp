@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "compile/clique.h"
 #include "model/node.h"
+#include "table/table.h"
 
 namespace orvel {
 
@@ -35,6 +37,16 @@ std::vector<std::size_t> restriction(const std::vector<Node *> &big, const std::
     }
   }
   return map;
+}
+
+Clique *home_of(Clique *clique, const Clique *parent, const std::vector<Node *> &nodes) {
+  const bool holds =
+      std::all_of(nodes.begin(), nodes.end(), [&](const Node *node) { return clique->table->nodes.contains(node); });
+  if (holds) return clique;
+  for (const CliqueLink &link : clique->links)
+    if (link.neighbour != parent)
+      if (Clique *found = home_of(link.neighbour, clique, nodes)) return found;
+  return nullptr;
 }
 
 } // namespace orvel

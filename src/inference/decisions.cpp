@@ -150,17 +150,6 @@ std::vector<double> table_values(const Table *table) {
   return std::vector<double>(table->data.get(), table->data.get() + table->size);
 }
 
-// The first clique of the tree, from its root, that holds all the nodes.
-Clique *home_of(Clique *clique, const Clique *parent, const std::vector<Node *> &nodes) {
-  const bool holds =
-      std::all_of(nodes.begin(), nodes.end(), [&](const Node *node) { return clique->table->nodes.contains(node); });
-  if (holds) return clique;
-  for (const CliqueLink &link : clique->links)
-    if (link.neighbour != parent)
-      if (Clique *found = home_of(link.neighbour, clique, nodes)) return found;
-  return nullptr;
-}
-
 // Where the tables of a tree go: each chance node's table, each utility
 // table and each node's finding (and belief) to the first clique from the
 // root that holds its nodes.
