@@ -58,6 +58,8 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
                               "                           fit the tables to the cases of a data file by EM\n"
                               "  learn-structure DATA -o OUT [--constraints FILE] [--significance LEVEL]\n"
                               "                           learn a network (edges, then tables) from a data file\n"
+                              "  policy NET DECISION [-e NODE=STATE]...\n"
+                              "                           the optimal policy of a decision\n"
                               "  draw NET [-e NODE=STATE]... [--junction-tree] -o FILE.svg|.png|.pdf|.dot\n"
                               "                           draw the network with its beliefs (Graphviz)\n"
                               "\n"
@@ -96,6 +98,13 @@ const char *const marginal_help =
     "\n"
     "Compiles the network, enters the evidence, propagates and prints the joint\n"
     "distribution of the listed discrete nodes, one line per configuration.\n";
+
+const char *const policy_help = "usage: orvel policy NET DECISION [-e NODE=STATE]... [-l NODE=w1,...]... [--json]\n"
+                                "\n"
+                                "Compiles the influence diagram, enters the evidence (a finding on a decision is a\n"
+                                "decision taken), solves it and prints the optimal policy of DECISION: one line per\n"
+                                "configuration of the past the choice depends on, with the option chosen and the\n"
+                                "expected utility of each option there.\n";
 
 const char *const compile_help =
     "usage: orvel compile NET [--method clique-size|clique-weight|fill-in-size|fill-in-weight|\n"
@@ -746,6 +755,82 @@ int command_marginal(const Options &options) {
   return exit_ok;
 }
 
+int command_policy(const Options &options) {
+  if (options.positional.size() != 1) return usage_error("policy needs NET and a decision");
+  DomainHolder holder;
+  int status = prepare(options, holder);
+  if (status != exit_ok) return status;
+  ov_node_t decision = ov_domain_get_node_by_name(holder.domain, options.positional[0].c_str());
+  if (decision == nullptr || ov_node_get_category(decision) != ov_category_decision)
+    return usage_error("'" + options.positional[0] + "' is not a decision of " + options.network);
+  ov_table_t policy = ov_node_get_policy(decision);
+  if (policy == nullptr) return library_error("solving for the policy");
+  ov_table_t values = ov_node_get_policy_utilities(decision);
+  if (values == nullptr) {
+    ov_table_delete(policy);
+    return library_error("solving for the policy");
+  }
+  std::vector<ov_node_t> past;
+  for (ov_node_t *n = ov_table_get_nodes(policy); *n != decision; ++n) past.push_back(*n);
+  const ov_count_t options_count = ov_node_get_number_of_states(decision);
+  const ov_count_t rows = ov_table_get_size(policy) / options_count;
+  const ov_number_t *chosen = ov_table_get_data(policy);
+  const ov_number_t *utility = ov_table_get_data(values);
+  std::FILE *out = stdout;
+  if (options.json) {
+    print_json_head(out, options);
+    std::fputs(", \"decision\": ", out);
+    print_json_string(out, ov_node_get_name(decision));
+    std::fputs(", \"past\": [", out);
+    for (std::size_t i = 0; i < past.size(); ++i) {
+      std::fputs(i > 0 ? ", " : "", out);
+      print_json_string(out, ov_node_get_name(past[i]));
+    }
+    std::fputs("], \"rows\": [", out);
+  }
+  std::vector<ov_count_t> digit(past.size(), 0);
+  for (ov_count_t row = 0; row < rows; ++row) {
+    ov_count_t best = 0;
+    while (best + 1 < options_count && chosen[row * options_count + best] != 1.0f) ++best;
+    if (options.json) {
+      std::fputs(row > 0 ? ", {\"states\": [" : "{\"states\": [", out);
+      for (std::size_t i = 0; i < past.size(); ++i) {
+        std::fputs(i > 0 ? ", " : "", out);
+        print_json_string(out, ov_node_get_state_label(past[i], digit[i]));
+      }
+      std::fputs("], \"choice\": ", out);
+      print_json_string(out, ov_node_get_state_label(decision, best));
+      std::fputs(", \"expected_utilities\": [", out);
+      for (ov_count_t k = 0; k < options_count; ++k) {
+        std::fputs(k > 0 ? ", " : "", out);
+        print_json_number(out, utility[row * options_count + k]);
+      }
+      std::fputs("]}", out);
+    } else {
+      std::string line;
+      for (std::size_t i = 0; i < past.size(); ++i) {
+        line += i > 0 ? " " : "";
+        line += ov_node_get_name(past[i]);
+        line += "=";
+        line += ov_node_get_state_label(past[i], digit[i]);
+      }
+      if (past.empty()) line = "(always)";
+      std::printf("%s  ->  %s", line.c_str(), ov_node_get_state_label(decision, best));
+      for (ov_count_t k = 0; k < options_count; ++k)
+        std::printf("  %s: %.9g", ov_node_get_state_label(decision, k), utility[row * options_count + k]);
+      std::printf("\n");
+    }
+    for (std::size_t i = past.size(); i-- > 0;) {
+      if (++digit[i] < ov_node_get_number_of_states(past[i])) break;
+      digit[i] = 0;
+    }
+  }
+  if (options.json) std::fputs("]}\n", out);
+  ov_table_delete(policy);
+  ov_table_delete(values);
+  return exit_ok;
+}
+
 // The cells of the domain's clique tables that are not zero.
 double nonzero_clique_cells(ov_domain_t domain) {
   double count = 0;
@@ -1360,6 +1445,7 @@ int run(int argc, char **argv) {
   static const std::map<std::string, Command> commands = {
       {"beliefs", {beliefs_help, command_beliefs, true, false}},
       {"marginal", {marginal_help, command_marginal, true, false}},
+      {"policy", {policy_help, command_policy, true, false}},
       {"compile", {compile_help, command_compile, false, true}},
       {"convert", {convert_help, command_convert, false, false}},
   };

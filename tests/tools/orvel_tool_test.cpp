@@ -273,6 +273,20 @@ TEST(OrvelTool, InfluenceDiagramExpectedUtilities) {
   ASSERT_NE(text.out.find(meu), std::string::npos) << text.out;
   EXPECT_NEAR(std::stod(text.out.substr(text.out.find(meu) + meu.size())), 77.5, 1e-5);
   EXPECT_NE(text.out.find("yes                  EU 77.5  (best)"), std::string::npos) << text.out;
+  // The policy of Drill: drill unless the test shows a diffuse structure
+  // (-12.5 / 0.41 - 10 against -10); the test itself is always worth it.
+  ToolRun policy = run_tool("policy " + example("oil_wildcatter.net") + " Drill");
+  ASSERT_EQ(policy.status, 0) << policy.err;
+  EXPECT_NE(policy.out.find("Test=yes Seismic=diffuse  ->  no  yes: -40.4878044  no: -10\n"), std::string::npos)
+      << policy.out;
+  EXPECT_NE(policy.out.find("Test=no Seismic=none  ->  yes  yes: 20  no: 0\n"), std::string::npos) << policy.out;
+  ToolRun first = run_tool("policy " + example("oil_wildcatter.net") + " Test --json");
+  ASSERT_EQ(first.status, 0) << first.err;
+  EXPECT_NE(first.out.find("\"past\": [], \"rows\": [{\"states\": [], \"choice\": \"yes\", "
+                           "\"expected_utilities\": [22.5, 20]}]"),
+            std::string::npos)
+      << first.out;
+  EXPECT_EQ(run_tool("policy " + example("oil_wildcatter.net") + " Oil").status, 1);
 }
 
 TEST(OrvelTool, MixedNetworkTakesValuesAndPrintsMoments) {
