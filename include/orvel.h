@@ -640,9 +640,8 @@ OV_API int ov_domain_evidence_mode_is(ov_domain_t domain, ov_evidence_mode_t mod
  * Propagation (src/inference/propagation_api.cpp)
  *
  * Only sum equilibrium in normal mode is available in a domain with
- * continuous, decision or utility nodes (which cannot be compiled yet). A
- * failed propagation leaves the tree at its initial equilibrium with the
- * findings still entered.
+ * continuous, decision or utility nodes. A failed propagation leaves the
+ * tree at its initial equilibrium with the findings still entered.
  * ------------------------------------------------------------------------ */
 
 /* Propagates the entered evidence in every tree: inconsistency_or_underflow

@@ -279,6 +279,37 @@ struct Rollback {
   }
 };
 
+// What cannot be an influence diagram is refused with its code, and the
+// domain stays as it was.
+TEST(InfluenceDiagram, BadDiagramsAreRefusedAndChangeNothing) {
+  ov_domain_t domain = ov_new_domain();
+  ov_node_t d1 = ov_domain_new_node(domain, ov_category_decision, ov_kind_discrete);
+  ov_node_t d2 = ov_domain_new_node(domain, ov_category_decision, ov_kind_discrete);
+  ov_node_t c = ov_domain_new_node(domain, ov_category_chance, ov_kind_discrete);
+  ov_node_t u = ov_domain_new_node(domain, ov_category_utility, ov_kind_discrete);
+  ASSERT_EQ(ov_node_add_parent(c, d1), ov_error_none);
+  ASSERT_EQ(ov_node_add_parent(u, c), ov_error_none);
+  ASSERT_EQ(ov_node_add_parent(u, d2), ov_error_none);
+  // No path holds both decisions.
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_decision_order);
+  EXPECT_EQ(ov_domain_is_compiled(domain), 0);
+  // A utility has no children; a cycle through a decision is a cycle.
+  EXPECT_EQ(ov_node_add_parent(d2, u), ov_error_usage);
+  EXPECT_EQ(ov_node_add_parent(d1, c), ov_error_cyclic_network);
+  EXPECT_EQ(ov_node_get_parents(d2)[0], nullptr);
+  EXPECT_EQ(ov_node_get_parents(d1)[0], nullptr);
+  // Continuous nodes do not join decisions.
+  EXPECT_EQ(ov_domain_new_node(domain, ov_category_chance, ov_kind_continuous), nullptr);
+  EXPECT_EQ(ov_error_code(), ov_error_cg_influence_diagrams_not_supported);
+  int nodes = 0;
+  for (ov_node_t n = ov_domain_get_first_node(domain); n != nullptr; n = ov_node_get_next(n)) ++nodes;
+  EXPECT_EQ(nodes, 4);
+  // Ordered, it compiles.
+  ASSERT_EQ(ov_node_add_parent(d2, c), ov_error_none);
+  EXPECT_EQ(ov_domain_compile(domain), ov_error_none);
+  ov_domain_delete(domain);
+}
+
 TEST(InfluenceDiagram, RandomDiagramsAgreeWithRollback) {
   std::mt19937 rng(2024);
   int checked = 0;
