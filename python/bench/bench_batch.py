@@ -64,8 +64,8 @@ def main():
     parser.add_argument("--dask", action="store_true", help="also time orvel.dask on a local cluster")
     args = parser.parse_args()
     print("cores: %d" % os.cpu_count())
-    for spec in args.networks.split(","):
-        name, rows = spec.split(":")
+    for item in args.networks.split(","):
+        name, rows = item.split(":")
         net = os.path.join(ROOT, "networks", name + ".net")
         d = orvel.load(net)
         d.compile()
