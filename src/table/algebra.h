@@ -30,7 +30,8 @@ void store_scratch(const double *values, Table *table) noexcept;
 // slice.
 ov_status_t table_marginalize(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_evidence_mode_t mode, bool restrict);
 // Multiplies the source into the target (adding utilities where both have
-// them), including the conditional Gaussian part.
+// them), including the conditional Gaussian part. With `restrict`, the
+// cells of states that hard evidence excludes are left alone.
 ov_status_t table_multiply_into(KernelPlan *plan, bool restrict);
 // Divides the target by the source without ever dividing by 0: 0/0 gives 0
 // and x/0 leaves x.

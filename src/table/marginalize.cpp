@@ -3,6 +3,7 @@
 #include "table/marginalize.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "model/domain.h"
 #include "model/node.h"
@@ -109,6 +110,18 @@ double *marginal_to_scratch(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_e
   // through the kernels, whose fixed strides suit them better.
   if (mode != ov_mode_fast_retraction && plan->domain->concurrency_level < 2 && T->size >= stream_threshold) {
     stream_marginal(plan, values, equilibrium != ov_equilibrium_sum, work);
+    return values;
+  }
+  if (const std::uint16_t *map = plan_cell_map(plan, false); map != nullptr && mode != ov_mode_fast_retraction) {
+    const ov_number_t *t = T->data.get();
+    if (equilibrium == ov_equilibrium_sum) {
+      std::fill_n(values, n, 0.0);
+      for (Size i = 0; i < T->size; ++i) values[map[i]] += t[i];
+    } else {
+      std::fill_n(values, n, -std::numeric_limits<double>::infinity());
+      for (Size i = 0; i < T->size; ++i)
+        if (t[i] > values[map[i]]) values[map[i]] = t[i];
+    }
     return values;
   }
   ov_status_t status;

@@ -82,6 +82,22 @@ std::shared_ptr<PlanLayout> build_layout(const Table *T, const Table *S) {
       layout->inner_decisions = true;
     }
   }
+  if (n > 0 && target_stride <= cell_map_limit) {
+    // An odometer over T's cells in storage order, last node fastest.
+    layout->cell_map.resize(target_stride);
+    std::vector<std::uint32_t> state(n, 0);
+    Size at = 0;
+    for (Size cell = 0; cell < target_stride; ++cell) {
+      layout->cell_map[cell] = static_cast<std::uint16_t>(at);
+      for (std::uint32_t i = n; i-- > 0;) {
+        const PlanDimension &d = layout->dimensions[i];
+        at += d.stride;
+        if (++state[i] < d.count) break;
+        at -= static_cast<Size>(d.count) * d.stride;
+        state[i] = 0;
+      }
+    }
+  }
   return layout;
 }
 
@@ -262,6 +278,17 @@ void plan_drop_fixed(KernelPlan *plan, bool with_test) noexcept {
     plan->base_offset += d.stride * static_cast<Size>(state);
     return true;
   });
+}
+
+const std::uint16_t *plan_cell_map(const KernelPlan *plan, bool restrict) noexcept {
+  if (plan->layout == nullptr || plan->layout->cell_map.empty()) return nullptr;
+  if (restrict) {
+    const Table *T = plan->finer();
+    const std::uint32_t *places = plan->layout->source_places.data();
+    for (std::uint32_t i = 0; i < plan->dimension_count; ++i)
+      if (places[i] == no_place && T->nodes[i]->instantiated_state >= 0) return nullptr;
+  }
+  return plan->layout->cell_map.data();
 }
 
 std::uint32_t merge_dimensions(PlanDimension *dims, std::uint32_t n, std::uint32_t level) noexcept {

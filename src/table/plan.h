@@ -40,7 +40,15 @@ struct PlanLayout {
   std::vector<Size> target_strides;
   // Whether a decision node of the target is missing from the source.
   bool inner_decisions = false;
+  // For a small target (at most cell_map_limit cells): each target cell's
+  // cell in the source, so that the kernels of small tables are one plain
+  // loop without any walk set-up. Empty for larger targets.
+  std::vector<std::uint16_t> cell_map;
 };
+
+// The largest target that gets a cell map: two bytes per cell, and beyond
+// a few thousand cells the strided walks are as fast.
+constexpr Size cell_map_limit = 4096;
 
 // A plan's dimensions as plan_prepare shapes them, kept between operations:
 // they are merged again only when the concurrency level or the set of
@@ -134,6 +142,11 @@ ov_status_t plan_prepare_summing(KernelPlan *plan, bool restrict) noexcept;
 // dimensions has changed since the last call; the plan's own current
 // dimensions are not touched. Never allocates.
 const PlanShape &plan_shape(KernelPlan *plan, bool restrict) noexcept;
+
+// The cell map of a small target, to run an operation over every cell by;
+// null for a larger target, and with `restrict` where evidence fixes an
+// inner dimension (the operation reads a slice).
+const std::uint16_t *plan_cell_map(const KernelPlan *plan, bool restrict) noexcept;
 
 // Whether a node's propagated finding is other than all 1.0.
 bool has_propagated_evidence(const Node *node) noexcept;
