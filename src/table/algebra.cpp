@@ -130,10 +130,7 @@ ov_status_t marginalize_max(KernelPlan *plan, bool restrict, double *values) {
       if (T->data[i] > v) v = T->data[i];
     }
   } else if (const std::uint16_t *map = plan_cell_map(plan, restrict); map != nullptr) {
-    for (Size i = 0; i < T->size; ++i) {
-      double &v = values[map[i]];
-      if (T->data[i] > v) v = T->data[i];
-    }
+    map_max(T->data.get(), map, T->size, values);
   } else {
     ov_status_t status = run_shaped_kernel(plan, plan_shape(plan, restrict), kernel_max, nullptr, values, 0, 0);
     if (status != ov_error_none) return status;
@@ -176,8 +173,7 @@ ov_status_t marginalize_sum(KernelPlan *plan, bool restrict, double *values) {
     if (heads) return give_up(fail(ov_error_compressed));
     for (Size i = 0; i < T->size; ++i) values[plan->compressed_map[i]] += T->data[i];
   } else if (const std::uint16_t *map = plan_cell_map(plan, restrict); map != nullptr && !heads) {
-    // Each value sees its cells in the target's order, as in the kernel.
-    for (Size i = 0; i < T->size; ++i) values[map[i]] += T->data[i];
+    map_sum(T->data.get(), map, T->size, values);
   } else {
     const PlanShape &shape = plan_shape(plan, restrict);
     inner = shape.inner_count > 0;
@@ -241,9 +237,7 @@ ov_status_t table_multiply_into(KernelPlan *plan, bool restrict) {
     else
       for (Size i = 0; i < T->size; ++i) T->data[i] *= S->data[plan->compressed_map[i]];
   } else if (const std::uint16_t *map = plan_cell_map(plan, restrict); map != nullptr) {
-    ov_number_t *t = T->data.get();
-    const ov_number_t *s = S->data.get();
-    for (Size i = 0; i < T->size; ++i) t[i] *= s[map[i]];
+    map_multiply(T->data.get(), S->data.get(), map, T->size);
   } else {
     ov_status_t status =
         run_shaped_kernel(plan, plan_shape(plan, restrict), kernel_multiply, S->data.get(), nullptr, 0, 0);

@@ -379,6 +379,19 @@ void influence_shared(const ov_number_t *t, const ov_number_t *tu, double *&v, S
 
 } // namespace
 
+void map_multiply(ov_number_t *target, const ov_number_t *source, const std::uint16_t *map, Size n) noexcept {
+  for (Size i = 0; i < n; ++i) target[i] *= source[map[i]];
+}
+
+void map_sum(const ov_number_t *target, const std::uint16_t *map, Size n, double *values) noexcept {
+  for (Size i = 0; i < n; ++i) values[map[i]] += target[i];
+}
+
+void map_max(const ov_number_t *target, const std::uint16_t *map, Size n, double *values) noexcept {
+  for (Size i = 0; i < n; ++i)
+    if (target[i] > values[map[i]]) values[map[i]] = target[i];
+}
+
 void kernel_multiply(const KernelCall &call) { arithmetic_kernel<Multiply>(call); }
 void kernel_add(const KernelCall &call) { arithmetic_kernel<Add>(call); }
 void kernel_divide(const KernelCall &call) { arithmetic_kernel<Divide>(call); }

@@ -31,6 +31,14 @@ void kernel_max(const KernelCall &call);
 // the inner dimensions that have them.
 void kernel_weighted_sum(const KernelCall &call);
 void kernel_weighted_max(const KernelCall &call);
+// The same operations over every cell of a small target by its cell map
+// (map[i]: the source cell of target cell i), for n target cells. The
+// marginals add to (or raise) `values` as they stand, each value seeing its
+// cells in the target's order.
+void map_multiply(ov_number_t *target, const ov_number_t *source, const std::uint16_t *map, Size n) noexcept;
+void map_sum(const ov_number_t *target, const std::uint16_t *map, Size n, double *values) noexcept;
+void map_max(const ov_number_t *target, const std::uint16_t *map, Size n, double *values) noexcept;
+
 // Influence-diagram marginal: source_values[j] gets the probability summed
 // over dimensions with sum_flag 1 and maximised over the others, and
 // source_values[size + j] the utility weighted by its probability, summed

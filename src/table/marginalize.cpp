@@ -113,14 +113,12 @@ double *marginal_to_scratch(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_e
     return values;
   }
   if (const std::uint16_t *map = plan_cell_map(plan, false); map != nullptr && mode != ov_mode_fast_retraction) {
-    const ov_number_t *t = T->data.get();
     if (equilibrium == ov_equilibrium_sum) {
       std::fill_n(values, n, 0.0);
-      for (Size i = 0; i < T->size; ++i) values[map[i]] += t[i];
+      map_sum(T->data.get(), map, T->size, values);
     } else {
       std::fill_n(values, n, -std::numeric_limits<double>::infinity());
-      for (Size i = 0; i < T->size; ++i)
-        if (t[i] > values[map[i]]) values[map[i]] = t[i];
+      map_max(T->data.get(), map, T->size, values);
     }
     return values;
   }
