@@ -507,8 +507,9 @@ OV_API ov_status_t ov_domain_compile_quantitatively(ov_domain_t domain, ov_progr
 OV_API ov_status_t ov_domain_triangulate(ov_domain_t domain, ov_triangulation_method_t method);
 /* The bound on the work of ov_tm_total_weight: the most search states (sets
  * of eliminated nodes) it may make for one prime component before it falls
- * back to the best of the four heuristics there. 0, the initial value,
- * selects the built-in bound of 200000. usage for a null domain. */
+ * back to the lightest of the four heuristics and of 80 randomised greedy
+ * runs (fixed seeds, so compiles are reproducible) there. 0, the initial
+ * value, selects the built-in bound of 200000. usage for a null domain. */
 OV_API ov_status_t ov_domain_set_max_number_of_separators(ov_domain_t domain, size_t count);
 /* The bound set, 0 for the built-in one; 0 with usage for a null domain. */
 OV_API size_t ov_domain_get_max_number_of_separators(ov_domain_t domain);
