@@ -579,14 +579,14 @@ TEST(TotalWeight, MatchesEnumerationAndRespectsLevels) {
   EXPECT_GT(below_heuristics, 0);
 }
 
-// On networks the search finishes on, on andes (where it gives up and the
-// randomised runs beat every heuristic), and on an influence diagram: the
+// On networks the search finishes on, and on an influence diagram: the
 // forest checks out, is no larger than any heuristic's, and gives the
-// beliefs of the default compile.
+// beliefs of the default compile. With a bound of 100 states the search
+// gives up, and the randomised runs still beat every heuristic on insurance
+// (finding its optimum) and water.
 TEST(TotalWeight, SharedNetworksCompileToTheSameBeliefs) {
-  for (const std::string &file :
-       {shared_network("insurance.net"), shared_network("water.net"), shared_network("mildew.net"),
-        shared_network("andes.net"), std::string(ORVEL_EXAMPLES "/oil_wildcatter.net")}) {
+  for (const std::string &file : {shared_network("insurance.net"), shared_network("water.net"),
+                                  shared_network("mildew.net"), std::string(ORVEL_EXAMPLES "/oil_wildcatter.net")}) {
     SCOPED_TRACE(file);
     double least_heuristic = -1;
     for (int method = ov_tm_clique_size; method <= ov_tm_fill_in_weight; ++method) {
@@ -601,11 +601,18 @@ TEST(TotalWeight, SharedNetworksCompileToTheSameBeliefs) {
     ov_domain_t plain = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
     ASSERT_EQ(ov_domain_triangulate(searched, ov_tm_total_weight), ov_error_none);
     ASSERT_EQ(ov_domain_compile_qualitatively(searched, nullptr), ov_error_none);
-    const double total = check_forest(searched);
-    EXPECT_LE(total, least_heuristic);
-    if (file.find("andes") != std::string::npos) {
-      EXPECT_LT(total, 0.8 * least_heuristic);
+    EXPECT_LE(check_forest(searched), least_heuristic);
+    ov_domain_t bounded = ov_net_parse_domain(file.c_str(), nullptr, nullptr);
+    ASSERT_EQ(ov_domain_set_max_number_of_separators(bounded, 100), ov_error_none);
+    ASSERT_EQ(ov_domain_triangulate(bounded, ov_tm_total_weight), ov_error_none);
+    ASSERT_EQ(ov_domain_compile_qualitatively(bounded, nullptr), ov_error_none);
+    const double total = check_forest(bounded);
+    if (file.find("insurance") != std::string::npos || file.find("water") != std::string::npos) {
+      EXPECT_LT(total, least_heuristic);
+    } else {
+      EXPECT_LE(total, least_heuristic);
     }
+    ov_domain_delete(bounded);
     if (file.find("oil_wildcatter") == std::string::npos) {
       ASSERT_EQ(ov_domain_compile_quantitatively(searched, nullptr), ov_error_none);
       ASSERT_EQ(ov_domain_compile(plain), ov_error_none);
