@@ -737,6 +737,27 @@ OV_API ov_table_t ov_node_get_policy(ov_node_t node);
  * configuration, the findings and the best choices at the other open
  * decisions; 0.0 where they are impossible together. */
 OV_API ov_table_t ov_node_get_policy_utilities(ov_node_t node);
+/* Limited memory: with a nonzero `limited` each decision of the domain
+ * knows only its parents (its information links), not everything decided
+ * and observed before it, and the decisions need not be totally ordered. A
+ * change uncompiles the domain; the default is 0, no-forgetting. The
+ * policies are then found by single policy updating: from uniform policies,
+ * each open decision in turn (the later before the earlier) takes the best
+ * option in each configuration of its parents given the other policies,
+ * until a round changes nothing. The result is a local optimum: no change
+ * of one decision's policy alone gains. It is the optimum when the diagram
+ * is soluble, for example when each decision observes what every earlier
+ * decision observed and the earlier decisions themselves. The queries above
+ * answer with every open decision following its policy: the expected
+ * utility of an option is the domain's with the decision taking it and the
+ * others following their policies, ov_domain_get_expected_utility is that
+ * of the policies, and ov_node_get_policy is a table over the decision's
+ * parents. Findings and decisions taken are respected as under
+ * no-forgetting. usage for a null domain. */
+OV_API ov_status_t ov_domain_set_limited_memory(ov_domain_t domain, int limited);
+/* 1 if the domain's decisions have limited memory, 0 if not, -1 (usage) for
+ * a null domain. */
+OV_API int ov_domain_get_limited_memory(ov_domain_t domain);
 /* The joint of the NULL-terminated nodes (discrete chance nodes of one tree)
  * as a new table the caller deletes with ov_table_delete. Nodes that share
  * no clique are not supported in fast retraction mode (fast_retraction). */

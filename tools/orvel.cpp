@@ -77,7 +77,7 @@ const char *const main_help = "usage: orvel COMMAND [ARGS]\n"
 
 const char *const beliefs_help =
     "usage: orvel beliefs NET [-e NODE=STATE]... [-l NODE=w1,w2,...]... [-v NODE=VALUE]...\n"
-    "                         [--max] [--fast-retraction] [--nodes A,B,...] [--json]\n"
+    "                         [--max] [--fast-retraction] [--limited] [--nodes A,B,...] [--json]\n"
     "\n"
     "Compiles the network, enters the evidence, propagates and prints the beliefs of\n"
     "every node (or of the nodes listed with --nodes): probabilities of discrete chance\n"
@@ -89,6 +89,8 @@ const char *const beliefs_help =
     "  -v NODE=VALUE     the value of a continuous node\n"
     "  --max             max-propagation (most probable configuration)\n"
     "  --fast-retraction propagate in fast-retraction mode\n"
+    "  --limited         decisions know only their parents (limited memory), solved\n"
+    "                    by single policy updating\n"
     "  --nodes A,B,...   print only these nodes\n"
     "  --json            print one JSON object\n";
 
@@ -99,12 +101,14 @@ const char *const marginal_help =
     "Compiles the network, enters the evidence, propagates and prints the joint\n"
     "distribution of the listed discrete nodes, one line per configuration.\n";
 
-const char *const policy_help = "usage: orvel policy NET DECISION [-e NODE=STATE]... [-l NODE=w1,...]... [--json]\n"
+const char *const policy_help = "usage: orvel policy NET DECISION [-e NODE=STATE]... [-l NODE=w1,...]... [--limited]\n"
+                                "                                  [--json]\n"
                                 "\n"
                                 "Compiles the influence diagram, enters the evidence (a finding on a decision is a\n"
                                 "decision taken), solves it and prints the optimal policy of DECISION: one line per\n"
                                 "configuration of the past the choice depends on, with the option chosen and the\n"
-                                "expected utility of each option there.\n";
+                                "expected utility of each option there. With --limited the decisions know only\n"
+                                "their parents and the policy is over the decision's parents.\n";
 
 const char *const compile_help =
     "usage: orvel compile NET [--method clique-size|clique-weight|fill-in-size|fill-in-weight|\n"
@@ -245,6 +249,7 @@ struct Options {
   bool max = false;
   bool fast_retraction = false;
   bool json = false;
+  bool limited = false; // decisions know only their parents
   bool help = false;
   std::string method = "fill-in-weight";
   std::string log_file;
@@ -435,6 +440,8 @@ bool parse_options(int argc, char **argv, int first, Options &options, std::stri
       options.fast_retraction = true;
     } else if (allow_evidence && arg == "--json") {
       options.json = true;
+    } else if (allow_evidence && arg == "--limited") {
+      options.limited = true;
     } else if (allow_evidence && arg == "--nodes") {
       const char *list = value_of("--nodes");
       if (list == nullptr) return false;
@@ -539,6 +546,8 @@ int prepare(const Options &options, DomainHolder &holder) {
   if (holder.domain == nullptr) return holder.reported ? holder.reported : library_error("loading " + options.network);
   if (ov_domain_get_first_node(holder.domain) == nullptr)
     return input_error(options.network, "no nodes in the network");
+  if (options.limited && ov_domain_set_limited_memory(holder.domain, 1) != ov_error_none)
+    return library_error("setting limited memory");
   // A KB file may hold the domain compiled already.
   if (ov_domain_is_compiled(holder.domain) != 1 && ov_domain_compile(holder.domain) != ov_error_none)
     return library_error("compiling " + options.network);

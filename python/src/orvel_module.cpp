@@ -783,6 +783,13 @@ PYBIND11_MODULE(_orvel, m) {
             return checked_double(u, u == -1.0 && ov_error_code() != ov_error_none, "expected utility");
           },
           "The maximum expected utility of an influence diagram after propagation.")
+      .def_property(
+          "limited_memory", [](const Domain &self) { return ov_domain_get_limited_memory(self.d()) == 1; },
+          [](const Domain &self, bool limited) {
+            check(ov_domain_set_limited_memory(self.d(), limited ? 1 : 0), "limited memory");
+          },
+          "Whether the decisions know only their parents (solved by single policy updating); a change\n"
+          "uncompiles the domain.")
       .def(
           "seed", [](const Domain &self, uint32_t s) { check(ov_domain_seed_random(self.d(), s), "seed"); },
           py::arg("seed"), "Seeds the domain's random number generator (simulation).")

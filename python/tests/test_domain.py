@@ -187,3 +187,15 @@ def test_policy_of_the_oil_wildcatter():
     assert policy[seismic.index("none"), test.index("no")].argmax() == oil["Drill"].states.index("yes")
     _, values = oil["Test"].policy(utilities=True)
     np.testing.assert_allclose(values, oil["Test"].expected_utilities(), rtol=1e-6)
+
+
+def test_limited_memory_of_the_oil_wildcatter():
+    oil = orvel.load(path("examples", "oil_wildcatter.net"))
+    oil.limited_memory = True
+    oil.compile()
+    oil.propagate()
+    # Drill sees both Test and Seismic: the same optimum as with no-forgetting
+    assert oil.limited_memory
+    assert oil.expected_utility == pytest.approx(22.5, rel=1e-6)
+    names, _ = oil["Drill"].policy()
+    assert names == ["Seismic", "Test", "Drill"]

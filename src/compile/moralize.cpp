@@ -88,7 +88,7 @@ ov_status_t assign_levels(Domain *domain) {
   for (auto it = domain->nodes.rbegin(); it != domain->nodes.rend(); ++it)
     if (visit_levels(it->get(), top) != ov_error_none) return ov_error_code();
 
-  if (decisions > 0) {
+  if (decisions > 0 && !domain->limited_memory) {
     for (auto &node : domain->nodes)
       if (node->category == ov_category_chance) node->level = 2 * decisions + 1;
     // The nodes observed before a decision go just below it.
@@ -108,7 +108,7 @@ ov_status_t assign_levels(Domain *domain) {
   }
   // The decisions must lie on one directed path: then the first one has
   // level 2.
-  if (decisions > 1) {
+  if (decisions > 1 && !domain->limited_memory) {
     bool found = std::any_of(domain->nodes.begin(), domain->nodes.end(),
                              [](const std::unique_ptr<Node> &node) { return node->level == 2; });
     if (!found) return fail(ov_error_decision_order);
@@ -130,11 +130,14 @@ ov_status_t moral_neighbours(Domain *domain, Node *v, std::vector<Node *> &list)
     list.push_back(node);
     return true;
   };
-  // Information links into a decision are not moral links.
-  if (v->category == ov_category_chance)
+  // Information links into a decision are not moral links, unless the
+  // decision remembers only its parents: its policy is then a table over
+  // its family like a chance node's.
+  const bool family = v->category == ov_category_chance || domain->limited_memory;
+  if (family)
     for (Node *parent : v->parents) add(parent);
   for (Node *child : v->children)
-    if (child->category == ov_category_chance) add(child);
+    if (child->category == ov_category_chance || (domain->limited_memory && in_moral_graph(child))) add(child);
   if (ChainComponent *component = v->chain_component) {
     for (Table *potential : component->potentials) {
       if (!potential->nodes.contains(v)) continue;
@@ -143,7 +146,7 @@ ov_status_t moral_neighbours(Domain *domain, Node *v, std::vector<Node *> &list)
     }
   }
   for (Node *child : v->children) {
-    if (child->category == ov_category_decision) continue;
+    if (child->category == ov_category_decision && !domain->limited_memory) continue;
     for (Node *member : component_of(child)) {
       for (Node *q : member->parents) {
         if (!add(q)) continue;
@@ -231,7 +234,7 @@ ov_status_t add_necessary_fill_ins(Domain *domain) {
   if (domain->discrete_count > 0 && domain->continuous_count > 0) {
     bound = 2;
   } else {
-    bound = 2 * domain->decision_count + 1;
+    bound = domain->limited_memory ? 1 : 2 * domain->decision_count + 1;
     if (bound < 2) return set_error(ov_error_none);
   }
   if (log_printf(domain, "\n\nNecessary fill-ins:\n\n") != ov_error_none) return ov_error_io;

@@ -13,6 +13,7 @@
 #include "compile/junction_tree.h"
 #include "inference/configurations.h"
 #include "inference/propagation_engine.h"
+#include "model/hooks.h"
 #include "model/node.h"
 #include "table/table.h"
 
@@ -60,11 +61,15 @@ void absorb_message(Potential &target, const Potential &message) {
 
 // A decision's choices as the solution makes them: the clique where it is
 // maximised, the nodes of its past left in that clique's potential then,
-// and the best option in each of their configurations.
+// and the best option in each of their configurations. With limited memory
+// the past is the decision's parents and the clique the one nearest the
+// root that holds them with the decision; `uniform` marks the policy that
+// single policy updating starts from, each option equally likely.
 struct Choice {
   const Clique *clique = nullptr;
   std::vector<Node *> past;
   std::vector<std::uint32_t> option;
+  bool uniform = false;
 };
 using Choices = std::unordered_map<const Node *, Choice>;
 // Nodes held to one state, with their findings.
@@ -83,9 +88,13 @@ struct Rule {
       if (each.first == node) return &each;
     return nullptr;
   }
-  // An open decision, in the utility pass, neither fixed nor pinned.
+  // An open decision, in the utility pass, neither fixed nor pinned, of a
+  // domain whose decisions remember the past: with limited memory every
+  // decision follows a policy and is summed.
   bool maximises(const Node *node) const noexcept {
-    if (!utilities || node == fixed || node->category != ov_category_decision || pin(node) != nullptr) return false;
+    if (!utilities || node == fixed || node->category != ov_category_decision || pin(node) != nullptr ||
+        node->junction_tree->domain->limited_memory)
+      return false;
     const ov_number_t *f = node->propagated_finding->data.get();
     return std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; });
   }
@@ -228,7 +237,9 @@ struct Solver {
                            table_values(table));
     }
     for (Node *node : Assignment::at(assignment->homed, clique)) {
-      if (rule.maximises(node) || (policies != nullptr && policies->contains(node))) continue;
+      // A decision following a policy is pinned by its finding only.
+      if (rule.maximises(node) || (policies != nullptr && policies->contains(node) && rule.pin(node) == nullptr))
+        continue;
       multiply_probability(potential, {node}, finding(node));
     }
     if (policies != nullptr)
@@ -239,7 +250,14 @@ struct Solver {
         std::vector<Node *> nodes = choice.past;
         nodes.push_back(const_cast<Node *>(node));
         std::vector<double> values(configurations(nodes), 0.0);
-        for (std::size_t j = 0; j < choice.option.size(); ++j) values[j * node->state_count + choice.option[j]] = 1.0;
+        for (std::size_t j = 0; j < choice.option.size(); ++j) {
+          if (!choice.uniform) {
+            values[j * node->state_count + choice.option[j]] = 1.0;
+            continue;
+          }
+          for (std::uint32_t k = 0; k < node->state_count; ++k)
+            values[j * node->state_count + k] = 1.0 / node->state_count;
+        }
         multiply_probability(potential, nodes, values);
       }
     if (!rule.utilities) return potential;
@@ -263,7 +281,106 @@ struct Solver {
 
   // The probability of the findings and the weighted expected utility.
   Potential solve() const { return collect(tree->root, nullptr); }
+
+  // The potential of the whole tree reduced to `kept`, nodes of `clique`,
+  // by a collect to that clique.
+  Potential gather(Clique *clique, const std::vector<Node *> &kept) const {
+    Potential potential = initial(clique);
+    for (const CliqueLink &link : clique->links) absorb_message(potential, collect(link.neighbour, clique));
+    return reduce(std::move(potential), kept, rule, clique);
+  }
 };
+
+// Whether a decision is open: no finding rules out an option.
+bool is_open(const Node *node) noexcept {
+  const ov_number_t *f = node->propagated_finding->data.get();
+  return std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; });
+}
+
+// The open decisions of a tree, each after every decision among its
+// ancestors: an ancestor of a node has fewer ancestors than the node.
+std::vector<Node *> open_decisions_in_order(const JunctionTree *tree) {
+  std::vector<std::pair<std::size_t, Node *>> ranked;
+  for (Node *node : tree->members) {
+    if (node->category != ov_category_decision || !is_open(node)) continue;
+    std::vector<const Node *> seen, stack(node->parents.begin(), node->parents.end());
+    while (!stack.empty()) {
+      const Node *next = stack.back();
+      stack.pop_back();
+      if (std::find(seen.begin(), seen.end(), next) != seen.end()) continue;
+      seen.push_back(next);
+      stack.insert(stack.end(), next->parents.begin(), next->parents.end());
+    }
+    ranked.emplace_back(seen.size(), node);
+  }
+  std::stable_sort(ranked.begin(), ranked.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+  std::vector<Node *> order;
+  for (const auto &each : ranked) order.push_back(each.second);
+  return order;
+}
+
+// The policies of the open decisions of a limited-memory tree by single
+// policy updating: from uniform policies, each decision in turn, the last
+// first, takes the best option in each configuration of its parents given
+// the policies of the others, until a round changes nothing. An option is
+// replaced only by a clearly better one, so that every change gains and the
+// rounds end.
+Choices limited_policies(JunctionTree *tree, const Assignment &assignment) {
+  std::vector<Node *> order = open_decisions_in_order(tree);
+  std::reverse(order.begin(), order.end());
+  Choices policies;
+  for (Node *decision : order) {
+    Choice &choice = policies[decision];
+    choice.past.assign(decision->parents.begin(), decision->parents.end());
+    std::vector<Node *> family = choice.past;
+    family.push_back(decision);
+    choice.clique = home_of(tree->root, nullptr, family);
+    choice.option.assign(configurations(choice.past), 0);
+    choice.uniform = true;
+  }
+  for (bool changed = !order.empty(); changed;) {
+    changed = false;
+    for (Node *decision : order) {
+      Choices others = policies;
+      others.erase(decision);
+      Choice &choice = policies[decision];
+      std::vector<Node *> family = choice.past;
+      family.push_back(decision);
+      const Potential local =
+          Solver{tree, &assignment, Rule{true}, &others}.gather(const_cast<Clique *>(choice.clique), family);
+      // The weighted utilities in the order of the family, the decision fastest.
+      std::vector<double> p(local.p.size()), u(local.u.size());
+      const std::vector<std::size_t> map = restriction(local.nodes, family);
+      for (std::size_t i = 0; i < map.size(); ++i) {
+        p[map[i]] = local.p[i];
+        u[map[i]] = local.u[i];
+      }
+      const std::uint32_t n = decision->state_count;
+      for (std::size_t j = 0; j < choice.option.size(); ++j) {
+        std::uint32_t best = choice.uniform ? n : choice.option[j];
+        for (std::uint32_t k = 0; k < n; ++k) {
+          const double x = u[j * n + k];
+          if (p[j * n + k] <= 0.0) continue;
+          if (best == n || x > u[j * n + best] + 1e-12 * (std::fabs(x) + std::fabs(u[j * n + best]))) best = k;
+        }
+        if (best == n) best = choice.uniform ? 0 : choice.option[j];
+        if (best != choice.option[j] || choice.uniform) changed = true;
+        choice.option[j] = best;
+      }
+      choice.uniform = false;
+    }
+  }
+  return policies;
+}
+
+// The optimal policies of a tree's open decisions: by the solution of the
+// maximum expected utility, or by single policy updating.
+Choices tree_policies(JunctionTree *tree, const Assignment &assignment) {
+  if (tree->domain->limited_memory) return limited_policies(tree, assignment);
+  Choices policies;
+  Solver{tree, &assignment, Rule{true, nullptr, nullptr, &policies}}.solve();
+  return policies;
+}
 
 // The beliefs of every clique by a collect and a distribute of probabilities.
 void distribute_beliefs(const Solver &solver, Clique *clique, const Clique *parent, const Potential *from_parent) {
@@ -306,9 +423,9 @@ void distribute_beliefs(const Solver &solver, Clique *clique, const Clique *pare
 // The expected utility of the domain with the nodes pinned, or 0 where the
 // findings and the pins are impossible together: the tree's share plus the
 // maximum of the other trees.
-double pinned_utility(JunctionTree *tree, const Assignment &assignment, const Pins &pins) {
+double pinned_utility(JunctionTree *tree, const Assignment &assignment, const Pins &pins, const Choices *policies) {
   Rule rule{true, nullptr, &pins, nullptr};
-  const Potential solved = Solver{tree, &assignment, rule}.solve();
+  const Potential solved = Solver{tree, &assignment, rule, policies}.solve();
   if (solved.p[0] <= 0.0) return 0.0;
   return solved.u[0] / solved.p[0] + domain_expected_utility(tree->domain) - tree->expected_utility;
 }
@@ -319,8 +436,11 @@ ov_status_t solve_decision_tree(JunctionTree *tree) {
   const Assignment assignment(tree);
   const Potential evidence = Solver{tree, &assignment, Rule{}}.solve();
   if (engine::check_range(evidence.p[0]) != ov_error_none) return ov_error_code();
+  const bool limited = tree->domain->limited_memory;
   Choices policies;
-  const Potential meu = Solver{tree, &assignment, Rule{true, nullptr, nullptr, &policies}}.solve();
+  if (limited) policies = limited_policies(tree, assignment);
+  const Potential meu = limited ? Solver{tree, &assignment, Rule{true}, &policies}.solve()
+                                : Solver{tree, &assignment, Rule{true, nullptr, nullptr, &policies}}.solve();
   tree->expected_utility = meu.p[0] > 0.0 ? meu.u[0] / meu.p[0] : 0.0;
   // Beliefs and the probability of the findings with the open decisions
   // following their optimal policies.
@@ -333,8 +453,14 @@ ov_status_t solve_decision_tree(JunctionTree *tree) {
   tree->decision_utilities.clear();
   for (Node *node : tree->members) {
     if (node->category != ov_category_decision) continue;
+    // With limited memory the other decisions follow their policies.
+    Choices others;
+    if (limited) {
+      others = policies;
+      others.erase(node);
+    }
     for (std::uint32_t k = 0; k < node->state_count; ++k) {
-      const Potential taken = Solver{tree, &assignment, Rule{true, node}, nullptr, k}.solve();
+      const Potential taken = Solver{tree, &assignment, Rule{true, node}, limited ? &others : nullptr, k}.solve();
       tree->decision_utilities.push_back(taken.p[0] > 0.0 ? taken.u[0] / taken.p[0] : 0.0);
     }
   }
@@ -357,8 +483,12 @@ ov_status_t solve_decision_tree(JunctionTree *tree) {
 Table *decision_policy(Node *decision, bool utilities) {
   JunctionTree *tree = decision->junction_tree;
   const Assignment assignment(tree);
-  Choices policies;
-  Solver{tree, &assignment, Rule{true, nullptr, nullptr, &policies}}.solve();
+  const Choices policies = tree_policies(tree, assignment);
+  Choices others;
+  if (tree->domain->limited_memory) {
+    others = policies;
+    others.erase(decision);
+  }
   const auto found = policies.find(decision);
   Choice taken;
   if (found == policies.end()) {
@@ -389,10 +519,17 @@ Table *decision_policy(Node *decision, bool utilities) {
     }
     for (std::uint32_t k = 0; k < n; ++k) {
       pins.back() = {decision, k};
-      table->data[j * n + k] = static_cast<ov_number_t>(pinned_utility(tree, assignment, pins));
+      table->data[j * n + k] = static_cast<ov_number_t>(
+          pinned_utility(tree, assignment, pins, tree->domain->limited_memory ? &others : nullptr));
     }
   }
   return table_detach(table);
+}
+
+void set_limited_memory(Domain *domain, bool limited) noexcept {
+  if (domain->limited_memory == limited) return;
+  domain_uncompile(domain);
+  domain->limited_memory = limited;
 }
 
 double domain_expected_utility(const Domain *domain) noexcept {

@@ -10,6 +10,10 @@
 // utility. The expected utility of an option of a decision is that maximum
 // with the option taken. Beliefs, and the probability of the findings, are
 // those with the open decisions following their optimal policies.
+//
+// With limited memory a decision knows only its parents. Its policy is a
+// table over its family, entered like a conditional table, and the policies
+// are found by single policy updating; every decision is then summed.
 #pragma once
 
 #include "model/domain.h"
@@ -33,6 +37,10 @@ ov_status_t solve_decision_tree(JunctionTree *tree);
 // chosen in each configuration of the past, or (with `utilities`) the
 // expected utility of each option there. The tree must be solved.
 Table *decision_policy(Node *decision, bool utilities);
+
+// Makes the decisions of the domain remember only their parents (limited)
+// or the whole past; a change uncompiles the domain.
+void set_limited_memory(Domain *domain, bool limited) noexcept;
 
 // The maximum expected utility of the domain: the sum over its trees.
 double domain_expected_utility(const Domain *domain) noexcept;

@@ -68,6 +68,17 @@ ov_table_t ov_node_get_policy_utilities(ov_node_t node) {
   return guarded<ov_table_t>(nullptr, [&] { return decision_policy(node, true); });
 }
 
+ov_status_t ov_domain_set_limited_memory(ov_domain_t domain, int limited) {
+  if (check_usage(domain == nullptr)) return ov_error_usage;
+  set_limited_memory(domain, limited != 0);
+  return ov_error_none;
+}
+
+int ov_domain_get_limited_memory(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1;
+  return domain->limited_memory ? 1 : 0;
+}
+
 ov_double_t ov_domain_get_expected_utility(ov_domain_t domain) {
   if (check_usage(domain == nullptr)) return -1.0;
   if (refuse(domain_result_state(domain))) return -1.0;

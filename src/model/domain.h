@@ -89,6 +89,9 @@ struct ov_domain_s {
   std::uint32_t compiled = 0;
   // The bound on the states of the optimal triangulation search; 0: built in.
   std::size_t max_separators = 0;
+  // Decisions remember only their parents (a limited-memory influence
+  // diagram) instead of everything observed and decided before them.
+  bool limited_memory = false;
   // The compiled state: junction forest, kernel plans, saved table memory
   // and the work buffers of propagation (compile/compiled_forest.h). Never
   // null; release_forest empties it.

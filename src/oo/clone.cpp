@@ -129,6 +129,7 @@ ov_status_t clone_into(const Domain *from, Domain *to) {
   to->log_file = from->log_file;
   to->grain_size = from->grain_size;
   to->concurrency_level = from->concurrency_level;
+  to->limited_memory = from->limited_memory;
   to->learning = from->learning;
   to->case_count = from->case_count;
   to->case_capacity = from->case_capacity;

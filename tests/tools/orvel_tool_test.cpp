@@ -287,6 +287,15 @@ TEST(OrvelTool, InfluenceDiagramExpectedUtilities) {
             std::string::npos)
       << first.out;
   EXPECT_EQ(run_tool("policy " + example("oil_wildcatter.net") + " Oil").status, 1);
+  // Drill sees Test and Seismic, so limited memory changes nothing here but
+  // the order of the past, which is now the parents'.
+  ToolRun limited = run_tool("policy " + example("oil_wildcatter.net") + " Drill --limited");
+  ASSERT_EQ(limited.status, 0) << limited.err;
+  EXPECT_NE(limited.out.find("Seismic=diffuse Test=yes  ->  no  yes: -40.4878044  no: -10\n"), std::string::npos)
+      << limited.out;
+  ToolRun limited_json = run_tool("beliefs " + example("oil_wildcatter.net") + " --limited --json");
+  ASSERT_EQ(limited_json.status, 0) << limited_json.err;
+  EXPECT_NEAR(json_scalar(limited_json.out, "maximum_expected_utility"), 22.5, 1e-5);
 }
 
 TEST(OrvelTool, MixedNetworkTakesValuesAndPrintsMoments) {
