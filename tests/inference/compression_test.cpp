@@ -105,7 +105,8 @@ TEST(Compression, RandomNetworksMatchTheUncompressedDomain) {
 }
 
 TEST(Compression, RefusalsLeaveTheDomainAsItWas) {
-  // Water has node tables of more than 65536 cells, beyond the 16-bit maps.
+  // Water has tables of more than 65536 cells that its cliques map onto,
+  // beyond the 16-bit maps.
   ov_domain_t water = load("water.net"), water_exact = load("water.net");
   EXPECT_EQ(ov_domain_compress(water), -1.0);
   EXPECT_EQ(ov_error_code(), ov_error_table_too_large);
