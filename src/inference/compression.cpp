@@ -208,7 +208,8 @@ double domain_compress(Domain *domain) {
     auto found = index.find(plan->target);
     if (found == index.end()) continue;
     if (!plan->has_dimensions()) keep_full[found->second] = true;
-    if (plan->source != nullptr && plan->source->size > 65536) return fail(ov_error_table_too_large), -1.0;
+    // A 16-bit map cannot reach past 65536 cells: such a clique stays full.
+    if (plan->source != nullptr && plan->source->size > 65536) keep_full[found->second] = true;
     cliques[found->second].plans.push_back(plan.get());
   }
   for (std::size_t i = 0; i < cliques.size(); ++i)

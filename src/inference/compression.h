@@ -9,12 +9,11 @@
 // its data; `size` becomes their number. Every kernel plan whose finer table
 // is such a clique (links to separators, node tables, findings, beliefs)
 // gets `compressed_map`: for each kept cell, the cell of the coarser table.
-// The maps are 16 bits wide, so every coarser table must have at most 65536
-// cells, else table_too_large and nothing changes; separators, node tables
-// and beliefs of the networks of interest are far below that, since it is
-// the cliques that grow. Separators and all other tables stay full. A
-// clique that the plans reach only without dimensions (its own nodes) stays
-// full too; the kernels then treat it as before.
+// The maps are 16 bits wide, so a clique that meets a table of more than
+// 65536 cells (a large separator or node table, as in water and barley)
+// stays full, as does a clique that a plan reaches without dimensions (a
+// table of its own nodes); the kernels treat those as before. Separators
+// and all other tables stay full.
 //
 // Propagation then runs plain loops through the maps (sum and max, normal
 // mode; hard findings enter as 0/1 tables through their plans). What is
