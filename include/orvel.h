@@ -689,6 +689,21 @@ OV_API ov_status_t ov_domain_save_to_memory(ov_domain_t domain);
  * tables back from the next initialisation of a tree on. usage for domains with decision, utility or continuous nodes;
  * compressed. */
 OV_API ov_double_t ov_domain_approximate(ov_domain_t domain, ov_double_t epsilon);
+/* Drops the clique cells that are zero in the current tables (deterministic
+ * tables, approximation, evidence propagated now) and keeps the rest, with a
+ * 16-bit map from each kept cell to the cell of every table it meets; a
+ * clique that meets a table of more than 65536 cells stays full.
+ * Beliefs and constants stay exact for evidence consistent with what was
+ * dropped; evidence that is not gives inconsistency_or_underflow. Returns
+ * the clique and separator cells after compression (the log has both counts),
+ * or -1.0 with the domain unchanged: not_compiled; usage for decision,
+ * utility or continuous nodes, chain components, or a tree not at
+ * equilibrium, with unpropagated evidence or changed tables, or propagated in
+ * fast retraction mode; compressed if compressed already. A compressed
+ * domain refuses with compressed: fast retraction, joint marginals,
+ * simulation, EM learning, adaptation, cloning, KB files and approximation.
+ * Uncompiling clears it. */
+OV_API ov_double_t ov_domain_compress(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------
  * Results (src/inference/results_api.cpp)

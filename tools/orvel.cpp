@@ -112,7 +112,8 @@ const char *const policy_help = "usage: orvel policy NET DECISION [-e NODE=STATE
 
 const char *const compile_help =
     "usage: orvel compile NET [--method clique-size|clique-weight|fill-in-size|fill-in-weight|\n"
-    "                                   total-weight|best] [--approximate EPS] [--log FILE]\n"
+    "                                   total-weight|best] [--approximate EPS] [--compress]\n"
+    "                                   [--log FILE]\n"
     "\n"
     "Triangulates with the chosen method (default fill-in-weight; total-weight searches\n"
     "for the least total clique table size, best tries every method and keeps the\n"
@@ -120,8 +121,9 @@ const char *const compile_help =
     "the number of nodes, cliques and junction trees, the largest clique, the total\n"
     "clique table size and the time taken. --approximate EPS then zeroes in each\n"
     "clique the smallest probabilities of total at most EPS and prints the mass\n"
-    "removed and the non-zero clique cells before and after. --log writes the full\n"
-    "compile log to FILE.\n";
+    "removed and the non-zero clique cells before and after. --compress then drops\n"
+    "the zero clique cells and prints the clique cells before and after. --log\n"
+    "writes the full compile log to FILE.\n";
 
 const char *const convert_help = "usage: orvel convert IN OUT\n"
                                  "\n"
@@ -254,6 +256,7 @@ struct Options {
   std::string method = "fill-in-weight";
   std::string log_file;
   double approximate = -1; // the epsilon of --approximate, or -1
+  bool compress = false;   // --compress
   std::string class_name;  // the class to unfold, in a file of classes
 };
 
@@ -457,6 +460,8 @@ bool parse_options(int argc, char **argv, int first, Options &options, std::stri
         error = std::string("--approximate needs a mass from 0 up to but not including 1, got '") + value + "'";
         return false;
       }
+    } else if (allow_compile_options && arg == "--compress") {
+      options.compress = true;
     } else if (allow_compile_options && arg == "--log") {
       const char *file = value_of("--log");
       if (file == nullptr) return false;
@@ -910,6 +915,8 @@ int command_compile(const Options &options) {
   if (status == exit_ok && options.approximate >= 0 &&
       (removed = ov_domain_approximate(domain, options.approximate)) < 0)
     status = library_error("approximating");
+  const double cells_before = status == exit_ok ? static_cast<double>(ov_domain_get_jt_cost(domain)) : 0;
+  if (status == exit_ok && options.compress && ov_domain_compress(domain) < 0) status = library_error("compressing");
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (log != nullptr) {
     ov_domain_set_log_file(domain, nullptr);
@@ -950,6 +957,9 @@ int command_compile(const Options &options) {
     std::printf("approximation: epsilon %g, mass removed %.6g\n", options.approximate, removed);
     std::printf("non-zero clique cells: %.0f before, %.0f after\n", nonzero_before, nonzero_clique_cells(domain));
   }
+  if (options.compress)
+    std::printf("compression: clique cells %.0f before, %.0f after\n", cells_before,
+                static_cast<double>(ov_domain_get_jt_cost(domain)));
   std::printf("time: %.3f s\n", seconds);
   return exit_ok;
 }

@@ -13,11 +13,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_map>
 #include <vector>
 
 #include "compile/compiled_forest.h"
 #include "inference/propagation.h"
 #include "inference/propagation_engine.h"
+#include "table/plan.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -117,6 +119,120 @@ double domain_approximate(Domain *domain, double epsilon) {
   log_printf(domain, "Approximation with epsilon %g removed probability mass %g\n", epsilon, 1.0 - kept);
   set_error(ov_error_none);
   return std::max(0.0, 1.0 - kept);
+}
+
+} // namespace orvel
+
+// Compression of the clique tables.
+namespace orvel {
+
+namespace {
+
+struct CliqueMaps {
+  Table *table = nullptr;
+  std::vector<KernelPlan *> plans;              // plans whose finer table is this clique's
+  std::vector<std::vector<std::uint16_t>> maps; // for each plan, the source cell of each kept cell
+  Buffer<ov_number_t> kept;                     // the non-zero cells, in order
+  Size kept_count = 0;
+};
+
+Size forest_cells(const Domain *domain) noexcept {
+  Size cells = 0;
+  for (const auto &table : domain->tables)
+    if (table->role == role_clique || table->role == role_separator) cells = size_add(cells, table->size);
+  return cells;
+}
+
+// The kept cells of a clique and the source cell of each in every plan, by
+// one odometer walk over the full table, last node fastest.
+ov_status_t map_clique(CliqueMaps &c) {
+  const Table *table = c.table;
+  const ov_number_t *data = table->data.get();
+  for (Size i = 0; i < table->size; ++i)
+    if (data[i] != 0.0f) ++c.kept_count;
+  if (c.kept_count == 0) return fail(ov_error_usage);
+  c.kept = alloc_array<ov_number_t>(c.kept_count);
+  if (!c.kept) return ov_error_code();
+  const std::uint32_t d = table->discrete_count;
+  const std::size_t p = c.plans.size();
+  c.maps.assign(p, std::vector<std::uint16_t>(c.kept_count));
+  std::vector<std::uint32_t> state(d, 0);
+  std::vector<Size> source(p, 0);
+  Size at = 0;
+  for (Size i = 0; i < table->size; ++i) {
+    if (data[i] != 0.0f) {
+      c.kept[at] = data[i];
+      for (std::size_t j = 0; j < p; ++j) c.maps[j][at] = static_cast<std::uint16_t>(source[j]);
+      ++at;
+    }
+    for (std::uint32_t k = d; k-- > 0;) {
+      const std::uint32_t count = table->nodes[k]->state_count;
+      if (++state[k] < count) {
+        for (std::size_t j = 0; j < p; ++j) source[j] += c.plans[j]->saved()[k].stride;
+        break;
+      }
+      state[k] = 0;
+      for (std::size_t j = 0; j < p; ++j) source[j] -= Size{count - 1} * c.plans[j]->saved()[k].stride;
+    }
+  }
+  return ov_error_none;
+}
+
+} // namespace
+
+ov_error_t compression_state(const Domain *domain) noexcept {
+  if (needs_cg_or_decisions(domain) || !domain->chain_components.empty()) return ov_error_usage;
+  if (domain->forest->compressed != 0) return ov_error_compressed;
+  for (const auto &tree : domain->forest->junction_trees)
+    if (tree->equilibrium == ov_equilibrium_none || tree->changed_evidence_count > 0 || tree->tables_changed ||
+        (tree->evidence_mode != ov_mode_normal && tree->evidence_propagated))
+      return ov_error_usage;
+  return ov_error_none;
+}
+
+double domain_compress(Domain *domain) {
+  CompiledForest &forest = *domain->forest;
+  const Size before = forest_cells(domain);
+  // The cliques to compress: those every plan of which, as finer table, has
+  // dimensions, and which no plan reads as its coarser table.
+  std::vector<CliqueMaps> cliques;
+  std::unordered_map<const Table *, std::size_t> index;
+  for (auto &clique : forest.cliques) {
+    index.emplace(clique->table, cliques.size());
+    cliques.push_back({});
+    cliques.back().table = clique->table;
+  }
+  std::vector<bool> keep_full(cliques.size(), false);
+  for (auto &plan : forest.kernel_plans) {
+    if (auto found = index.find(plan->source); found != index.end()) keep_full[found->second] = true;
+    auto found = index.find(plan->target);
+    if (found == index.end()) continue;
+    if (!plan->has_dimensions()) keep_full[found->second] = true;
+    // A 16-bit map cannot reach past 65536 cells: such a clique stays full.
+    if (plan->source != nullptr && plan->source->size > 65536) keep_full[found->second] = true;
+    cliques[found->second].plans.push_back(plan.get());
+  }
+  for (std::size_t i = 0; i < cliques.size(); ++i)
+    if (!keep_full[i] && map_clique(cliques[i]) != ov_error_none) return -1.0;
+
+  // Nothing fails from here on but the new table memory, which then goes.
+  const bool had_memory = has_table_memory(domain);
+  for (std::size_t i = 0; i < cliques.size(); ++i) {
+    if (keep_full[i]) continue;
+    CliqueMaps &c = cliques[i];
+    c.table->data = std::move(c.kept);
+    c.table->size = c.kept_count;
+    for (std::size_t j = 0; j < c.plans.size(); ++j) c.plans[j]->compressed_map = std::move(c.maps[j]);
+  }
+  forest.compressed = 1;
+  domain_reclaim_memory_tables(domain);
+  // Without memory the trees load their node tables through the maps.
+  if (had_memory && domain_save_to_memory(domain) != ov_error_none) domain_reclaim_memory_tables(domain);
+  const Size after = forest_cells(domain);
+  log_printf(domain, "Compression: %llu clique and separator cells before, %llu after\n",
+             static_cast<unsigned long long>(before), static_cast<unsigned long long>(after));
+  set_error(ov_error_none);
+  return static_cast<double>(after);
 }
 
 } // namespace orvel

@@ -15,4 +15,10 @@ ov_double_t ov_domain_approximate(ov_domain_t domain, ov_double_t epsilon) {
   return guarded(-1.0, [&] { return domain_approximate(domain, epsilon); });
 }
 
+ov_double_t ov_domain_compress(ov_domain_t domain) {
+  if (check_usage(domain == nullptr)) return -1.0;
+  if (refuse(compiled_state(domain)) || refuse(compression_state(domain))) return -1.0;
+  return guarded(-1.0, [&] { return domain_compress(domain); });
+}
+
 } // extern "C"

@@ -217,6 +217,8 @@ void KbWriter::node_links(Node *node, int state) {
 
 ov_status_t kb_write_bytes(Domain *domain, const char *password, int byte_order, std::vector<std::uint8_t> &bytes) {
   if (domain->is_class()) return fail(ov_error_usage);
+  // The index maps of a compressed forest are not written yet.
+  if (domain_is_compiled(domain) && domain->forest->compressed != 0) return fail(ov_error_compressed);
   KbWriter w{domain, KbOut{bytes, byte_order != kb_native_order()}, {}, domain_is_compiled(domain)};
   w.table_serials.assign(domain->tables.size() + 1, 0);
   const int state = w.compiled ? 2 : domain_is_triangulated(domain) ? 1 : 0;

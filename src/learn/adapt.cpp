@@ -134,6 +134,7 @@ ov_status_t adapt_node(Node *node) {
 
 ov_status_t domain_adapt(Domain *domain) {
   if (ov_error_t code = compiled_state(domain); code != ov_error_none) return fail(code);
+  if (forest_is_compressed(domain)) return fail(ov_error_compressed);
   if (domain_tables_to_propagate(domain) || domain_evidence_to_propagate(domain) ||
       !domain_equilibrium_is(domain, ov_equilibrium_sum) || domain_evidence_mode_is(domain, ov_mode_normal) != 1)
     return fail(ov_error_usage);

@@ -314,6 +314,7 @@ ov_status_t final_report(Domain *domain) {
 ov_status_t learn(Domain *domain, bool class_tables) {
   if (domain->case_count == 0 || (class_tables && !sources_match(domain))) return fail(ov_error_usage);
   if (ov_error_t code = learning_state(domain); code != ov_error_none) return fail(code);
+  if (domain_is_compiled(domain) && forest_is_compressed(domain)) return fail(ov_error_compressed);
   if (log_printf(domain, "EM learning with %s cases:\n\n", format_count(domain, domain->case_count)) != ov_error_none)
     return ov_error_code();
   CaseRoutine r;

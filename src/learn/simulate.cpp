@@ -188,6 +188,7 @@ ov_status_t sample_tree(Domain *domain, JunctionTree *tree, std::vector<ov_numbe
 }
 
 ov_status_t simulate_from_forest(Domain *domain) {
+  if (domain->forest->compressed != 0) return fail(ov_error_compressed);
   for (auto &tree : domain->forest->junction_trees)
     if (tree->equilibrium != ov_equilibrium_sum ||
         (tree->evidence_mode != ov_mode_normal && tree->evidence_propagated) || tree->changed_evidence_count > 0 ||

@@ -13,6 +13,7 @@
 #include "expr/model.h"
 #include "model/chain_component.h"
 #include "model/graph.h"
+#include "model/hooks.h"
 #include "model/node.h"
 #include "table/table.h"
 
@@ -197,6 +198,7 @@ ov_status_t clone_into(const Domain *from, Domain *to) {
 } // namespace
 
 Domain *domain_clone(const Domain *domain) {
+  if (domain->compiled != 0 && forest_is_compressed(domain)) return fail(ov_error_compressed), nullptr;
   auto copy = std::make_unique<Domain>();
   ov_status_t status = ov_error_no_memory;
   try {

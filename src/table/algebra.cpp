@@ -125,6 +125,8 @@ ov_status_t marginalize_max(KernelPlan *plan, bool restrict, double *values) {
   if (!plan->has_dimensions()) {
     for (Size i = 0; i < n; ++i) values[i] = T->data[i];
   } else if (!plan->compressed_map.empty() && domain_is_compressed(plan->domain)) {
+    // Cells no kept cell reaches are zero, not minus infinity.
+    std::fill_n(values, n, 0.0);
     for (Size i = 0; i < T->size; ++i) {
       double &v = values[plan->compressed_map[i]];
       if (T->data[i] > v) v = T->data[i];

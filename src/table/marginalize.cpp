@@ -106,6 +106,19 @@ double *marginal_to_scratch(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_e
     values[0] = T->data[0];
     return values;
   }
+  if (!plan->compressed_map.empty()) {
+    // A compressed clique: its kept cells through the map, without threads.
+    const std::uint16_t *map = plan->compressed_map.data();
+    const ov_number_t *t = T->data.get();
+    if (equilibrium == ov_equilibrium_sum) {
+      std::fill_n(values, n, 0.0);
+      for (Size i = 0; i < T->size; ++i) values[map[i]] += t[i];
+    } else {
+      std::fill_n(values, n, 0.0);
+      for (Size i = 0; i < T->size; ++i) values[map[i]] = std::max(values[map[i]], static_cast<double>(t[i]));
+    }
+    return values;
+  }
   // Tables that do not fit in cache are read as one stream; smaller ones go
   // through the kernels, whose fixed strides suit them better.
   if (mode != ov_mode_fast_retraction && plan->domain->concurrency_level < 2 && T->size >= stream_threshold) {

@@ -92,7 +92,7 @@ const std::vector<Case> &cases() {
       C(ov_jt_propagate, 1, {}, ov_equilibrium_sum, ov_mode_normal),
       C(ov_clique_propagate, 1, {}, ov_equilibrium_sum, ov_mode_normal), C(ov_domain_reset_inference_engine, 1, {}),
       C(ov_domain_initialize, 1, {}), C(ov_domain_tables_to_propagate, -1, {}), C(ov_jt_tables_to_propagate, -1, {}),
-      C(ov_domain_save_to_memory, 1, {}), C(ov_domain_approximate, -1.0, {}, 0.1),
+      C(ov_domain_save_to_memory, 1, {}), C(ov_domain_approximate, -1.0, {}, 0.1), C(ov_domain_compress, -1.0, {}),
       C(ov_node_get_belief, -1.0f, {}, 0), C(ov_node_get_mean, -1.0, {}),
       C(ov_node_get_variance, -1.0, {}), C(ov_node_get_distribution, nullptr, {}),
       C(ov_node_get_expected_utility, -1.0f, {}, 0), C(ov_node_get_policy, nullptr, {}),

@@ -53,7 +53,11 @@ TEST(PropagationMemory, NoAllocationAfterCompile) {
   // A clone of a compiled domain propagates without allocating too.
   ov_domain_t clone = ov_domain_clone(source);
   ASSERT_NE(clone, nullptr);
-  for (ov_domain_t domain : {source, clone}) {
+  // So does a compressed domain, through its maps.
+  ov_domain_t compressed = parse_shared("alarm.net");
+  ASSERT_EQ(ov_domain_compile(compressed), ov_error_none);
+  ASSERT_GT(ov_domain_compress(compressed), 0.0);
+  for (ov_domain_t domain : {source, clone, compressed}) {
     std::vector<ov_node_t> nodes;
     for (ov_node_t node = ov_domain_get_first_node(domain); node != nullptr; node = ov_node_get_next(node))
       nodes.push_back(node);

@@ -231,6 +231,14 @@ TEST(OrvelTool, CompileSummaryAndConvert) {
   ASSERT_EQ(ov_domain_compile(reference), ov_error_none);
   EXPECT_NEAR(removed, ov_domain_approximate(reference, 0.01), 1e-5 * removed);
   ov_domain_delete(reference);
+  // --compress keeps of the full clique tables the cells the approximation
+  // left non-zero.
+  run = run_tool("compile " + insurance + " --approximate 0.01 --compress");
+  const std::string full = std::to_string(static_cast<long long>(total_of(run)));
+  EXPECT_NE(run.out.find("compression: clique cells " + full + " before, " +
+                         std::to_string(static_cast<long long>(after)) + " after\n"),
+            std::string::npos)
+      << run.out;
   std::string out = testing::TempDir() + "sprinkler_copy.net";
   run = run_tool("convert " + example("sprinkler.net") + " " + out);
   ASSERT_EQ(run.status, 0) << run.err;
