@@ -707,6 +707,18 @@ PYBIND11_MODULE(_orvel, m) {
           "`epsilon` of the clique, and returns the mass d of the joint distribution removed. With c the\n"
           "probability of the evidence reported afterwards, every belief is within d / ((1 - d) c) of the\n"
           "exact one.")
+      .def(
+          "compress",
+          [](const Domain &self) {
+            const double cells = ov_domain_compress(self.d());
+            return checked_double(cells, cells < 0, "compress");
+          },
+          "Drops the clique cells that are zero (deterministic tables, approximation, the evidence propagated\n"
+          "now) and returns the clique and separator cells left; later propagations stay exact on what\n"
+          "remains, and evidence against what was dropped is inconsistent.")
+      .def_property_readonly(
+          "is_compressed", [](const Domain &self) { return ov_domain_is_compressed(self.d()) == 1; },
+          "True once compressed.")
       .def_property_readonly(
           "is_compiled", [](const Domain &self) { return ov_domain_is_compiled(self.d()) == 1; }, "True once compiled.")
       .def(

@@ -174,6 +174,19 @@ def test_approximation_keeps_beliefs_within_its_bound():
         assert np.abs(approximated.beliefs(name) - exact.beliefs(name)).max() <= bound + 1e-6
 
 
+def test_compression_after_approximation_keeps_the_beliefs():
+    plain, compressed = (orvel.load(path("networks", "alarm.net")) for _ in range(2))
+    for domain in (plain, compressed):
+        domain.compile()
+        domain.approximate(0.01)
+    assert compressed.compress() > 0 and compressed.is_compressed and not plain.is_compressed
+    evidence = {"HRBP": "HIGH", "VENTLUNG": "ZERO"}
+    plain.query(evidence)
+    compressed.query(evidence)
+    for name in plain._chance_names():
+        np.testing.assert_allclose(compressed.beliefs(name), plain.beliefs(name), atol=1e-6)
+
+
 def test_policy_of_the_oil_wildcatter():
     oil = orvel.load(path("examples", "oil_wildcatter.net"))
     oil.compile()

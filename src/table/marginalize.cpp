@@ -110,11 +110,10 @@ double *marginal_to_scratch(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_e
     // A compressed clique: its kept cells through the map, without threads.
     const std::uint16_t *map = plan->compressed_map.data();
     const ov_number_t *t = T->data.get();
+    std::fill_n(values, n, 0.0);
     if (equilibrium == ov_equilibrium_sum) {
-      std::fill_n(values, n, 0.0);
-      for (Size i = 0; i < T->size; ++i) values[map[i]] += t[i];
+      map_sum(t, map, T->size, values);
     } else {
-      std::fill_n(values, n, 0.0);
       for (Size i = 0; i < T->size; ++i) values[map[i]] = std::max(values[map[i]], static_cast<double>(t[i]));
     }
     return values;
