@@ -700,9 +700,9 @@ OV_API ov_double_t ov_domain_approximate(ov_domain_t domain, ov_double_t epsilon
  * utility or continuous nodes, chain components, or a tree not at
  * equilibrium, with unpropagated evidence or changed tables, or propagated in
  * fast retraction mode; compressed if compressed already. A compressed
- * domain refuses with compressed: fast retraction, joint marginals,
- * simulation, EM learning, adaptation, cloning, KB files and approximation.
- * Uncompiling clears it. */
+ * domain refuses with compressed: fast retraction, joint marginals, EM
+ * learning, adaptation, cloning, KB files and approximation; it simulates,
+ * drawing what the uncompressed domain would. Uncompiling clears it. */
 OV_API ov_double_t ov_domain_compress(ov_domain_t domain);
 
 /* ------------------------------------------------------------------------

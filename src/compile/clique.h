@@ -34,4 +34,7 @@ struct ov_clique_s {
   double factor = 1.0;                       // share of the evidence probability from this clique's findings
   void *user_data = nullptr;
   std::uint32_t position = 0; // index on the domain's clique list, 0 for its head
+  // In a compressed domain, for a compressed clique: the cell of the full
+  // table that each kept cell is, in order; empty otherwise.
+  std::vector<std::uint32_t> compressed_cells;
 };

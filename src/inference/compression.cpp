@@ -133,6 +133,7 @@ struct CliqueMaps {
   std::vector<KernelPlan *> plans;              // plans whose finer table is this clique's
   std::vector<std::vector<std::uint16_t>> maps; // for each plan, the source cell of each kept cell
   Buffer<ov_number_t> kept;                     // the non-zero cells, in order
+  std::vector<std::uint32_t> cells;             // the full-table cell of each kept cell
   Size kept_count = 0;
 };
 
@@ -156,12 +157,14 @@ ov_status_t map_clique(CliqueMaps &c) {
   const std::uint32_t d = table->discrete_count;
   const std::size_t p = c.plans.size();
   c.maps.assign(p, std::vector<std::uint16_t>(c.kept_count));
+  c.cells.resize(c.kept_count);
   std::vector<std::uint32_t> state(d, 0);
   std::vector<Size> source(p, 0);
   Size at = 0;
   for (Size i = 0; i < table->size; ++i) {
     if (data[i] != 0.0f) {
       c.kept[at] = data[i];
+      c.cells[at] = static_cast<std::uint32_t>(i);
       for (std::size_t j = 0; j < p; ++j) c.maps[j][at] = static_cast<std::uint16_t>(source[j]);
       ++at;
     }
@@ -220,6 +223,7 @@ double domain_compress(Domain *domain) {
   for (std::size_t i = 0; i < cliques.size(); ++i) {
     if (keep_full[i]) continue;
     CliqueMaps &c = cliques[i];
+    forest.cliques[i]->compressed_cells = std::move(c.cells);
     c.table->data = std::move(c.kept);
     c.table->size = c.kept_count;
     for (std::size_t j = 0; j < c.plans.size(); ++j) c.plans[j]->compressed_map = std::move(c.maps[j]);

@@ -19,8 +19,11 @@
 // mode; hard findings enter as 0/1 tables through their plans). What is
 // removed stays removed: evidence entered later must be consistent with it,
 // and evidence that is not gives the usual inconsistency error. The table
-// memory holds the initial tables restricted to the kept cells. Refused with
-// compressed: fast retraction, joint marginals, simulation, learning and
+// memory holds the initial tables restricted to the kept cells. Each
+// compressed clique also keeps the full-table cell of every kept cell
+// (`compressed_cells`), by which simulation draws over the kept cells alone
+// and, zeros never changing the choice, draws what the full table would.
+// Refused with compressed: fast retraction, joint marginals, learning and
 // adaptation, cloning, KB files (the writer does not yet write the index
 // maps) and approximation. Uncompiling or compiling again clears it all.
 #pragma once

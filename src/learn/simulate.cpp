@@ -104,6 +104,47 @@ ov_status_t simulate_from_tables(Domain *domain) {
   return ov_error_none;
 }
 
+// sample_clique for a compressed clique: its kept cells are scanned, those
+// that agree with the states drawn taking part. Zero cells never change the
+// sums of the choice, so the cell drawn is the one the full table gives.
+ov_status_t sample_compressed_clique(Domain *domain, const Clique *clique, std::vector<ov_number_t> &weights,
+                                     std::vector<std::uint32_t> &cells, double &probability) {
+  const Table *table = clique->table;
+  const std::uint32_t d = table->discrete_count;
+  std::vector<std::uint32_t> strides(d);
+  std::uint32_t stride = 1;
+  for (std::uint32_t i = d; i-- > 0;) {
+    strides[i] = stride;
+    stride *= table->nodes[i]->state_count;
+  }
+  auto state_of = [&](std::uint32_t cell, std::uint32_t i) {
+    return (cell / strides[i]) % table->nodes[i]->state_count;
+  };
+  weights.clear();
+  cells.clear();
+  double total = 0.0;
+  for (Size k = 0; k < table->size; ++k) {
+    const std::uint32_t cell = clique->compressed_cells[k];
+    bool agrees = true;
+    for (std::uint32_t i = 0; i < d && agrees; ++i) {
+      const std::int32_t drawn = table->nodes[i]->simulated_state;
+      agrees = drawn < 0 || state_of(cell, i) == static_cast<std::uint32_t>(drawn);
+    }
+    if (!agrees) continue;
+    weights.push_back(table->data[k]);
+    cells.push_back(cell);
+    total += table->data[k];
+  }
+  if (!(total > 0.0)) return fail(ov_error_zero_sum);
+  const std::uint32_t chosen = random_choose(*domain->random, weights.data(),
+                                             static_cast<std::uint32_t>(weights.size()), static_cast<float>(total));
+  probability = weights[chosen] / total;
+  for (std::uint32_t i = 0; i < d; ++i)
+    if (table->nodes[i]->simulated_state < 0)
+      table->nodes[i]->simulated_state = static_cast<std::int32_t>(state_of(cells[chosen], i));
+  return ov_error_none;
+}
+
 // Draws the members of a clique given the states already drawn for some of
 // them (those of its separator with the parent), in proportion to the
 // clique's cells; returns the conditional probability of the cell drawn.
@@ -112,6 +153,8 @@ ov_status_t simulate_from_tables(Domain *domain) {
 // strides in ascending cell order, the last member fastest.
 ov_status_t sample_clique(Domain *domain, Clique *clique, std::vector<ov_number_t> &weights,
                           std::vector<std::uint32_t> &free_members, double &probability) {
+  if (!clique->compressed_cells.empty())
+    return sample_compressed_clique(domain, clique, weights, free_members, probability);
   const Table *table = clique->table;
   const std::uint32_t d = table->discrete_count;
   struct Dimension {
@@ -188,7 +231,6 @@ ov_status_t sample_tree(Domain *domain, JunctionTree *tree, std::vector<ov_numbe
 }
 
 ov_status_t simulate_from_forest(Domain *domain) {
-  if (domain->forest->compressed != 0) return fail(ov_error_compressed);
   for (auto &tree : domain->forest->junction_trees)
     if (tree->equilibrium != ov_equilibrium_sum ||
         (tree->evidence_mode != ov_mode_normal && tree->evidence_propagated) || tree->changed_evidence_count > 0 ||
