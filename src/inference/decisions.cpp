@@ -75,6 +75,20 @@ using Choices = std::unordered_map<const Node *, Choice>;
 // Nodes held to one state, with their findings.
 using Pins = std::vector<std::pair<const Node *, std::uint32_t>>;
 
+// Whether a decision is open: no finding rules out an option.
+bool is_open(const Node *node) noexcept {
+  const ov_number_t *f = node->propagated_finding->data.get();
+  return std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; });
+}
+
+// The policies of every decision but `decision`: what it is chosen against
+// with limited memory.
+Choices others_than(const Choices &policies, const Node *decision) {
+  Choices others = policies;
+  others.erase(decision);
+  return others;
+}
+
 // Which nodes are maximised and what is recorded.
 struct Rule {
   bool utilities = false;      // maximise open decisions and carry utilities
@@ -95,8 +109,7 @@ struct Rule {
     if (!utilities || node == fixed || node->category != ov_category_decision || pin(node) != nullptr ||
         node->junction_tree->domain->limited_memory)
       return false;
-    const ov_number_t *f = node->propagated_finding->data.get();
-    return std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; });
+    return is_open(node);
   }
 };
 
@@ -291,12 +304,6 @@ struct Solver {
   }
 };
 
-// Whether a decision is open: no finding rules out an option.
-bool is_open(const Node *node) noexcept {
-  const ov_number_t *f = node->propagated_finding->data.get();
-  return std::all_of(f, f + node->state_count, [](ov_number_t x) { return x == 1.0f; });
-}
-
 // The open decisions of a tree, each after every decision among its
 // ancestors: an ancestor of a node has fewer ancestors than the node.
 std::vector<Node *> open_decisions_in_order(const JunctionTree *tree) {
@@ -341,8 +348,7 @@ Choices limited_policies(JunctionTree *tree, const Assignment &assignment) {
   for (bool changed = !order.empty(); changed;) {
     changed = false;
     for (Node *decision : order) {
-      Choices others = policies;
-      others.erase(decision);
+      const Choices others = others_than(policies, decision);
       Choice &choice = policies[decision];
       std::vector<Node *> family = choice.past;
       family.push_back(decision);
@@ -454,11 +460,7 @@ ov_status_t solve_decision_tree(JunctionTree *tree) {
   for (Node *node : tree->members) {
     if (node->category != ov_category_decision) continue;
     // With limited memory the other decisions follow their policies.
-    Choices others;
-    if (limited) {
-      others = policies;
-      others.erase(node);
-    }
+    const Choices others = limited ? others_than(policies, node) : Choices{};
     for (std::uint32_t k = 0; k < node->state_count; ++k) {
       const Potential taken = Solver{tree, &assignment, Rule{true, node}, limited ? &others : nullptr, k}.solve();
       tree->decision_utilities.push_back(taken.p[0] > 0.0 ? taken.u[0] / taken.p[0] : 0.0);
@@ -484,11 +486,7 @@ Table *decision_policy(Node *decision, bool utilities) {
   JunctionTree *tree = decision->junction_tree;
   const Assignment assignment(tree);
   const Choices policies = tree_policies(tree, assignment);
-  Choices others;
-  if (tree->domain->limited_memory) {
-    others = policies;
-    others.erase(decision);
-  }
+  const Choices others = tree->domain->limited_memory ? others_than(policies, decision) : Choices{};
   const auto found = policies.find(decision);
   Choice taken;
   if (found == policies.end()) {

@@ -11,6 +11,7 @@
 #include "inference/evidence.h"
 #include "inference/propagation.h"
 #include "learn/random.h"
+#include "table/marginalize.h"
 #include "table/table.h"
 
 namespace orvel {
@@ -112,11 +113,7 @@ ov_status_t sample_compressed_clique(Domain *domain, const Clique *clique, std::
   const Table *table = clique->table;
   const std::uint32_t d = table->discrete_count;
   std::vector<std::uint32_t> strides(d);
-  std::uint32_t stride = 1;
-  for (std::uint32_t i = d; i-- > 0;) {
-    strides[i] = stride;
-    stride *= table->nodes[i]->state_count;
-  }
+  discrete_strides(table, strides.data());
   auto state_of = [&](std::uint32_t cell, std::uint32_t i) {
     return (cell / strides[i]) % table->nodes[i]->state_count;
   };

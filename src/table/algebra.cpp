@@ -127,10 +127,7 @@ ov_status_t marginalize_max(KernelPlan *plan, bool restrict, double *values) {
   } else if (!plan->compressed_map.empty() && domain_is_compressed(plan->domain)) {
     // Cells no kept cell reaches are zero, not minus infinity.
     std::fill_n(values, n, 0.0);
-    for (Size i = 0; i < T->size; ++i) {
-      double &v = values[plan->compressed_map[i]];
-      if (T->data[i] > v) v = T->data[i];
-    }
+    map_max(T->data.get(), plan->compressed_map.data(), T->size, values);
   } else if (const std::uint16_t *map = plan_cell_map(plan, restrict); map != nullptr) {
     map_max(T->data.get(), map, T->size, values);
   } else {
@@ -173,7 +170,7 @@ ov_status_t marginalize_sum(KernelPlan *plan, bool restrict, double *values) {
       for (Size i = 0; i < n; ++i) values[i] = T->data[i];
   } else if (!plan->compressed_map.empty() && domain_is_compressed(plan->domain)) {
     if (heads) return give_up(fail(ov_error_compressed));
-    for (Size i = 0; i < T->size; ++i) values[plan->compressed_map[i]] += T->data[i];
+    map_sum(T->data.get(), plan->compressed_map.data(), T->size, values);
   } else if (const std::uint16_t *map = plan_cell_map(plan, restrict); map != nullptr && !heads) {
     map_sum(T->data.get(), map, T->size, values);
   } else {
@@ -237,7 +234,7 @@ ov_status_t table_multiply_into(KernelPlan *plan, bool restrict) {
     if (T->discrete_count == 0)
       T->data[0] *= S->data[0];
     else
-      for (Size i = 0; i < T->size; ++i) T->data[i] *= S->data[plan->compressed_map[i]];
+      map_multiply(T->data.get(), S->data.get(), plan->compressed_map.data(), T->size);
   } else if (const std::uint16_t *map = plan_cell_map(plan, restrict); map != nullptr) {
     map_multiply(T->data.get(), S->data.get(), map, T->size);
   } else {

@@ -114,7 +114,7 @@ double *marginal_to_scratch(KernelPlan *plan, ov_equilibrium_t equilibrium, ov_e
     if (equilibrium == ov_equilibrium_sum) {
       map_sum(t, map, T->size, values);
     } else {
-      for (Size i = 0; i < T->size; ++i) values[map[i]] = std::max(values[map[i]], static_cast<double>(t[i]));
+      map_max(t, map, T->size, values);
     }
     return values;
   }
